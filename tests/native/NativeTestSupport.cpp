@@ -70,8 +70,25 @@ public:
                   runCommand("pactl list short sinks | grep -q " + std::string(kSink8), 5) == 0;
         }
         serverUp() = up_;
+        // An idle null sink runs seconds ahead of real time, and a new stream would wait that
+        // long for its first request; silent players keep every sink awake at low latency.
+        for (const char* sink : {kSinkA, kSinkB, kSink8}) {
+            pid_t p = ::fork();
+            if (p == 0) {
+                const std::string device = std::string("--device=") + sink;
+                ::execlp("pacat", "pacat", "--playback", device.c_str(), "--raw", "--latency-msec=20",
+                         "--format=s16le", "--channels=1", "--rate=8000", "/dev/zero", (char*)nullptr);
+                ::_exit(127);
+            }
+            keepAwake_.push_back(p);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2500));
     }
     void TearDown() override {
+        for (pid_t p : keepAwake_) {
+            ::kill(p, SIGKILL);
+            ::waitpid(p, nullptr, 0);
+        }
         if (pid_ > 0) {
             ::kill(pid_, SIGTERM);
             for (int i = 0; i < 50; ++i) {
@@ -90,6 +107,7 @@ public:
 private:
     pid_t pid_ = -1;
     bool up_ = false;
+    std::vector<pid_t> keepAwake_;
 };
 
 const auto* const kEnvironment = ::testing::AddGlobalTestEnvironment(new SoundServerEnvironment);
@@ -166,8 +184,13 @@ MonitorRecorder::MonitorRecorder(const std::string& sink, int channels, int maxS
         const std::string ch = "--channels=" + std::to_string(channels);
         const std::string rate = "--rate=" + std::to_string(kRate);
         const std::string limit = std::to_string(maxSeconds);
+        // The sink's own channel map, so that no channel is moved on the way to the file.
+        const std::string map = channels == 8
+            ? "--channel-map=front-left,front-right,rear-left,rear-right,front-center,lfe,side-left,side-right"
+            : "--channel-map=front-left,front-right";
         ::execlp("timeout", "timeout", limit.c_str(), "parec", device.c_str(), "--format=float32le",
-                 rate.c_str(), ch.c_str(), "--raw", "--latency-msec=20", file_.c_str(), (char*)nullptr);
+                 rate.c_str(), ch.c_str(), map.c_str(), "--raw", "--latency-msec=20", file_.c_str(),
+                 (char*)nullptr);
         ::_exit(127);
     }
     // Let the recorder connect before anything plays: wait for its file to appear.

@@ -133,7 +133,7 @@ protected:
         pa_buffer_attr attr;
         attr.maxlength = uint32_t(-1);
         attr.tlength = uint32_t(pa_usec_to_bytes(kTargetLatencyMs * 1000, &spec));
-        attr.prebuf = uint32_t(-1);
+        attr.prebuf = 0; // play at once: the callback always writes, silence when it has nothing
         attr.minreq = uint32_t(-1);
         attr.fragsize = uint32_t(-1);
         const auto flags = pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY | PA_STREAM_VARIABLE_RATE);
