@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <string>
 #include <vector>
@@ -60,6 +61,20 @@ struct ToneMeasure {
 };
 ToneMeasure measureTone(const std::vector<float>& samples, int channels, int channel, int rate,
                         double threshold = 0.02);
+
+// Records what a graph helper reports.
+struct HelperRecorder : platform::GraphHelperEvents {
+    int ticks = 0, ends = 0;
+    int32_t loudest = 0;
+    std::vector<int32_t> cueIns, segues;
+    void threadEvent(int32_t left, int32_t right) override {
+        ++ticks;
+        loudest = std::max({loudest, left, right});
+    }
+    void endOfStream() override { ++ends; }
+    void cueInFound(int32_t ms) override { cueIns.push_back(ms); }
+    void segueFound(int32_t ms) override { segues.push_back(ms); }
+};
 
 // A platform on the private server, with the log kept.
 NativeOptions testOptions();
