@@ -132,14 +132,18 @@ void makeMedia(const std::string& name) {
     else if (name == "tone.flac") cmd = ff + tone + meta + "-c:a flac " + out;
     else if (name == "tone.ogg") cmd = ff + tone + meta + "-c:a libvorbis -q:a 6 " + out;
     else if (name == "tone.m4a") cmd = ff + tone + meta + "-c:a aac -b:a 192k " + out;
-    else if (name == "tone.wma") cmd = ff + tone + meta + "-c:a wmav2 -b:a 192k " + out;
+    else if (name == "tone.wma") // ASF names its year attribute itself
+        cmd = ff + tone + "-metadata artist='Test Artist' -metadata title='Test Title' "
+                          "-metadata WM/Year=2001 -metadata genre=Jazz -c:a wmav2 -b:a 192k " + out;
     else if (name == "cue.wav")
         cmd = ff + "-f lavfi -i \"aevalsrc=if(between(t\\,1\\,2)\\," + toneExpression() +
               "\\,0):s=44100:d=3\" -c:a pcm_s16le " + out;
     else if (name == "empty.mp3") cmd = "truncate -s 0 " + out;
     else if (name == "text.mp3") cmd = "printf 'This is not audio at all.\\n%.0s' $(seq 1 200) > " + out;
-    else if (name.rfind("trunc.", 0) == 0) // the first 300 bytes: a header and no audio
-        cmd = "head -c 300 " + mediaPath("tone." + name.substr(6)) + " > " + out;
+    else if (name.rfind("trunc.", 0) == 0) // cut inside the header: no audio at all
+        cmd = "head -c 40 " + mediaPath("tone." + name.substr(6)) + " > " + out;
+    else if (name.rfind("half.", 0) == 0) // cut in the middle of the audio
+        cmd = "f=" + mediaPath("tone." + name.substr(5)) + "; head -c $(( $(stat -c %s $f) / 2 )) $f > " + out;
     else if (name.rfind("corrupt.", 0) == 0) // the header kept, the rest random bytes
         cmd = "{ head -c 600 " + mediaPath("tone." + name.substr(8)) +
               "; head -c 60000 /dev/urandom; } > " + out;
