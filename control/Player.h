@@ -419,7 +419,8 @@ private:
     bool UsingASFReader_ = false;
     bool UsingHaldenSource_ = false;
 
-    std::unique_ptr<MediaTags> tags_;
+    std::unique_ptr<platform::TagReader> tagReader_;
+    std::unique_ptr<MediaTags> tags_; // over tagReader_, declared after it
 };
 
 } // namespace corvid

@@ -1,0 +1,2 @@
+// Anchors the interfaces' vtables in one object file.
+#include "platform/Platform.h"
