@@ -1,2 +1,0 @@
-// Anchors the interfaces' vtables in one object file.
-#include "platform/Platform.h"
