@@ -285,6 +285,14 @@ private:
     void AddMp4Filters(bool& force, bool& ok);
     void RemoveMp4Filters();
     void InsertSurroundFilter(platform::PinPtr& renderInPin);
+    // Chain helpers (formats/ChainSupport.cpp): each keeps its failure as the pending error.
+    platform::FilterPtr CreateSampleGrabberTrapped();
+    void RemoveFilterTrapped(const platform::FilterPtr& filter);
+    platform::CatalogueEntryPtr TakeCatalogueEntry(const std::string& displayName);
+    platform::FilterPtr AddCatalogueInstance(const platform::CatalogueEntryPtr& entry);
+    void RemoveSourceFilterKeepingError();
+    // The pending error as the chains write it into their messages: number, blank, text.
+    std::string ErrText() const;
 
     // ---- Devices and routing (devices/) ----
     clsCards& Cards();             // the process-wide catalogue, made and filled on first use
