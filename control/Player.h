@@ -337,6 +337,7 @@ private:
     std::string SurroundRenderName_;
     std::string pluginName_;
     std::unique_ptr<NameCollection> FilterNamesWeNeed_;
+    std::unique_ptr<NameCollection> cueFilterNames_; // handed to the cue helper's searches
 
     // Playstate and transport.
     PlayCondition playstate_ = mpstopped;
