@@ -278,21 +278,25 @@ bool Player::FindConnectedFilter(const std::string& FilterName, const platform::
 // ---- Tags ----
 
 MediaTags& Player::Tags() {
-    if (!tags_) tags_ = std::make_unique<MediaTags>(platform_.createTagReader());
+    if (!tags_) {
+        tagReader_ = platform_.createTagReader();
+        if (!tagReader_) throw AutomationError(platform::hr::Pointer, "No tag reader.");
+        tags_ = std::make_unique<MediaTags>(*tagReader_);
+    }
     return *tags_;
 }
 
 std::string Player::get_WMAArtist() {
-    return guarded(std::string(), [&] { return Tags().WMAArtist(); });
+    return guarded(std::string(), [&] { return Tags().get_WMAArtist(); });
 }
 std::string Player::get_WMATitle() {
-    return guarded(std::string(), [&] { return Tags().WMATitle(); });
+    return guarded(std::string(), [&] { return Tags().get_WMATitle(); });
 }
 std::string Player::get_WMAYear() {
-    return guarded(std::string(), [&] { return Tags().WMAYear(); });
+    return guarded(std::string(), [&] { return Tags().get_WMAYear(); });
 }
 std::string Player::get_WMAGenre() {
-    return guarded(std::string(), [&] { return Tags().WMAGenre(); });
+    return guarded(std::string(), [&] { return Tags().get_WMAGenre(); });
 }
 
 } // namespace corvid
