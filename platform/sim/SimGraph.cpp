@@ -594,16 +594,16 @@ Status SimGraph::connectIntelligently(const std::shared_ptr<SimPin>& out,
     const auto& accepts = in->spec().accepts;
     for (const auto& c : all) {
         auto t1 = through(c.spec(), type);
-        if (!t1.empty() && t1 != type && matchesAny(accepts, t1) && tryChain({c}, out, in))
+        if (!t1.empty() && matchesAny(accepts, t1) && tryChain({c}, out, in))
             return Status::success();
     }
     for (const auto& c1 : all) {
         auto t1 = through(c1.spec(), type);
-        if (t1.empty() || t1 == type) continue;
+        if (t1.empty()) continue;
         for (const auto& c2 : all) {
             if (c2.existing && c2.existing == c1.existing) continue;
             auto t2 = through(c2.spec(), t1);
-            if (!t2.empty() && t2 != t1 && matchesAny(accepts, t2) && tryChain({c1, c2}, out, in))
+            if (!t2.empty() && matchesAny(accepts, t2) && tryChain({c1, c2}, out, in))
                 return Status::success();
         }
     }
