@@ -491,6 +491,9 @@ Status SimGraph::join(const std::shared_ptr<SimPin>& out, const std::shared_ptr<
     Status failure;
     if (world_->filterFails(FaultPoint::ConnectDirect, *up, down.get(), failure)) return failure;
     const std::string type = out->mediaType();
+    if (type.empty() && up->arrivingType().empty())
+        return fail(hr::NotConnected, "The filter's input is not connected, so its output has "
+                                      "no media type yet.");
     if (type.empty() || !matchesAny(in->spec().accepts, type))
         return fail(hr::NoAcceptableTypes, "There is no common media type between these pins.");
     if (upstreamOf(up, down.get()))
@@ -621,7 +624,7 @@ Status SimGraph::renderPin(const std::shared_ptr<SimPin>& out) {
     if (world_->filterFails(FaultPoint::Render, *owner, std::string(), failure)) return failure;
     if (out->peer()) return fail(hr::AlreadyConnected, "The pin is already connected.");
     for (const auto& f : std::vector<std::shared_ptr<SimFilter>>(filters_)) {
-        if (f->spec().kind != FilterKind::Renderer) continue;
+        if (f->spec().kind != FilterKind::Renderer || !f->reg_->registered) continue;
         for (const auto& pin : f->pins_)
             if (pin && pin->direction() == PinDirection::Input && !pin->peer() &&
                 connectIntelligently(out, pin))
