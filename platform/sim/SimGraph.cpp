@@ -426,11 +426,16 @@ Status SimGraph::removeFilter(const platform::FilterPtr& filter) {
     if (!f || it == filters_.end()) return fail(hr::NotInGraph, "The filter is not in this graph.");
     Status failure;
     if (world_->filterFails(FaultPoint::RemoveFilter, *f, std::string(), failure)) return failure;
+    detach(f);
+    return Status::success();
+}
+
+void SimGraph::detach(const std::shared_ptr<SimFilter>& f) {
     for (const auto& pin : f->pins_)
         if (pin && pin->peer()) unlink(pin);
-    filters_.erase(std::find(filters_.begin(), filters_.end(), f));
+    auto it = std::find(filters_.begin(), filters_.end(), f);
+    if (it != filters_.end()) filters_.erase(it);
     f->graph_.reset();
-    return Status::success();
 }
 
 Status SimGraph::addSourceFilter(const std::string& fileName, platform::FilterPtr& source) {
@@ -442,7 +447,7 @@ Status SimGraph::addSourceFilter(const std::string& fileName, platform::FilterPt
     // The system source stands in the graph under the item's own name.
     if (auto s = createFilterIn(*this, reg, fileName, made); !s) return s;
     if (auto s = made->setFileName(fileName); !s) {
-        removeFilter(made);
+        detach(made);
         return s;
     }
     source = made;
@@ -547,7 +552,7 @@ bool SimGraph::tryChain(const std::vector<Candidate>& steps, const std::shared_p
     auto rollback = [&] {
         for (auto it = joined.rbegin(); it != joined.rend(); ++it)
             if ((*it)->peer()) unlink(*it);
-        for (const auto& f : created) removeFilter(f);
+        for (const auto& f : created) detach(f);
         return false;
     };
     std::shared_ptr<SimPin> current = out;
@@ -638,7 +643,7 @@ Status SimGraph::renderPin(const std::shared_ptr<SimPin>& out) {
     if (!createFilterIn(*this, reg, reg->spec.nameInGraph(), renderer)) return cannot;
     auto pin = renderer->firstInput();
     if (pin && connectIntelligently(out, pin)) return Status::success();
-    removeFilter(renderer);
+    detach(renderer);
     return cannot;
 }
 

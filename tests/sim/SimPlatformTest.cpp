@@ -202,6 +202,10 @@ TEST_F(SimPlatformTest, AsfReaderIsFoundByItsRegisteredSpellingAndNamesItselfOth
 
 TEST_F(SimPlatformTest, RemovingAFilterBreaksItsConnections) {
     auto card = buildMp3Chain();
+    EXPECT_NE(simGraph().describe().find("Halden Sample Grabber: Input <- MPEG Layer-3 Decoder, "
+                                         "Output -> Default DirectSound Device\n"),
+              std::string::npos)
+        << simGraph().describe();
     auto grab = simGraph().filterNamed("Halden Sample Grabber");
     ASSERT_TRUE(graph->removeFilter(grab));
     EXPECT_FALSE(in(card)->isConnected());
