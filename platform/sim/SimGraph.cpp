@@ -132,8 +132,12 @@ SimFilter::SimFilter(std::shared_ptr<detail::World> world,
 
 void SimFilter::init() {
     auto self = shared_from_this();
-    for (const auto& spec : reg_->spec.pins)
-        pins_.push_back(spec.appearsOnConnect ? nullptr : std::make_shared<SimPin>(self, spec));
+    for (const auto& spec : reg_->spec.pins) {
+        Status ignored;
+        const bool missing = spec.appearsOnConnect ||
+                             world_->filterFails(FaultPoint::PinAppears, *this, spec.name, ignored);
+        pins_.push_back(missing ? nullptr : std::make_shared<SimPin>(self, spec));
+    }
 }
 
 const FilterSpec& SimFilter::spec() const { return reg_->spec; }
@@ -210,7 +214,8 @@ Status SimFilter::setFileName(const std::string& fileName) {
     if (spec().kind == FilterKind::StreamSource) return open(fileName);
     if (spec().kind != FilterKind::Source) return Filter::setFileName(fileName);
     Status failure;
-    if (world_->filterFails(FaultPoint::SetFileName, *this, fileName, failure)) return failure;
+    if (world_->filterFails(FaultPoint::SetFileName, *this, fileName, failure))
+        return failure; // a fault with a success status: the call "works" but loads nothing
     if (loaded_) return fail(hr::WrongState, "The source has loaded a file already.");
 
     if (detail::isAddress(fileName)) {
@@ -421,11 +426,16 @@ Status SimGraph::removeFilter(const platform::FilterPtr& filter) {
     if (!f || it == filters_.end()) return fail(hr::NotInGraph, "The filter is not in this graph.");
     Status failure;
     if (world_->filterFails(FaultPoint::RemoveFilter, *f, std::string(), failure)) return failure;
+    detach(f);
+    return Status::success();
+}
+
+void SimGraph::detach(const std::shared_ptr<SimFilter>& f) {
     for (const auto& pin : f->pins_)
         if (pin && pin->peer()) unlink(pin);
-    filters_.erase(std::find(filters_.begin(), filters_.end(), f));
+    auto it = std::find(filters_.begin(), filters_.end(), f);
+    if (it != filters_.end()) filters_.erase(it);
     f->graph_.reset();
-    return Status::success();
 }
 
 Status SimGraph::addSourceFilter(const std::string& fileName, platform::FilterPtr& source) {
@@ -437,7 +447,7 @@ Status SimGraph::addSourceFilter(const std::string& fileName, platform::FilterPt
     // The system source stands in the graph under the item's own name.
     if (auto s = createFilterIn(*this, reg, fileName, made); !s) return s;
     if (auto s = made->setFileName(fileName); !s) {
-        removeFilter(made);
+        detach(made);
         return s;
     }
     source = made;
@@ -486,6 +496,9 @@ Status SimGraph::join(const std::shared_ptr<SimPin>& out, const std::shared_ptr<
     Status failure;
     if (world_->filterFails(FaultPoint::ConnectDirect, *up, down.get(), failure)) return failure;
     const std::string type = out->mediaType();
+    if (type.empty() && up->arrivingType().empty())
+        return fail(hr::NotConnected, "The filter's input is not connected, so its output has "
+                                      "no media type yet.");
     if (type.empty() || !matchesAny(in->spec().accepts, type))
         return fail(hr::NoAcceptableTypes, "There is no common media type between these pins.");
     if (upstreamOf(up, down.get()))
@@ -539,7 +552,7 @@ bool SimGraph::tryChain(const std::vector<Candidate>& steps, const std::shared_p
     auto rollback = [&] {
         for (auto it = joined.rbegin(); it != joined.rend(); ++it)
             if ((*it)->peer()) unlink(*it);
-        for (const auto& f : created) removeFilter(f);
+        for (const auto& f : created) detach(f);
         return false;
     };
     std::shared_ptr<SimPin> current = out;
@@ -594,16 +607,16 @@ Status SimGraph::connectIntelligently(const std::shared_ptr<SimPin>& out,
     const auto& accepts = in->spec().accepts;
     for (const auto& c : all) {
         auto t1 = through(c.spec(), type);
-        if (!t1.empty() && t1 != type && matchesAny(accepts, t1) && tryChain({c}, out, in))
+        if (!t1.empty() && matchesAny(accepts, t1) && tryChain({c}, out, in))
             return Status::success();
     }
     for (const auto& c1 : all) {
         auto t1 = through(c1.spec(), type);
-        if (t1.empty() || t1 == type) continue;
+        if (t1.empty()) continue;
         for (const auto& c2 : all) {
             if (c2.existing && c2.existing == c1.existing) continue;
             auto t2 = through(c2.spec(), t1);
-            if (!t2.empty() && t2 != t1 && matchesAny(accepts, t2) && tryChain({c1, c2}, out, in))
+            if (!t2.empty() && matchesAny(accepts, t2) && tryChain({c1, c2}, out, in))
                 return Status::success();
         }
     }
@@ -616,7 +629,7 @@ Status SimGraph::renderPin(const std::shared_ptr<SimPin>& out) {
     if (world_->filterFails(FaultPoint::Render, *owner, std::string(), failure)) return failure;
     if (out->peer()) return fail(hr::AlreadyConnected, "The pin is already connected.");
     for (const auto& f : std::vector<std::shared_ptr<SimFilter>>(filters_)) {
-        if (f->spec().kind != FilterKind::Renderer) continue;
+        if (f->spec().kind != FilterKind::Renderer || !f->reg_->registered) continue;
         for (const auto& pin : f->pins_)
             if (pin && pin->direction() == PinDirection::Input && !pin->peer() &&
                 connectIntelligently(out, pin))
@@ -630,7 +643,7 @@ Status SimGraph::renderPin(const std::shared_ptr<SimPin>& out) {
     if (!createFilterIn(*this, reg, reg->spec.nameInGraph(), renderer)) return cannot;
     auto pin = renderer->firstInput();
     if (pin && connectIntelligently(out, pin)) return Status::success();
-    removeFilter(renderer);
+    detach(renderer);
     return cannot;
 }
 
@@ -639,7 +652,8 @@ Status SimGraph::renderPin(const std::shared_ptr<SimPin>& out) {
 std::vector<SimGraph::Route> SimGraph::routes() const {
     std::vector<Route> result;
     for (const auto& renderer : filters_) {
-        if (renderer->spec().kind != FilterKind::Renderer) continue;
+        // A device that went away hears nothing.
+        if (renderer->spec().kind != FilterKind::Renderer || !renderer->reg_->registered) continue;
         Route route;
         route.renderer = renderer;
         auto current = renderer;

@@ -39,6 +39,11 @@ int32_t levelAt(const std::vector<LevelPoint>& profile, double seconds, bool rig
 
 // A local file. Its media type says what a parser finds in it ("stream/wave;float32").
 struct SimFile {
+    SimFile(std::string type = {}, double duration = 0, std::vector<LevelPoint> profile = {},
+            std::map<std::string, std::string> tagValues = {}, bool canRead = true)
+        : mediaType(std::move(type)), durationSeconds(duration), levels(std::move(profile)),
+          tags(std::move(tagValues)), readable(canRead) {}
+
     std::string mediaType;
     double durationSeconds = 0;
     std::vector<LevelPoint> levels;
@@ -131,8 +136,10 @@ enum class FaultPoint {
     CreateGraph,      // subject: -
     CreateHelper,     // subject: "Helper" or "CueHelper"
     CreateFilter,     // subject: filter display name
-    SetFileName,      // subject: filter name, object: file or address
-    PinAppears,       // subject: filter name, object: pin name (the pin never appears)
+    SetFileName,      // subject: filter name, object: file or address; a success status
+                      // makes the call succeed without loading anything
+    PinAppears,       // subject: filter name, object: pin name; the pin is missing from the
+                      // instance (a fixed pin when made, an appearing pin when it would appear)
     ConnectDirect,    // subject: upstream filter name, object: downstream filter name
     Connect,          // intelligent connect as a whole: the same names
     Render,           // subject: filter name of the rendered pin
