@@ -23,6 +23,7 @@ private:
 
 // The runtime's own error numbers, as the host's scripts know them.
 namespace errnum {
+constexpr int32_t InvalidProcedureCall = 5;
 constexpr int32_t Overflow = 6;
 } // namespace errnum
 

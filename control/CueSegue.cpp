@@ -1,0 +1,183 @@
+// Cue-in and segue points, and the wiring of the two helper graphs.
+//
+// The player does not scan audio itself: the CueHelper decodes the item in the background and
+// reports the cue-in point (where the audio really starts) and the segue point (where its end
+// is quiet enough for the next item). A segue search asked for while a cue search runs waits
+// for the cue result, or, when none comes, for the first cue helper tick 5001 ms or more after
+// the cue search began.
+//
+// Both helpers deliver their events on the control thread; the bookkeeping needs no lock.
+
+#include "control/Player.h"
+
+#include "support/Text.h"
+
+#include <cstdint>
+#include <string>
+
+namespace corvid {
+
+namespace {
+
+bool isAddress(const std::string& name) { return name.find("://") != std::string::npos; }
+
+// How long a pending segue search waits for a cue result.
+constexpr int64_t CueGiveUpMs = 5001;
+
+// Routes one helper's events to the player. No exception goes back into the helper: its
+// events come from the platform's side of the event loop.
+class HelperSink : public platform::GraphHelperEvents {
+public:
+    struct Routes {
+        void (Player::*tick)(int32_t, int32_t);
+        void (Player::*end)();
+        void (Player::*cueIn)(int32_t);
+        void (Player::*segue)(int32_t);
+    };
+    HelperSink(Player& player, Routes routes) : player_(player), routes_(routes) {}
+
+    void threadEvent(int32_t left, int32_t right) override {
+        deliver([&] { (player_.*routes_.tick)(left, right); });
+    }
+    void endOfStream() override {
+        deliver([&] { (player_.*routes_.end)(); });
+    }
+    void cueInFound(int32_t positionMs) override {
+        if (routes_.cueIn) deliver([&] { (player_.*routes_.cueIn)(positionMs); });
+    }
+    void segueFound(int32_t positionMs) override {
+        if (routes_.segue) deliver([&] { (player_.*routes_.segue)(positionMs); });
+    }
+
+private:
+    template <class F> void deliver(F&& f) {
+        try {
+            f();
+        } catch (...) {
+        }
+    }
+    Player& player_;
+    Routes routes_;
+};
+
+} // namespace
+
+void Player::CreateHelpers() {
+    // A replaced helper may live on a little (the platform may still hold it); it must not
+    // call into this player any more.
+    if (Helper) Helper->setEvents(nullptr);
+    if (CueHelper) CueHelper->setEvents(nullptr);
+    Helper.reset();
+    CueHelper.reset();
+
+    helperSink_ = std::make_unique<HelperSink>(
+        *this, HelperSink::Routes{&Player::helperTick, &Player::helperEnd, nullptr, nullptr});
+    cueHelperSink_ = std::make_unique<HelperSink>(
+        *this, HelperSink::Routes{&Player::cueHelperTick, &Player::cueHelperEnd,
+                                  &Player::cueResult, &Player::segueResult});
+
+    if (trap(platform_.createGraphHelper(platform::GraphHelperKind::Helper, Helper)) && Helper)
+        Helper->setEvents(helperSink_.get());
+    if (trap(platform_.createGraphHelper(platform::GraphHelperKind::CueHelper, CueHelper)) &&
+        CueHelper)
+        CueHelper->setEvents(cueHelperSink_.get());
+}
+
+// ---- Searches ----
+
+void Player::AutoCueSearch(const std::string& sFile) {
+    // 1.
+    auto& ticks = platform_.ticks();
+    const int32_t started = ticks.nowMs();
+    const std::string file = sFile.empty() ? currentItem_ : sFile;
+
+    // 2.-3. The player's own source filter when it uses one, else the source it loaded with.
+    if (CueHelper) {
+        cueSearchStart_ = ticks.nowMs();
+        AutoCueBusy_ = true;
+        const bool useAsfReader = UsingHaldenSource_ ? false : UsingASFReader_;
+        const platform::Status status = CueHelper->startCueSearch(
+            file, cueFilterNames_->names(), useAsfReader, get_autoCueThresh());
+        if (!status.ok()) AutoCueBusy_ = false;
+    }
+
+    // 4.
+    if (logging())
+        Log("AutoCueSearch(setup) Took: " + std::to_string(int64_t{ticks.nowMs()} - started) +
+            " ms.");
+}
+
+platform::Status Player::StartSegueSearch(bool retryWithAsfReader) {
+    // Each segue search gets a list of its own.
+    const NameCollection filterNames;
+    if (!retryWithAsfReader && UsingHaldenSource_)
+        return CueHelper->startSegueSearchOwnSource(currentItem_, filterNames.names(),
+                                                    AutoSegThresh_);
+    return CueHelper->startSegueSearch(currentItem_, filterNames.names(),
+                                       retryWithAsfReader || UsingASFReader_, AutoSegThresh_);
+}
+
+void Player::AutoSegSearch() {
+    // 1. It runs after the cue result (or the give-up).
+    if (AutoCueBusy_) {
+        seguePending_ = true;
+        return;
+    }
+    // 2.-3. Streams have no end to scan. One retry, through the Windows Media reader.
+    if (isAddress(currentItem_) || !CueHelper) return;
+    if (!StartSegueSearch(false).ok()) (void)StartSegueSearch(true);
+}
+
+// ---- The CueHelper's events ----
+
+void Player::cueResult(int32_t positionMs) {
+    // 1.
+    if (logging()) {
+        const std::string dashes(58, '-');
+        const int64_t took = int64_t{platform_.ticks().nowMs()} - cueSearchStart_;
+        Log("\r\n" + dashes + "\r\n" + "AutoCue Took: " + std::to_string(took) + " ms." +
+            "\r\n" + "Using ASF Reader = " + text::boolWord(UsingASFReader_) +
+            ". Using Halden Source = " + text::boolWord(UsingHaldenSource_) + "\r\n" + dashes +
+            "\r\n");
+    }
+    AutoCueBusy_ = false;
+
+    // 2.-3. A negative point means "not found".
+    AutoCuePos_ = positionMs / 1000.0;
+    if (AutoCuePos_ >= 0) {
+        double seconds = AutoCuePos_;
+        if (events_) events_->CueInFound(seconds);
+    } else {
+        AutoCuePos_ = 0;
+    }
+
+    // 4. The segue search that waited for this result.
+    if (seguePending_) {
+        seguePending_ = false;
+        AutoSegSearch();
+    }
+}
+
+void Player::segueResult(int32_t positionMs) {
+    double seconds = positionMs / 1000.0;
+    AutoSegPos_ = seconds;
+    if (events_) events_->SegueFound(seconds);
+}
+
+void Player::cueHelperEnd() { AutoCueBusy_ = false; }
+
+void Player::cueHelperTick(int32_t /*left*/, int32_t /*right*/) {
+    // The give-up: a pending segue search does not wait for ever for a cue result.
+    if (cueSearchStart_ < 1 || !seguePending_) return;
+    const int64_t waited = int64_t{platform_.ticks().nowMs()} - cueSearchStart_;
+    const bool overflowed = waited > INT32_MAX || waited < INT32_MIN;
+    if (!overflowed && waited < CueGiveUpMs) return;
+
+    AutoCueBusy_ = false;
+    Log("Waited TOO LONG for the autocue to happen, and an autoseg command is pending. Giving "
+        "up lookin' for AutoCue, and lookng for seg instead");
+    seguePending_ = false;
+    AutoSegSearch();
+}
+
+} // namespace corvid

@@ -1,0 +1,362 @@
+// Loading an item: the FileName write.
+//
+// The write runs the whole load synchronously on the control thread: it releases the previous
+// item, builds a graph for the new one (with one retry through the other source filter),
+// reads the duration, starts the automatic cue search, sets up the pitch filter, hands the new
+// graph to the helper, and ends either at "done" or at "Fail:", where the graph is destroyed.
+// An empty name unloads. Nothing fails towards the host: the outcome is LastError, the log and
+// the state the other members report.
+//
+// Every log line is an event the host handles synchronously and may re-enter the player from,
+// writing FileName or calling Play. The load-busy flag is the only guard; its check after a
+// fresh clear (step 7) is kept exactly as it is, so only a re-entrant write that was left busy
+// (one that failed) makes the outer write quit.
+
+#include "control/Player.h"
+
+#include "control/ProcessState.h"
+#include "support/MediaTags.h"
+#include "support/Text.h"
+
+#include <charconv>
+#include <cmath>
+#include <string>
+
+namespace corvid {
+
+namespace {
+
+bool isAddress(const std::string& name) { return name.find("://") != std::string::npos; }
+
+// A number as the log shows it: whole values without a decimal point, others in their
+// shortest form.
+std::string numberText(double value) {
+    if (std::isfinite(value) && value == std::trunc(value) && std::fabs(value) < 1e15)
+        return std::to_string(static_cast<long long>(value));
+    char buf[64];
+    auto res = std::to_chars(buf, buf + sizeof buf, value);
+    return std::string(buf, res.ptr);
+}
+
+// Keeps a flag set for the extent of a scope and restores what it was before (a write may
+// run inside another write).
+class FlagScope {
+public:
+    explicit FlagScope(bool& flag) : flag_(flag), saved_(flag) { flag_ = true; }
+    ~FlagScope() { flag_ = saved_; }
+    FlagScope(const FlagScope&) = delete;
+    FlagScope& operator=(const FlagScope&) = delete;
+
+private:
+    bool& flag_;
+    bool saved_;
+};
+
+} // namespace
+
+std::string Player::get_FileName() { return currentItem_; }
+
+void Player::put_FileName(std::string& value) {
+    try {
+        LoadItem(value);
+    } catch (...) {
+        // The write never fails towards the host; LoadItem has logged what it could.
+    }
+}
+
+void Player::LogCheckpoint(int n) {
+    if (!logging()) return;
+    const int64_t ms = int64_t{platform_.ticks().nowMs()} - loadStart_;
+    // No blank between the count and its marker: operators' log filters expect it so.
+    Log("Filename Let In Player: took: " + std::to_string(ms) + "(" + std::to_string(n) +
+        ") so far...");
+}
+
+void Player::LoadItem(const std::string& newNameArg) {
+    // The host may change its own variable from inside an event; the load goes on with the
+    // name it was given.
+    const std::string newName = newNameArg;
+    FlagScope writing(loading_);
+    auto& ticks = platform_.ticks();
+    auto elapsedSince = [&](int32_t start) {
+        return std::to_string(int64_t{ticks.nowMs()} - start);
+    };
+
+    // 1. A fresh LastError; the catalogue must exist before anything is routed.
+    LastError_.clear();
+    if (!Process().cards) Init();
+
+    // 2. Load start, for the checkpoint lines.
+    loadStart_ = ticks.nowMs();
+
+    // 3. A stream source of an earlier stream item that is still starting is cancelled
+    //    instead of loading; one that can no longer be cancelled is let go.
+    if (streamControl_) {
+        if (streamControl_->canCancel()) {
+            if (!streamControl_->canCancel()) {
+                streamControl_->cancel();
+                streamStartCancelled_ = true;
+                return;
+            }
+        } else {
+            streamControl_->registerCallback(nullptr);
+            streamControl_ = nullptr;
+            streamSource_.reset();
+        }
+    }
+
+    try {
+        // 4. Take out the previous item's source and its per-item inserts.
+        RemoveSourceFilter();
+        for (platform::FilterPtr* insert : {&fPitchShifter, &fPipeSender}) {
+            if (*insert && MainGraphMan) MainGraphMan->removeFilter(*insert);
+            insert->reset();
+        }
+        AutoCueBusy_ = false;
+        seguePending_ = false;
+
+        // 5. Loading over a loaded item: unload the old one first (the unload runs as a write
+        //    of its own).
+        if (!newName.empty() && !currentItem_.empty()) {
+            try {
+                std::string empty;
+                put_FileName(empty);
+            } catch (...) {
+            }
+            currentItem_.clear();
+        }
+
+        // 6. Announce the write.
+        loadBusy_ = false;
+        UsingASFReaderAsFallback_ = false;
+        if (logging()) Log("Setting filename = " + newName);
+
+        // 7. A write made by the host from inside that announcement and left busy wins.
+        if (loadBusy_) {
+            Log("Filename: BUSY - quitting!");
+            return;
+        }
+
+        // 8. From here this write owns the load.
+        AutoCuePos_ = 0;
+        loadBusy_ = true;
+
+        // 9. A new graph for every item, when the user asks for it.
+        if (get_NewGraphEveryTime()) {
+            Log(std::string("Player Setting: NewGraphEveryTime = ") + text::boolWord(true));
+            Log("NewGraphEveryTime means we destroy the graph...");
+            DestroyGraph();
+            Log("Graph Destroyed.");
+        }
+
+        // 10. An empty name unloads.
+        if (newName.empty()) {
+            UnloadItem();
+            return;
+        }
+        if (logging()) Log("Attempting to actually load file: " + newName);
+        if (!currentItem_.empty()) {
+            if (logging())
+                Log("Calling RemoveSourceFilter for existing filename " + currentItem_ + " ...");
+            RemoveSourceFilter();
+            Log("RemoveSourceFilter complete.");
+        }
+        // Devices asked for while the last item played take effect with this one.
+        ApplyPendingSoundCards();
+
+        // 11. Build, and once more through the other source filter.
+        const int32_t buildStart = ticks.nowMs();
+        bool built = BuildGraph(newName, false, false);
+        if (logging()) Log("BuildGraph took " + elapsedSince(buildStart) + " ms.");
+        if (!built) {
+            // Without a graph manager there is nothing to retry in.
+            if (!MainGraphMan) {
+                FailLoad(newName);
+                return;
+            }
+            Log("BuildGraph DIDNT succeed - lets try again with a different source filter...");
+            if (BuildGraph(newName, true, true)) {
+                UsingASFReaderAsFallback_ = true;
+            } else {
+                Log("BuildGraph DIDNT succeed - even with a different source filter failing "
+                    "this file...");
+                FailLoad(newName);
+                return;
+            }
+        }
+
+        // 12. Success.
+        LoadSucceeded(newName);
+    } catch (const AutomationError& e) {
+        LastError_ = e.description();
+        FailLoad(newName);
+    } catch (const std::exception& e) {
+        LastError_ = e.what();
+        FailLoad(newName);
+    }
+}
+
+void Player::LoadSucceeded(const std::string& name) {
+    auto& ticks = platform_.ticks();
+
+    // 12.1
+    if (logging()) Log(name + "Succeeded to build the graph.  ");
+    LogCheckpoint(2);
+
+    // 12.2 Tags of a Windows Media item; the duration (one fixed value for every stream).
+    if (text::equalsNoCase(text::lastChars(name, 3), "wma")) {
+        try {
+            (void)Tags().Open(name);
+        } catch (...) {
+            // Unreadable tags read as empty; the item still plays.
+        }
+    }
+    if (isAddress(name)) {
+        cachedDuration_ = StreamDurationSeconds;
+    } else {
+        double seconds = 0;
+        if (MainGraphMan && trap(MainGraphMan->duration(seconds))) cachedDuration_ = seconds;
+    }
+
+    // 12.3
+    if (logging()) Log("Setting Volume --  " + name);
+    ApplyStoredVolume();
+    LogCheckpoint(3);
+
+    // 12.4 The automatic cue search (files only). The item is not yet the current one, so
+    //      it is named.
+    if (!name.empty() && UseAutoCue && CanCueIn && !isAddress(name)) {
+        if (logging()) Log("Performing AutoCueSearch --  " + name);
+        AutoCueSearch(name);
+        if (logging()) Log("After Performing AutoCueSearch --  " + name);
+    }
+    LogCheckpoint(4);
+
+    // 12.5 A loaded item stands stopped.
+    if (logging())
+        Log("Err here (may well be none!) is: " + std::to_string(Err.number) + " " +
+            Err.description);
+    if (playstate_ != mpstopped) {
+        Log("Setting playstate to stopped... ");
+        SetPlaystate(mpstopped);
+        Log("Set playstate to stopped... ");
+    }
+    LogCheckpoint(5);
+
+    // 12.6 Pitch options: the pitch filter carries rate and pitch, except for Windows Media
+    //      streams, which it passes through.
+    if (!text::containsNoCase(name, "icyx://") && UsePitchAdjuster_) {
+        Log("Setting pitch adjust options(1)... ");
+        ApplyPitchOptions(name);
+        Log("Set pitch adjust options. ");
+    } else {
+        Log("Set pitch adjust options(2)... ");
+        ApplyPitchOptions(name);
+        Log("Set pitch adjust options.(2) ");
+    }
+
+    // 12.7 The helper follows the new graph; the pitch and pipe inserts go in.
+    Log("Setting Helper's currentgraph... ");
+    LogCheckpoint(6);
+    if (Helper) {
+        LogCheckpoint(7);
+        Log("Setting CurrentGraph on MainGraphMan...");
+        Helper->setCurrentGraph(MainGraphMan);
+        Log("Have Set CurrentGraph on MainGraphMan.");
+        LogCheckpoint(8);
+        if (logging()) Log(PrintFilters(MainGraphMan));
+        SetupPitchAndPipeSender();
+        // The inserts are new: give them the options of step 12.6.
+        ApplyPitchOptions(name);
+    }
+    LogCheckpoint(9);
+    Log("Set Helper's currentgraph... ");
+
+    // 12.8 The pitch value, for files.
+    if (!isAddress(name) && UsePitchAdjuster_) {
+        if (logging()) Log("Setting Pitch...to " + numberText(pitchValue_) + " ");
+        if (auto* pitch = PitchControl()) trap(pitch->setPitchSemitones(pitchValue_));
+        Log("Set Pitch... ");
+    }
+    LogCheckpoint(8);
+
+    // 12.9 The graphs as they now stand.
+    loadBusy_ = false;
+    if (logging()) {
+        Log("Apparently succeeded to load: " + name);
+        Log("\r\nFilters in MainGraphMan: " + PrintFilters(MainGraphMan));
+        if (Helper && CueHelper) {
+            Log("\r\nFilters in Helper Graph: " + PrintFilters(Helper->currentGraph()));
+            Log("\r\nFilters in CueHelper Graph: " + PrintFilters(CueHelper->currentGraph()));
+        }
+    }
+
+    // 12.10 Done.
+    if (logging()) Log("Here we are, at 'done' - this is a successful load...: " + name);
+    if (text::containsNoCase(name, "icystream://") && fSourceFilter) {
+        // Kept so that the next write can cancel a start that is still under way.
+        streamSource_ = fSourceFilter;
+        streamControl_ = fSourceFilter->streamSource();
+    }
+    graphLoaded_ = true;
+    loadBusy_ = false;
+    currentItem_ = name;
+    if (logging())
+        Log("Filename (Let) in Player succeeded: in " +
+            std::to_string(int64_t{ticks.nowMs()} - loadStart_) + " ms.");
+}
+
+// 13. The unload of an empty write.
+void Player::UnloadItem() {
+    UsingASFReader_ = false;
+    Log("NewFileName is NULL, so removesourcefilter et al...");
+    m_Endraised = false;
+    playstate_ = mpstopped; // stored without an event
+    graphLoaded_ = false;
+    currentItem_.clear();
+    if (tags_) tags_->Clear();
+    int32_t left = 0, right = 0;
+    if (events_) events_->VUPeak(left, right);
+    loadBusy_ = false;
+}
+
+// 14. The failure path: the graph goes, the item is left empty and stopped. The load-busy
+//     flag stays set until the next write clears it.
+void Player::FailLoad(const std::string& name) {
+    // A pending error explains the failure best; without one, what the build left in
+    // LastError stands.
+    if (errPending()) LastError_ = Err.description;
+    if (logging()) {
+        Log("Last Error: " + LastError_ + "  ");
+        Log("Here we are, at 'Fail:' - this is a *NOT* successful load...: " + std::string(" ") +
+            name);
+        Log(name + " - this is a *NOT* successful load...: ");
+    }
+    Log("What happens here, is we destroy the graph...");
+    try {
+        DestroyGraph();
+    } catch (const AutomationError& e) {
+        if (logging()) Log(e.description());
+    }
+    Log("Ok, back at the end of filename property let now...");
+    clearErr();
+    Log("Done with filename let now");
+    currentItem_.clear();
+    graphLoaded_ = false;
+    playstate_ = mpstopped;
+}
+
+// Rate and pitch go to the pitch filter, or it passes the audio through: Windows Media streams
+// and a player told not to adjust pitch.
+void Player::ApplyPitchOptions(const std::string& name) {
+    auto* pitch = PitchControl();
+    if (!pitch) return;
+    if (!text::containsNoCase(name, "icyx://") && UsePitchAdjuster_) {
+        trap(pitch->setPassThrough(false));
+        trap(pitch->setRate(pitchRate_));
+    } else {
+        trap(pitch->setPassThrough(true));
+    }
+}
+
+} // namespace corvid

@@ -1,0 +1,448 @@
+// The transport: Play, Pause and StopPlaying, the one place the playstate changes, the helper's
+// tick and end, and position, duration, elapsed time, volume, mute and rate.
+//
+// There is no timer in the player: all periodic work runs in the helper tick, at the helper's
+// rate. Events are raised synchronously and hosts call back into the player from inside them,
+// so the transport guards itself with flags (stop-busy, seek, reload), never with locks.
+
+#include "control/Player.h"
+
+#include "levels/Peaks.h"
+#include "support/CheckedInt.h"
+#include "support/Text.h"
+#include "support/TimerClass1.h"
+
+#include <string>
+
+namespace corvid {
+
+namespace {
+
+bool isAddress(const std::string& name) { return name.find("://") != std::string::npos; }
+
+// Volume levels in hundredths of a decibel.
+constexpr int32_t MuteLevel = -6800;
+// Play re-applies a mute one unit lower, so that a mute applied by Play can be told apart.
+constexpr int32_t PlayMuteLevel = -6801;
+// Below this a level counts as muted and is not remembered as the player's volume.
+constexpr int32_t QuietestRemembered = -6000;
+
+constexpr int32_t StreamNotFound = 3333;
+// Our own number for the state error Play raises when the host changed the item from inside
+// PlayStateChange; the hosts match the description.
+constexpr int32_t FileNameChangedWhilePlaying = 3334;
+
+// The busy number of the graph session: a source filter is still being added.
+constexpr int32_t GraphBusy = 558;
+
+} // namespace
+
+TimerClass1& Player::Stopwatch() {
+    if (!stopwatch_) stopwatch_ = std::make_unique<TimerClass1>(platform_.ticks());
+    return *stopwatch_;
+}
+
+platform::PitchShifterControl* Player::PitchControl() {
+    return fPitchShifter ? fPitchShifter->pitchShifter() : nullptr;
+}
+
+// ---- Playstate ----
+
+void Player::SetPlaystate(PlayCondition newState) {
+    stateChanging_ = true;
+    m_Endraised = false;
+    const PlayCondition oldState = playstate_;
+    playstate_ = newState;
+    try {
+        switch (newState) {
+        case MpPlaying:
+            (void)get_FileName();
+            Stopwatch().StartTiming();
+            break;
+        case mpPaused: Stopwatch().StopTiming(); break;
+        case mpstopped: Stopwatch().Reset(); break;
+        default: break;
+        }
+    } catch (const AutomationError&) {
+        // An overflowing stopwatch loses its timing, not the state change.
+    }
+    struct Clear {
+        bool& flag;
+        ~Clear() { flag = false; }
+    } clear{stateChanging_};
+    if (events_) events_->PlayStateChange(oldState, newState);
+}
+
+// What a graph teardown resets: nothing is playing and nothing has been timed.
+void Player::ResetPlaystateBookkeeping() {
+    playstate_ = mpstopped;
+    graphLoaded_ = false;
+    cachedPosition_ = 0;
+    if (stopwatch_) stopwatch_->Reset();
+}
+
+void Player::ApplyStoredVolume() {
+    if (MainGraphMan) trap(MainGraphMan->setVolume(storedVolume_));
+}
+
+// ---- Play ----
+
+bool Player::IsExpectedPlayError(int32_t number) {
+    switch (number) {
+    case 0:                        // nothing loaded: there is no graph worth destroying
+    case platform::hr::Timeout:    // the stream server was slow; the graph is sound
+    case platform::hr::Abort:      // the operator cancelled a stream start
+    case GraphBusy:                // a source is still being added; a destroy is refused
+        return true;
+    default: return false;
+    }
+}
+
+void Player::Play() {
+    // 1.
+    if (logging()) Log(PrintFilters(MainGraphMan));
+
+    // 2. The volume again; a mute is re-applied with its own marker level.
+    if (MainGraphMan) trap(MainGraphMan->setVolume(get_mute() ? PlayMuteLevel : storedVolume_));
+
+    // 3. A stream (other than an icystream address, which keeps its open source) is reloaded
+    //    from scratch for every play.
+    if (isAddress(currentItem_) && !text::containsNoCase(currentItem_, "icystream://")) {
+        if (get_Playstate() == MpPlaying) return;
+        const std::string before = currentItem_;
+        reloading_ = true;
+        playingOverride_ = true;
+        std::string again = currentItem_;
+        put_FileName(again);
+        reloading_ = false;
+        playingOverride_ = false;
+        if (!text::equalsNoCase(currentItem_, before)) {
+            playstate_ = mpUnknown; // stored without an event
+            currentItem_ = "Stream FAIL";
+            if (events_) events_->StreamBufferingFinished();
+            throw AutomationError(StreamNotFound, "The stream cannot be found.");
+        }
+    }
+
+    // 4.-7. Run the helper, then the graph.
+    TryingToPlay_ = true;
+    clearErr();
+    if (Helper && !currentItem_.empty()) {
+        Log("Calling run on helper...");
+        if (events_) events_->PlayAboutToHappen();
+        trap(Helper->run());
+    }
+    if (!currentItem_.empty() && !errPending()) {
+        if (MainGraphMan)
+            trap(MainGraphMan->run());
+        else
+            trapError(platform::hr::Pointer, "The player has no graph to run.");
+    }
+    TryingToPlay_ = false;
+
+    // 8. The reason, in the words the operators know.
+    const PendingError failure = Err;
+    clearErr();
+    if (failure.number != 0) {
+        const std::string reason =
+            failure.number == platform::hr::Timeout
+                ? std::string("The data from the streaming server could not be buffered quickly "
+                              "enough.")
+                : failure.description;
+        if (logging()) Log("Play: " + std::to_string(failure.number) + " " + reason);
+        if (events_) events_->StreamBufferingFinished();
+    }
+
+    // 9. Nothing to play, or it would not run.
+    if (currentItem_.empty() || failure.number != 0) {
+        if (IsExpectedPlayError(failure.number)) {
+            Log("There was an Expected error here, so not destroying graph");
+        } else {
+            Log("ERROR: After a catastrophic play error, the graph will be destroyed ... ");
+            Log("Filename is set to nothing here, here comes the destroy ...");
+            try {
+                DestroyGraph();
+            } catch (const AutomationError& e) {
+                if (logging()) Log(e.description());
+            }
+            Log("Graph destroyed.");
+        }
+        silenceStart_ = platform_.ticks().secondsSinceMidnight();
+        return;
+    }
+
+    // 10. Playing, unless the host changed the item from inside PlayStateChange.
+    SetPlaystate(MpPlaying);
+    // 11. The silence count starts again with every play.
+    silenceStart_ = platform_.ticks().secondsSinceMidnight();
+    if (get_Playstate() != MpPlaying) {
+        if (events_) events_->StreamBufferingFinished();
+        throw AutomationError(FileNameChangedWhilePlaying,
+                              "FileName got changed whilst playstate changing");
+    }
+}
+
+// ---- Stop and pause ----
+
+void Player::StopPlaying() {
+    // 1. A stop from inside the events of a stop does nothing. The flag is held until the
+    //    playstate change has been raised, so that a host stopping from its PlayStateChange
+    //    handler does not recurse.
+    if (stopBusy_) return;
+    stopBusy_ = true;
+    struct Clear {
+        bool& flag;
+        ~Clear() { flag = false; }
+    } clear{stopBusy_};
+
+    // 2. The helper stops the graph it follows; a graph it does not follow is stopped here.
+    if (Helper) {
+        (void)get_FileName();
+        Helper->stop();
+    }
+    if (MainGraphMan && MainGraphMan->state() != platform::GraphState::Stopped)
+        MainGraphMan->stop();
+
+    // 3. A stream starts from its beginning next time (unless Play is reloading it).
+    if (MainGraphMan && graphLoaded_ && isAddress(currentItem_) && !playingOverride_)
+        MainGraphMan->setCurrentPosition(0);
+
+    // 4.-5.
+    cachedPosition_ = 0;
+    if (MainGraphMan) {
+        double position = 0;
+        if (MainGraphMan->currentPosition(position).ok() && position != 0)
+            MainGraphMan->setCurrentPosition(0);
+    }
+
+    // 6.
+    SetPlaystate(mpstopped);
+}
+
+void Player::Pause() {
+    if (!graphLoaded_) return;
+
+    if (pflGraph_) {
+        if (PFLGraphMan) trap(PFLGraphMan->pause());
+        SetPlaystate(mpPaused);
+        return;
+    }
+    if (!MainGraphMan) return;
+
+    // A stream is never paused: pausing it stops it, unless it stands stopped at its start.
+    if (isAddress(currentItem_)) {
+        const PlayCondition state = get_Playstate();
+        double position = 0;
+        MainGraphMan->currentPosition(position);
+        if (!(state == mpstopped && position == 0)) StopPlaying();
+        return;
+    }
+
+    // A file pauses in place. The helper pauses the graph it follows; the ACM route also
+    // reads where the graph stopped, since its decoder delivers no further tick to do so.
+    const int32_t started = platform_.ticks().nowMs();
+    if (Helper) trap(Helper->pause());
+    if (MainGraphMan->state() != platform::GraphState::Paused) trap(MainGraphMan->pause());
+    if (UseACM_) {
+        double position = 0;
+        if (MainGraphMan->currentPosition(position).ok()) cachedPosition_ = position;
+    }
+    SetPlaystate(mpPaused);
+    if (logging())
+        Log("Pause took: " + std::to_string(int64_t{platform_.ticks().nowMs()} - started) +
+            " ms.");
+}
+
+// ---- The helper's tick and end ----
+
+void Player::helperTick(int32_t left, int32_t right) {
+    // 1.
+    leftPeak_ = left;
+    rightPeak_ = right;
+
+    // 2. A seek under way owns the position; a load under way owns the graph.
+    if (seeking_) return;
+    if (get_Playstate() != mpstopped && MainGraphMan && !loadBusy_) {
+        double position = 0;
+        if (MainGraphMan->currentPosition(position).ok()) cachedPosition_ = position;
+    }
+
+    // 3. Meters only while playing. The host may change the values; what it leaves is used.
+    if (playstate_ == MpPlaying && events_) events_->VUPeak(left, right);
+
+    // 4. The overall level, on every tick.
+    try {
+        int32_t level = peaks::overallLevel(left, right);
+        if (events_) events_->Timing(level);
+    } catch (const AutomationError&) {
+        // A peak without a magnitude (the most negative value) is no level at all.
+    }
+
+    // 5.
+    if (get_Playstate() == MpPlaying) SilenceCheck(left, right);
+}
+
+void Player::helperEnd() {
+    // Once per play, and never for the end of a stream that Play is reloading.
+    if (reloading_ || m_Endraised) return;
+    if (events_) {
+        events_->EndOfStream(1);
+        int32_t left = 0, right = 0;
+        events_->VUPeak(left, right);
+    }
+    m_Endraised = true;
+}
+
+// ---- Position, duration, elapsed time ----
+
+double Player::get_CurrentPosition() {
+    (void)get_Playstate();
+    return cachedPosition_;
+}
+
+void Player::put_CurrentPosition(double& value) {
+    if (isAddress(currentItem_)) return;
+    struct Seeking {
+        bool& flag;
+        explicit Seeking(bool& f) : flag(f) { flag = true; }
+        ~Seeking() { flag = false; }
+    } seeking(seeking_);
+
+    if (value < 0) value = 0;
+    try {
+        if (pflGraph_ && PFLGraphMan) {
+            m_Endraised = false;
+            trap(PFLGraphMan->setCurrentPosition(value));
+            value = value / cachedRate_;
+            Stopwatch().put_ElapsedTime(checked::toInt32(value * 1000));
+        } else if (MainGraphMan) {
+            if (cachedRate_ <= 0) cachedRate_ = 1.0;
+            m_Endraised = false;
+            trap(MainGraphMan->setCurrentPosition(value));
+            double position = 0;
+            if (trap(MainGraphMan->currentPosition(position))) cachedPosition_ = position;
+            // Elapsed counts play time: at a faster rate a position is reached sooner.
+            value = value / cachedRate_;
+            Stopwatch().put_ElapsedTime(checked::toInt32(value * 1000));
+        }
+    } catch (const AutomationError&) {
+        // An elapsed time beyond the stopwatch's range is lost; the seek stands.
+    }
+}
+
+double Player::get_GraphPosition() {
+    double seconds = 0;
+    if (!MainGraphMan || !MainGraphMan->currentPosition(seconds).ok()) return 0;
+    return seconds;
+}
+
+double Player::get_GraphDuration() {
+    double seconds = 0;
+    if (!MainGraphMan || !MainGraphMan->duration(seconds).ok()) return 0;
+    return seconds;
+}
+
+double Player::get_Duration() {
+    if (get_StreamingIsOnDemandFile()) return get_GraphDuration();
+    return cachedDuration_;
+}
+
+float Player::get_Elapsed() {
+    try {
+        return static_cast<float>(Stopwatch().get_ElapsedTime()) / 1000.0f;
+    } catch (const AutomationError&) {
+        return 0;
+    }
+}
+
+void Player::put_ElapsedForcedChange(float& value) {
+    value = value * 1000;
+    // Milliseconds and the seconds already elapsed are added as they are: hosts send the
+    // correction they have measured against this sum.
+    const float seconds = get_Elapsed();
+    try {
+        Stopwatch().put_ElapsedTime(checked::toInt32(static_cast<double>(value) + seconds));
+    } catch (const AutomationError&) {
+    }
+}
+
+// ---- Volume and mute ----
+
+void Player::put_Volume(int32_t& value) {
+    if (value > 0) value = 0;
+    if (value > QuietestRemembered) storedVolume_ = value;
+    if (graphLoaded_ && !pflGraph_) {
+        if (MainGraphMan) trap(MainGraphMan->setVolume(value));
+        if (Helper) {
+            auto helperGraph = Helper->currentGraph();
+            if (helperGraph && helperGraph != MainGraphMan) trap(helperGraph->setVolume(value));
+        }
+    } else if (pflGraph_ && PFLGraphMan) {
+        trap(PFLGraphMan->setVolume(value));
+    }
+    clearErr();
+}
+
+int32_t Player::get_Volume() {
+    if (!graphLoaded_) return storedVolume_;
+    const platform::GraphPtr& graph = pflGraph_ ? PFLGraphMan : MainGraphMan;
+    int32_t level = 0;
+    if (!graph || !graph->volume(level).ok()) return 0;
+    return level;
+}
+
+void Player::put_mute(bool& value) {
+    if (!graphLoaded_ || !MainGraphMan) return;
+    MainGraphMan->setVolume(value ? MuteLevel : storedVolume_);
+}
+
+bool Player::get_mute() {
+    if (!graphLoaded_ || !MainGraphMan) return false;
+    int32_t level = 0;
+    if (!MainGraphMan->volume(level).ok()) return false;
+    return level < QuietestRemembered;
+}
+
+// ---- Rate ----
+
+void Player::put_Rate(double& value) {
+    // 1.-2. Fast play is allowed only where the marker file is.
+    auto& services = platform_.operatorServices();
+    if (value >= 1.1 && services.fileExists(services.markerFilePath())) value = 2.0;
+    if (value < 0.9) value = 0.9;
+
+    // 3. The pitch filter keeps the pitch while it changes the rate.
+    if (UsePitchAdjuster_) {
+        pitchRate_ = value;
+        pitchCarriesRate_ = true;
+        if (auto* pitch = PitchControl()) trap(pitch->setRate(value));
+        clearErr();
+        return;
+    }
+
+    // 4. Otherwise the graph's own rate; Windows Media files play at their own speed only.
+    if (!graphLoaded_ || !MainGraphMan) return;
+    if (text::endsWithNoCase(currentItem_, ".wma")) value = 1.0;
+    trap(MainGraphMan->setRate(value));
+    clearErr();
+    cachedRate_ = value;
+    pitchCarriesRate_ = false;
+    // Elapsed goes on from where it was, now counting at the new rate.
+    try {
+        const int32_t elapsed = Stopwatch().get_ElapsedTime();
+        Stopwatch().StopTiming();
+        Stopwatch().put_ElapsedTime(elapsed);
+        if (playstate_ == MpPlaying) Stopwatch().StartTiming();
+    } catch (const AutomationError&) {
+    }
+}
+
+double Player::get_Rate() {
+    if (pitchCarriesRate_) return 1.0;
+    double rate = 0;
+    if (!MainGraphMan) return cachedRate_;
+    if (!MainGraphMan->rate(rate).ok()) return 0;
+    return rate;
+}
+
+} // namespace corvid

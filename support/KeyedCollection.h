@@ -1,0 +1,47 @@
+#pragma once
+// An ordered collection whose entries carry a key, looked up without regard to case: the
+// catalogue's filters and devices, keyed by display name. Adding a key that is already there
+// fails, so that callers decide what a duplicate means.
+
+#include "support/Text.h"
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace corvid {
+
+template <class T> class KeyedCollection {
+public:
+    struct Entry {
+        std::string key;
+        T value;
+    };
+
+    std::size_t Count() const { return entries_.size(); }
+    bool empty() const { return entries_.empty(); }
+    const Entry& at(std::size_t index) const { return entries_.at(index); }
+
+    bool Add(std::string key, T value) {
+        if (find(key)) return false;
+        entries_.push_back(Entry{std::move(key), std::move(value)});
+        return true;
+    }
+    bool Contains(const std::string& key) const { return find(key) != nullptr; }
+    const T* find(const std::string& key) const {
+        for (const auto& e : entries_)
+            if (text::equalsNoCase(e.key, key)) return &e.value;
+        return nullptr;
+    }
+    void Clear() { entries_.clear(); }
+
+    auto begin() const { return entries_.begin(); }
+    auto end() const { return entries_.end(); }
+
+private:
+    std::vector<Entry> entries_;
+};
+
+} // namespace corvid
