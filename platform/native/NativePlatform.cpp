@@ -1,6 +1,7 @@
 #include "platform/native/NativePlatform.h"
 
 #include "platform/native/Helpers.h"
+#include "platform/native/IniSettingsStore.h"
 #include "platform/native/TagLibReader.h"
 #include "platform/native/filters/FFmpeg.h"
 
@@ -12,7 +13,7 @@ NativePlatform::NativePlatform(NativeOptions options)
     : options_(std::move(options)), loop_(std::make_shared<NativeEventLoop>()) {
     initFFmpeg();
     operator_.setEchoToStderr(options_.echoOperatorToStderr);
-    settings_ = options_.settings ? options_.settings : std::make_shared<MemorySettingsStore>();
+    settings_ = options_.settings ? options_.settings : std::make_shared<IniSettingsStore>();
     catalogue_ = std::make_shared<NativeCatalogue>(
         options_.output, options_.soundServerTimeoutMs,
         [this](const std::string& line) { operator_.report(line); });

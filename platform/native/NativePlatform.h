@@ -26,7 +26,8 @@ struct NativeOptions {
     int helperTickHz = 20;
     // How long the sound server may take to answer the device enumeration.
     int soundServerTimeoutMs = 2000;
-    // Where settings live; empty: kept in memory for the life of the platform.
+    // Where settings live; empty: one INI file per application under $XDG_CONFIG_HOME/corvid/
+    // (MemorySettingsStore keeps them in memory instead).
     std::shared_ptr<platform::SettingsStore> settings;
     // Operator reports (message boxes, repair commands) also go to stderr.
     bool echoOperatorToStderr = true;
