@@ -251,6 +251,7 @@ void NativeGraph::stopStreaming() {
         }
         runner->wake.notify_all();
     }
+    for (auto& f : filters_) f->unblock();
     for (auto& runner : runners_)
         if (runner->thread.joinable()) runner->thread.join();
     runners_.clear();

@@ -114,6 +114,9 @@ public:
     virtual double durationSeconds() const { return 0; }
 
     virtual AudioRenderer* asRenderer() { return nullptr; }
+    // Control thread, while the streaming threads are being stopped: a producer that may wait
+    // for outside data (the network) gives up waiting.
+    virtual void unblock() {}
 
 protected:
     NativePinPtr addPin(const std::string& name, platform::PinDirection direction);
