@@ -457,6 +457,16 @@ void NativeGraph::postError(uint64_t generation) {
     });
 }
 
+void NativeGraph::postDeviceLost() {
+    if (!context_.loop) return;
+    std::weak_ptr<NativeGraph> weak = weak_from_this();
+    const uint64_t generation = this->generation();
+    context_.loop->post([weak, generation] {
+        auto g = weak.lock();
+        if (g && generation == g->generation()) g->raise(GraphEvent::DeviceLost);
+    });
+}
+
 Status NativeGraph::connectDirect(NativePin& out, NativePin& in) {
     if (out.peer() || in.peer())
         return Status::failure(hr::AlreadyConnected, "The pin is already connected.");

@@ -173,6 +173,8 @@ public:
     // Stream thread: a renderer has played out its end of stream (or a head failed).
     void postRendererEnd(AudioRenderer* renderer, uint64_t generation);
     void postError(uint64_t generation);
+    // Any thread: a renderer's device went away.
+    void postDeviceLost();
 
     // Pin operations, reached through NativePin.
     Status connectDirect(NativePin& out, NativePin& in);
