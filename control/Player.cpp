@@ -201,10 +201,6 @@ void Player::Init() {
     guardedVoid([&] { Cards(); });
 }
 
-NameCollection Player::get_Plugins() {
-    return guarded(NameCollection{}, [&] { return Cards().Plugins(); });
-}
-
 // A single slot, deliberately: the newest plug-in name replaces the previous one.
 void Player::AddPlugin(const std::string& FilterName) { pluginName_ = FilterName; }
 
@@ -280,7 +276,6 @@ bool Player::FindConnectedFilter(const std::string& FilterName, const platform::
 MediaTags& Player::Tags() {
     if (!tags_) {
         tagReader_ = platform_.createTagReader();
-        if (!tagReader_) throw AutomationError(platform::hr::Pointer, "No tag reader.");
         tags_ = std::make_unique<MediaTags>(*tagReader_);
     }
     return *tags_;

@@ -33,7 +33,7 @@ namespace corvid {
 class clsCards;
 class clsSilenceDet;
 class MediaTags;
-class dlgSilence;
+class SilenceDialog;
 class TimerClass1;
 struct PlayerProcessState;
 
@@ -48,9 +48,9 @@ public:
     void setEvents(PlayerEvents* events) { events_ = events; }
     // Whether the host is in run mode; Init acts only then. Default true.
     void setRunMode(bool running) { runMode_ = running; }
-    // Presents the silence settings dialog modally (a toolkit view over the dialog model,
-    // shown over `owner`); without one, SilenceDetShowUI logs that no dialog can be shown.
-    void setSilenceDialogPresenter(std::function<void(dlgSilence&, void* owner)> presenter);
+    // Presents the silence settings dialog modally; without one, SilenceDetShowUI logs that
+    // no dialog can be shown.
+    void setSilenceDialogPresenter(std::function<void(SilenceDialog&, void* owner)> presenter);
 
     // ---- Public fields: plain stored values, no side effects ----
     bool CanCueIn = false;
@@ -213,23 +213,10 @@ private:
     void SetPlaystate(PlayCondition newState);
     void ResetPlaystateBookkeeping();
     void ApplyStoredVolume();
-    // The elapsed-time stopwatch, made on first use.
-    TimerClass1& Stopwatch();
-    // The pitch filter's control in the current graph, or null.
-    platform::PitchShifterControl* PitchControl();
-    // Whether a Play error leaves the graph standing.
-    static bool IsExpectedPlayError(int32_t number);
-
-    // ---- Levels: peaks, silence, the silence dialog (control/Silence.cpp) ----
     void SilenceCheck(int32_t left, int32_t right);
 
     // ---- Load (control/Load.cpp) ----
-    // Every stream address loads with this duration, whatever the stream reports.
-    static constexpr double StreamDurationSeconds = 216000.0;
     void LoadItem(const std::string& newName);
-    void LoadSucceeded(const std::string& name);
-    void UnloadItem();
-    void FailLoad(const std::string& name);
     void LogCheckpoint(int n);
     void ApplyPitchOptions(const std::string& name);
 
@@ -308,7 +295,7 @@ private:
     void OnCardsGotFiltersWeNeed(NameCollection& found, NameCollection& weNeed);
 
     // ---- Cue and segue (control/CueSegue.cpp) ----
-    platform::Status StartSegueSearch(bool retryWithAsfReader);
+    void StartSegueSearch(bool forceAsfReader);
 
     // ---- Tags ----
     MediaTags& Tags();
@@ -320,7 +307,7 @@ private:
     platform::Platform& platform_;
     PlayerEvents* events_ = nullptr;
     bool runMode_ = true;
-    std::function<void(dlgSilence&, void*)> silenceDialogPresenter_;
+    std::function<void(SilenceDialog&, void*)> silenceDialogPresenter_;
     std::shared_ptr<PlayerProcessState> process_;
 
     // Settings and stored values.
@@ -353,9 +340,8 @@ private:
     double cachedPosition_ = 0;
     double cachedDuration_ = 0;
     double cachedRate_ = 1.0;
-    bool pitchCarriesRate_ = false; // a Rate write went to the pitch filter
-    double pitchRate_ = 1.0;        // the rate the pitch filter is to play at
-    double pitchValue_ = 0;         // semitones
+    bool pitchCarriesRate_ = false;
+    double pitchValue_ = 0;
     int32_t leftPeak_ = 0;
     int32_t rightPeak_ = 0;
     double silenceStart_ = 0; // seconds since midnight; 0 = not yet set
@@ -371,6 +357,7 @@ private:
 
     // Cue and segue.
     bool AutoCueBusy_ = false;
+    bool autoCueFollower_ = false;
     bool seguePending_ = false;
     int32_t cueSearchStart_ = 0;
     double AutoCuePos_ = 0;
@@ -432,8 +419,8 @@ private:
     bool UsingASFReader_ = false;
     bool UsingHaldenSource_ = false;
 
-    std::unique_ptr<platform::TagReader> tagReader_; // outlives tags_, which reads through it
-    std::unique_ptr<MediaTags> tags_;
+    std::unique_ptr<platform::TagReader> tagReader_;
+    std::unique_ptr<MediaTags> tags_; // over tagReader_, declared after it
 };
 
 } // namespace corvid

@@ -50,14 +50,14 @@ TEST_F(CueSegueTest, ANegativeCueResultIsNotFound) {
 TEST_F(CueSegueTest, ACueSearchForAnotherFileUsesTheProcessThresholdAndTheSourceChoice) {
     int32_t thresh = -300;
     player->put_autoCueThresh(thresh);
-    PI::usingAsfReader(*player) = true;
+    PI(*player).usingAsfReader() = true;
     player->AutoCueSearch("/music/other.mp3");
     const HelperSearch& s = *cueHelper().lastSearch();
     EXPECT_EQ(s.file, "/music/other.mp3");
     EXPECT_EQ(s.threshold, 300);
     EXPECT_TRUE(s.useAsfReader);
 
-    PI::usingHaldenSource(*player) = true; // the player's own source: not the ASF reader
+    PI(*player).usingHaldenSource() = true; // the player's own source: not the ASF reader
     player->AutoCueSearch();
     EXPECT_FALSE(cueHelper().lastSearch()->useAsfReader);
 }
@@ -80,7 +80,7 @@ TEST_F(CueSegueTest, ASegueSearchDuringACueSearchWaitsForTheCueResult) {
     player->AutoCueSearch();
     player->AutoSegSearch();
     EXPECT_EQ(searches(), 1u);
-    EXPECT_TRUE(PI::seguePending(*player));
+    EXPECT_TRUE(PI(*player).seguePending());
 
     cueHelper().fireCueIn(1000);
     ASSERT_EQ(searches(), 2u);
@@ -88,7 +88,7 @@ TEST_F(CueSegueTest, ASegueSearchDuringACueSearchWaitsForTheCueResult) {
     EXPECT_EQ(s.kind, HelperSearch::Kind::Segue);
     EXPECT_EQ(s.file, Mp3);
     EXPECT_EQ(s.threshold, 700);
-    EXPECT_FALSE(PI::seguePending(*player));
+    EXPECT_FALSE(PI(*player).seguePending());
 
     cueHelper().fireSegue(171250);
     EXPECT_EQ(host.segues, std::vector<double>{171.25});
@@ -112,7 +112,7 @@ TEST_F(CueSegueTest, APendingSegueSearchGivesUpOnTheCueResultAfter5001Ms) {
     ASSERT_EQ(searches(), 2u);
     EXPECT_EQ(cueHelper().lastSearch()->kind, HelperSearch::Kind::Segue);
     EXPECT_FALSE(player->get_AutoCueBusy());
-    EXPECT_FALSE(PI::seguePending(*player));
+    EXPECT_FALSE(PI(*player).seguePending());
 
     // The late cue result still counts, but starts nothing more.
     cueHelper().fireCueIn(500);
@@ -138,18 +138,18 @@ TEST_F(CueSegueTest, ASegueSearchThatCannotStartIsTriedOnceMoreThroughTheAsfRead
 }
 
 TEST_F(CueSegueTest, ThePlayersOwnSourceUsesItsOwnSegueVariant) {
-    PI::usingHaldenSource(*player) = true;
+    PI(*player).usingHaldenSource() = true;
     player->AutoSegSearch();
     EXPECT_EQ(cueHelper().lastSearch()->kind, HelperSearch::Kind::SegueOwnSource);
 }
 
 TEST_F(CueSegueTest, StreamsAndPlayersWithoutACueHelperSearchNothing) {
-    PI::currentItem(*player) = "http://127.0.0.1:8000/live";
+    PI(*player).currentItem() = "http://127.0.0.1:8000/live";
     player->AutoSegSearch();
     EXPECT_EQ(searches(), 0u);
 
     logging(true);
-    PI::cueHelper(*player).reset();
+    PI(*player).cueHelper().reset();
     player->AutoCueSearch();
     player->AutoSegSearch();
     EXPECT_FALSE(player->get_AutoCueBusy());
@@ -170,7 +170,7 @@ TEST_F(CueSegueTest, TheLoadStartsTheCueSearchWhenTheHostAllowsIt) {
     player->CanCueIn = false;
     load(Mp3);
     EXPECT_FALSE(player->get_AutoCueBusy());
-    EXPECT_FALSE(PI::seguePending(*player));
+    EXPECT_FALSE(PI(*player).seguePending());
     EXPECT_EQ(player->get_AutoCuePos(), 0.0);
 }
 

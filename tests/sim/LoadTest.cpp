@@ -95,7 +95,7 @@ INSTANTIATE_TEST_SUITE_P(
 // ---- Logging off ----
 
 TEST_F(LoadTest, WithLoggingOffNoLogLineIsRaisedButStateAndMetersStillAre) {
-    PI::playstate(*player) = mpPaused; // as a host may leave it before the first item
+    PI(*player).storedPlaystate() = mpPaused; // as a host may leave it before the first item
     load(Mp3);
     ASSERT_EQ(player->get_FileName(), Mp3) << player->get_LastError();
     EXPECT_FALSE(host.states.empty());

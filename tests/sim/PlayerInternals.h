@@ -1,7 +1,7 @@
 #pragma once
-// White-box access to a Player for its own tests: the state the public surface does not show,
-// and the private handlers that the platform's events reach. One shared header; add what a
-// test needs, keep what others added.
+// White-box access to a Player for its own tests: the state that the public surface does not
+// show, and the private operations a test drives one at a time. Shared by every test file;
+// add accessors here rather than in a test.
 
 #include "control/Player.h"
 
@@ -10,39 +10,33 @@
 namespace corvid {
 
 struct PlayerInternals {
-    // ---- Playstate and transport ----
-    static PlayCondition& playstate(Player& p) { return p.playstate_; }
-    static bool& graphLoaded(Player& p) { return p.graphLoaded_; }
-    static bool& pflGraph(Player& p) { return p.pflGraph_; }
-    static bool& playingOverride(Player& p) { return p.playingOverride_; }
-    static bool& seeking(Player& p) { return p.seeking_; }
-    static int32_t& storedVolume(Player& p) { return p.storedVolume_; }
-    static double& cachedPosition(Player& p) { return p.cachedPosition_; }
-    static double& cachedDuration(Player& p) { return p.cachedDuration_; }
-    static double& cachedRate(Player& p) { return p.cachedRate_; }
-    static double& pitchRate(Player& p) { return p.pitchRate_; }
-    static double& silenceStart(Player& p) { return p.silenceStart_; }
-    static TimerClass1& stopwatch(Player& p) { return p.Stopwatch(); }
-    static void setPlaystate(Player& p, PlayCondition s) { p.SetPlaystate(s); }
+    explicit PlayerInternals(Player& p) : p(p) {}
+    Player& p;
 
-    // ---- Load ----
-    static std::string& currentItem(Player& p) { return p.currentItem_; }
-    static bool& loadBusy(Player& p) { return p.loadBusy_; }
+    PlayCondition& storedPlaystate() { return p.playstate_; }
+    bool& playingOverride() { return p.playingOverride_; }
+    int32_t& leftPeak() { return p.leftPeak_; }
+    int32_t& rightPeak() { return p.rightPeak_; }
+    std::string& currentItem() { return p.currentItem_; }
+    platform::GraphPtr& mainGraph() { return p.MainGraphMan; }
+    std::string& lastError() { return p.LastError_; }
+    bool& pipe2020() { return p.Pipe2020_; }
+    platform::FilterPtr& pipeSender() { return p.fPipeSender; }
+    platform::FilterPtr& pitchShifter() { return p.fPitchShifter; }
+
+    void log(const std::string& text) { p.Log(text); }
+    void writeLog(const std::string& text) { p.RaiseWriteLog(text); }
+
+    // ---- Transport ----
+    bool& seeking() { return p.seeking_; }
+    bool& graphLoaded() { return p.graphLoaded_; }
+    bool& loadBusy() { return p.loadBusy_; }
 
     // ---- Cue and segue ----
-    static bool& autoCueBusy(Player& p) { return p.AutoCueBusy_; }
-    static bool& seguePending(Player& p) { return p.seguePending_; }
-    static int32_t& cueSearchStart(Player& p) { return p.cueSearchStart_; }
-
-    // ---- Graph object model ----
-    static platform::GraphPtr& mainGraph(Player& p) { return p.MainGraphMan; }
-    static platform::GraphPtr& pflGraphMan(Player& p) { return p.PFLGraphMan; }
-    static platform::GraphHelperPtr& helper(Player& p) { return p.Helper; }
-    static platform::GraphHelperPtr& cueHelper(Player& p) { return p.CueHelper; }
-    static platform::FilterPtr& pitchShifter(Player& p) { return p.fPitchShifter; }
-    static bool& usingAsfReader(Player& p) { return p.UsingASFReader_; }
-    static bool& usingHaldenSource(Player& p) { return p.UsingHaldenSource_; }
-    static void createHelpers(Player& p) { p.CreateHelpers(); }
+    bool& seguePending() { return p.seguePending_; }
+    platform::GraphHelperPtr& cueHelper() { return p.CueHelper; }
+    bool& usingAsfReader() { return p.UsingASFReader_; }
+    bool& usingHaldenSource() { return p.UsingHaldenSource_; }
 };
 
 } // namespace corvid

@@ -66,12 +66,12 @@ TEST_F(TransportTest, TheHelpersEndIsRaisedOncePerPlayAndLeavesThePlaystate) {
 TEST_F(TransportTest, PausingAStreamStopsItAndPausingAStoppedStreamAtItsStartDoesNothing) {
     // A loaded stream as the load leaves it: stopped at position 0.
     load(Mp3);
-    PI::currentItem(*player) = "http://127.0.0.1:8000/live";
+    PI(*player).currentItem() = "http://127.0.0.1:8000/live";
     host.clear();
     player->Pause();
     EXPECT_TRUE(host.states.empty());
 
-    PI::playstate(*player) = MpPlaying;
+    PI(*player).storedPlaystate() = MpPlaying;
     player->Pause();
     EXPECT_EQ(host.states, (std::vector<std::pair<int32_t, int32_t>>{{2, 0}}));
     EXPECT_EQ(player->get_Playstate(), mpstopped);
@@ -201,7 +201,7 @@ TEST_F(TransportTest, TicksRefreshThePositionExceptDuringASeek) {
     helper().fireThreadEvent(1, 1);
     EXPECT_NEAR(player->get_CurrentPosition(), 2.0, 1e-9);
 
-    PI::seeking(*player) = true;
+    PI(*player).seeking() = true;
     sim->advanceMs(1000);
     helper().fireThreadEvent(1, 1);
     EXPECT_NEAR(player->get_CurrentPosition(), 2.0, 1e-9);
@@ -231,7 +231,7 @@ TEST_F(TransportTest, ASeekSetsElapsedToThePlayTimeAtTheCurrentRate) {
 
 TEST_F(TransportTest, AStreamIsNotSeeked) {
     load(Mp3);
-    PI::currentItem(*player) = "http://127.0.0.1:8000/live";
+    PI(*player).currentItem() = "http://127.0.0.1:8000/live";
     double to = 50;
     player->put_CurrentPosition(to);
     EXPECT_EQ(to, 50);
@@ -302,13 +302,13 @@ TEST_F(TransportTest, WithThePitchAdjusterTheRateGoesToThePitchFilterAndReadsAsO
     double graphRate = 0;
     player->mainGraph()->rate(graphRate);
     EXPECT_DOUBLE_EQ(graphRate, 1.0);
-    auto pitch = PI::pitchShifter(*player);
+    auto pitch = PI(*player).pitchShifter();
     ASSERT_TRUE(pitch && pitch->pitchShifter());
     EXPECT_DOUBLE_EQ(pitch->pitchShifter()->rate(), 1.2);
 
     // The next item's pitch filter takes the same rate.
     load(Mp3B);
-    pitch = PI::pitchShifter(*player);
+    pitch = PI(*player).pitchShifter();
     ASSERT_TRUE(pitch && pitch->pitchShifter());
     EXPECT_DOUBLE_EQ(pitch->pitchShifter()->rate(), 1.2);
     EXPECT_FALSE(pitch->pitchShifter()->passThrough());

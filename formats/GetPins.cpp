@@ -1,0 +1,25 @@
+#include "control/Player.h"
+
+namespace corvid {
+
+// The last input pin and the last output pin of the filter's list win; a filter that is not
+// there leaves both pins empty.
+void Player::GetPins(platform::PinPtr& inPin, platform::PinPtr& outPin,
+                     const platform::FilterPtr& filter) {
+    inPin.reset();
+    outPin.reset();
+    if (!filter) return;
+    for (const auto& pin : filter->pins()) {
+        if (!pin) continue;
+        if (pin->direction() == platform::PinDirection::Input)
+            inPin = pin;
+        else
+            outPin = pin;
+    }
+}
+
+bool Player::get_UsingHaldenSource() { return UsingHaldenSource_; }
+
+bool Player::get_UsingASFReader() { return UsingASFReader_; }
+
+} // namespace corvid

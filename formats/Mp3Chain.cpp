@@ -1,0 +1,245 @@
+// The MP3 and MPEG chain: source -> "MPEG-I Stream Splitter" -> "MPEG Layer-3 Decoder" ->
+// sample grabber -> sound card, or, for sources that already decode (the Windows Media reader,
+// our own reader, FLAC), source -> sample grabber -> sound card. When neither stands it
+// rebuilds the grabber and goes through an extra "ACM Wrapper" of its own.
+//
+// The most defensive of the chains: every failure but the last leaves the graph without
+// source and with a fresh sample grabber, ready for the dispatcher's next chain. The last one
+// (grabber to renderer) leaves the graph as built, for the dispatcher to look at.
+//
+// Message texts mix "Connectmp3Filters" and "ConnectMp3Filters"; operators search the logs
+// for them, so they stay as they are.
+
+#include "control/Player.h"
+#include "formats/ChainSupport.h"
+#include "support/Text.h"
+
+namespace corvid {
+
+namespace {
+constexpr int32_t kChainError = 319558;
+
+// Where a step sends the chain next. The routes only ever lead further down this list, so
+// the chain runs them in this order and skips those it is not sent to.
+enum class Mp3Next {
+    DirectToGrabber,   // sources that decode already: try the grabber straight behind them
+    SplitterRoute,     // splitter output -> decoder input
+    AcmRoute,          // rebuild the grabber, go through the chain's own ACM Wrapper
+    DecoderToGrabber,  // decoder (or ACM) output -> grabber input
+    GrabberToRenderer, // grabber output -> sound card
+    CleanUp,
+};
+} // namespace
+
+bool Player::ConnectMp3Filters(platform::PinPtr& sourcePin, platform::PinPtr& splitterIn,
+                               platform::FilterPtr& splitter, platform::PinPtr& decoderIn,
+                               platform::PinPtr& decoderOut, platform::PinPtr& sgIn,
+                               platform::PinPtr& sgOut, platform::PinPtr& renderIn,
+                               platform::FilterPtr& sampleGrabber, bool& usingWM,
+                               const std::string& fileName) {
+    using namespace formats;
+
+    const bool isFlac = text::endsWithNoCase(text::lastChars(fileName, 4), "flac");
+
+    // The source: the dispatcher normally hands it over; without one the chain adds it.
+    if (!sourcePin) {
+        bool mustUseAsfReader = false;
+        if (AddSourceFilter(fileName, mustUseAsfReader))
+            sourcePin = MainSourcePin;
+        else
+            Log("Connectmp3Filters: cannot add source filter");
+    }
+    if (!sourcePin) {
+        const std::string noSource = "Connectmp3Filters: no source pin, cannot continue";
+        LastError_ += noSource;
+        Log(noSource);
+        return false;
+    }
+    if (logging())
+        Log("Connectmp3Filters, for: " + fileName + " Source is: " + ownerName(sourcePin));
+
+    const bool usingHalden = get_UsingHaldenSource();
+    const bool plainRoute = !(usingWM || usingHalden || isFlac);
+
+    // The grabber argument is the player's grabber: the two always name the same filter.
+    auto removeGrabber = [&] {
+        RemoveFilterTrapped(sampleGrabber);
+        fSampleGrabber.reset();
+        sampleGrabber.reset();
+    };
+    auto recreateGrabber = [&] {
+        fSampleGrabber = CreateSampleGrabberTrapped();
+        sampleGrabber = fSampleGrabber;
+        GetPins(sgIn, sgOut, sampleGrabber);
+    };
+
+    // A source that decodes by itself: if the sound card would take it as it is, the grabber
+    // goes straight behind it; if not, let the graph find a converter to learn whether any
+    // route exists, then tear the test route down and build it with our own ACM Wrapper.
+    auto directToGrabber = [&]() -> Mp3Next {
+        clearErr();
+        if (trap(connectDirect(sourcePin, renderIn))) {
+            if (isConnected(sourcePin)) trap(disconnect(sourcePin));
+            if (trap(connectDirect(sourcePin, sgIn))) {
+                Log("ConnectMp3Filters: Source Pin Connected OK to the SGInPin");
+                return Mp3Next::GrabberToRenderer;
+            }
+            LastError_ += "ConnectMp3Filters: Source Pin did not connect directly to the SGinPin: " +
+                          ErrText();
+            return Mp3Next::CleanUp;
+        }
+        if (!(usingWM || usingHalden)) return Mp3Next::SplitterRoute; // FLAC through another source
+
+        clearErr();
+        RaisePlayerLogInfo("For " + fileName + ":" +
+                           "UsingWM or UsingHalden. Test connecting source pin (possibly via ACM) to render");
+        removeGrabber();
+        if (!trap(connect(sourcePin, renderIn))) {
+            RaisePlayerLogInfo("ConnectMp3Filters: " + std::string("For ") + fileName + ":" +
+                               "UsingWM or UsingHalden. Failed to connect source pin (possibly via acm) to render");
+            RaisePlayerLogInfo(PrintFilters(nullptr));
+            return Mp3Next::CleanUp;
+        }
+        recreateGrabber();
+        if (logging()) {
+            RaisePlayerLogInfo("ConnectMp3Filters...");
+            RaisePlayerLogInfo("For " + fileName + ":" +
+                               "UsingWM or UsingHalden. OK, connected source pin (possibly via acm) to render");
+            RaisePlayerLogInfo(PrintFilters(MainGraphMan));
+        }
+        trap(disconnect(sourcePin));
+        trap(connectDirect(sourcePin, sgIn));
+        clearErr();
+        if (isConnected(renderIn) && !errPending()) trap(disconnect(renderIn));
+        return errPending() ? Mp3Next::CleanUp : Mp3Next::AcmRoute;
+    };
+
+    auto splitterRoute = [&]() -> Mp3Next {
+        platform::PinPtr splitterOut;
+        GetPins(splitterIn, splitterOut, splitter);
+        if (!splitterOut) {
+            trapError(kChainError, "No Mpeg SplitterOutPIn");
+            return Mp3Next::CleanUp;
+        }
+        Log("Connecting mpeg splitter out pin to mp3decoder in pin...");
+        trap(connectDirect(splitterOut, decoderIn));
+        return errPending() ? Mp3Next::AcmRoute : Mp3Next::DecoderToGrabber;
+    };
+
+    auto acmRoute = [&]() -> Mp3Next {
+        Log("Connectmp3Filters: could not connect splitter out pin directly, trying all sorts of "
+            "things to make it sensibly connect...");
+        if (isConnected(sourcePin)) trap(disconnect(sourcePin));
+        clearErr();
+
+        Log("Connectmp3Filters: Have to remove sampleGrabber here...");
+        removeGrabber();
+        sgIn.reset();
+        sgOut.reset();
+        if (errPending()) {
+            const std::string expected =
+                "ConnectMp3Filters: we DO expect the SG to be there to remove right here!";
+            LastError_ += "\r\n" + ErrText() + expected;
+            RaisePlayerLogInfo(expected);
+            return Mp3Next::CleanUp;
+        }
+
+        Log("Connectmp3Filters: Have to re-add sampleGrabber here...");
+        recreateGrabber();
+        if (errPending()) {
+            LastError_ += "\r\nNo SG pins after re-add";
+            return Mp3Next::CleanUp;
+        }
+
+        // The chain's own ACM Wrapper, kept for the next attempt until the source goes.
+        const auto acmEntry = TakeCatalogueEntry("ACM Wrapper");
+        if (!acmEntry) {
+            LastError_ += "ConnectMp3Filters: no ACM Wrapper " + ErrText();
+            return Mp3Next::CleanUp;
+        }
+        if (!fChainACMWrapper) fChainACMWrapper = AddCatalogueInstance(acmEntry);
+        if (errPending() || !fChainACMWrapper) return Mp3Next::CleanUp;
+
+        platform::PinPtr acmIn, acmOut;
+        GetPins(acmIn, acmOut, fChainACMWrapper);
+        if (!acmIn || !acmOut) {
+            LastError_ += "ConnectMp3Filters: no Extra ACM Pins " + ErrText();
+            RaisePlayerLogInfo("ConnectMp3Filters: we DO expect the ExtraACM here to have pins!");
+            return Mp3Next::CleanUp;
+        }
+        trap(connect(sourcePin, acmIn));
+        if (errPending()) {
+            LastError_ += "ConnectMp3Filters: Source will not connect to the extra ACM " + ErrText();
+            return Mp3Next::CleanUp;
+        }
+        decoderOut = acmOut;
+        if (!sgIn || !sgOut) {
+            LastError_ += "ConnectMp3Filters: unexpected: no samplegrabber pins  " + ErrText();
+            RaisePlayerLogInfo("ConnectMp3Filters: unexpected: no samplegrabber pins !!");
+            return Mp3Next::CleanUp;
+        }
+        return Mp3Next::DecoderToGrabber;
+    };
+
+    auto decoderToGrabber = [&]() -> Mp3Next {
+        Log("Connectmp3Filters: connecting decoder out pin to sample grabber in pin...");
+        if (trap(connectDirect(decoderOut, sgIn))) {
+            Log("Connectmp3Filters: connected decoder out pin to sample grabber in pin...OK");
+            return Mp3Next::GrabberToRenderer;
+        }
+        LastError_ += "Connectmp3Filters: cannot connect direct mp3decoutpin to sginpin " + ErrText();
+        return Mp3Next::CleanUp;
+    };
+
+    // The last step fails without clean-up: the graph stays as built for the dispatcher.
+    auto grabberToRenderer = [&]() -> bool {
+        if (!trap(connectDirect(sgOut, renderIn))) {
+            clearErr();
+            trap(connect(sgOut, renderIn));
+        }
+        if (!errPending()) return true;
+        const std::string failure =
+            "Connectmp3Filters: cannot connect sgoutpin to renderinpin " + ErrText();
+        LastError_ += failure;
+        trapError(kChainError, "ConnectMp3Filters: cannot connect sgoutpin to renderinpin " + ErrText());
+        return false;
+    };
+
+    // Leaves the graph without source and with a sample grabber whose pins are fresh.
+    auto cleanUp = [&]() -> bool {
+        RemoveSourceFilterKeepingError();
+        sourcePin.reset();
+        if (!fSampleGrabber) {
+            fSampleGrabber = CreateSampleGrabberTrapped();
+            sampleGrabber = fSampleGrabber;
+            if (!fSampleGrabber) {
+                RaisePlayerLogInfo("CRITICAL: ConnectMp-3Filters cannot re-create Sample Grabber!");
+                return false;
+            }
+        }
+        sampleGrabber = fSampleGrabber;
+        GetPins(sgIn, sgOut, fSampleGrabber);
+        return false;
+    };
+
+    if (!sgIn || !sgOut) {
+        const std::string noPins = "ConnectMp3Filters: CRITICAL ERROR: no sample grabber pins, exiting";
+        LastError_ += noPins;
+        RaisePlayerLogInfo(noPins);
+        return cleanUp();
+    }
+
+    Mp3Next next = Mp3Next::DirectToGrabber;
+    if (plainRoute) {
+        trap(connectDirect(sourcePin, splitterIn)); // a wrong file shows when the splitter has no output
+        next = Mp3Next::SplitterRoute;
+    }
+    if (next == Mp3Next::DirectToGrabber) next = directToGrabber();
+    if (next == Mp3Next::SplitterRoute) next = splitterRoute();
+    if (next == Mp3Next::AcmRoute) next = acmRoute();
+    if (next == Mp3Next::DecoderToGrabber) next = decoderToGrabber();
+    if (next == Mp3Next::GrabberToRenderer) return grabberToRenderer();
+    return cleanUp();
+}
+
+} // namespace corvid

@@ -1,0 +1,120 @@
+// The WAVE chain: source -> "Wave Parser" -> sample grabber -> sound card. A sample format
+// the card will not take goes through whatever the graph places between parser and card
+// (normally the "Brindle Format Converter"), with a new grabber slipped in before the card.
+//
+// Messages say "ConnectWavFilters", "ConnectWaveFilters" and, once, "ConnectWMAFilters", with
+// their double blanks: operators know them by these texts.
+
+#include "control/Player.h"
+#include "formats/ChainSupport.h"
+
+namespace corvid {
+
+bool Player::ConnectWaveFilters(platform::PinPtr& sourcePin, platform::PinPtr& waveParserIn,
+                                platform::FilterPtr& waveParser, platform::PinPtr& sgIn,
+                                platform::PinPtr& sgOut, platform::PinPtr& renderIn,
+                                platform::FilterPtr& sampleGrabber, const std::string& fileName) {
+    using namespace formats;
+
+    // Unlike the other failures, this one does not put a sample grabber back that the
+    // conversion route removed: the dispatcher re-creates it before the next chain.
+    auto fail = [&]() -> bool {
+        RaisePlayerLogInfo("ConnectWaveFilters Failed, with " + ErrText());
+        RemoveSourceFilterKeepingError();
+        sourcePin.reset();
+        RaisePlayerLogInfo(PrintFilters(MainGraphMan));
+        return false;
+    };
+    auto renderName = [&] { return ownerName(renderIn); };
+
+    if (!sourcePin) {
+        bool mustUseAsfReader = true;
+        if (AddSourceFilter(fileName, mustUseAsfReader))
+            sourcePin = MainSourcePin;
+        else
+            Log("ConnectWavFilters: cannot add source filter");
+    } else if (logging()) {
+        Log("ConnectWavFilters, for: " + fileName + " Source is: " + ownerName(sourcePin));
+    }
+    if (!sourcePin) {
+        Log("ConnectWMAFilters: no source pin, cannot continue");
+        return false;
+    }
+
+    Log("ConnectWaveFilters: ConnectDirect SourcePin -> Wave Splitter In Pin");
+    trap(connectDirect(sourcePin, waveParserIn));
+    if (errPending()) {
+        Log("ConnectWaveFilters:  Could not connect SourcePin  to WaveSplitterPin. Not a recognised wav file.");
+        return fail();
+    }
+
+    platform::PinPtr parserOut;
+    GetPins(waveParserIn, parserOut, waveParser);
+    if (!parserOut) {
+        RaisePlayerLogInfo("ConnectWaveFilters:  No Wave Splitter Out Pin");
+        return fail();
+    }
+
+    // The card takes the parser's format as it is: the grabber goes between them.
+    if (trap(connectDirect(parserOut, renderIn))) {
+        trap(disconnect(renderIn));
+        if (!trap(connectDirect(parserOut, sgIn))) {
+            RaisePlayerLogInfo("ConnectWaveFilters: WaveSplitterPin would not connect to SG");
+            return fail();
+        }
+        if (!trap(connectDirect(sgOut, renderIn))) {
+            RaisePlayerLogInfo("ConnectWaveFilters: SGOut pin would not connect to pRenderInPin " +
+                               renderName());
+            return fail();
+        }
+        return true;
+    }
+
+    // Conversion route: without the grabber in the way, the graph may place the format
+    // converter between parser and card; the grabber then goes in just before the card.
+    RaisePlayerLogInfo("ConnectWaveFilters:  Could not connect direct to pRenderPin: " + renderName());
+    clearErr();
+    RaisePlayerLogInfo("ConnectWaveFilters:  Removing SG");
+    RemoveFilterTrapped(sampleGrabber);
+    sampleGrabber.reset();
+    fSampleGrabber.reset();
+    sgIn.reset();
+    sgOut.reset();
+    if (errPending()) {
+        RaisePlayerLogInfo("ConnectWaveFilters:  Failed to remove SG");
+        return fail();
+    }
+
+    AddFilterByNameUnlessPresent("Brindle Format Converter");
+
+    trap(connect(parserOut, renderIn));
+    if (errPending()) {
+        RaisePlayerLogInfo("ConnectWaveFilters:  Could not Connect WaveSplitter Out Pin, even indirectly, to pRenderInPin " +
+                           renderName() + ErrText());
+        return fail();
+    }
+
+    const platform::PinPtr renderWasConnectedTo = connectedTo(renderIn);
+    trap(disconnect(renderIn));
+
+    sampleGrabber = CreateSampleGrabberTrapped();
+    fSampleGrabber = sampleGrabber;
+    GetPins(sgIn, sgOut, sampleGrabber);
+    if (!sgIn || !sgOut) {
+        RaisePlayerLogInfo("ConnectWaveFilters:  Unexpected: SG Not present ");
+        return fail();
+    }
+    if (!trap(connectDirect(renderWasConnectedTo, sgIn))) {
+        RaisePlayerLogInfo("ConnectWaveFilters:  Failed to Connect pRenderWasConnectedTo Directly to pSampleGrabberInPin\r\n" +
+                           ownerName(renderWasConnectedTo));
+        return fail();
+    }
+    if (!trap(connectDirect(sgOut, renderIn))) {
+        RaisePlayerLogInfo("ConnectWaveFilters:  Failed to Connect SampleGrabberOutpin to render pin\r\n" +
+                           renderName());
+        return fail();
+    }
+    return true;
+}
+
+} // namespace corvid

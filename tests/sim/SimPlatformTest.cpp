@@ -1,0 +1,3 @@
+#include "platform/sim/SimPlatform.h"
+#include <gtest/gtest.h>
+TEST(SimPlatformSmoke, Builds) { auto sim = corvid::sim::SimPlatform::standardMachine(); }
