@@ -33,7 +33,7 @@ namespace corvid {
 class clsCards;
 class clsSilenceDet;
 class MediaTags;
-class SilenceDialog;
+class dlgSilence;
 class TimerClass1;
 struct PlayerProcessState;
 
@@ -48,9 +48,9 @@ public:
     void setEvents(PlayerEvents* events) { events_ = events; }
     // Whether the host is in run mode; Init acts only then. Default true.
     void setRunMode(bool running) { runMode_ = running; }
-    // Presents the silence settings dialog modally; without one, SilenceDetShowUI logs that
-    // no dialog can be shown.
-    void setSilenceDialogPresenter(std::function<void(SilenceDialog&, void* owner)> presenter);
+    // Presents the silence settings dialog modally (a toolkit view over the dialog model,
+    // shown over `owner`); without one, SilenceDetShowUI logs that no dialog can be shown.
+    void setSilenceDialogPresenter(std::function<void(dlgSilence&, void* owner)> presenter);
 
     // ---- Public fields: plain stored values, no side effects ----
     bool CanCueIn = false;
@@ -213,10 +213,23 @@ private:
     void SetPlaystate(PlayCondition newState);
     void ResetPlaystateBookkeeping();
     void ApplyStoredVolume();
+    // The elapsed-time stopwatch, made on first use.
+    TimerClass1& Stopwatch();
+    // The pitch filter's control in the current graph, or null.
+    platform::PitchShifterControl* PitchControl();
+    // Whether a Play error leaves the graph standing.
+    static bool IsExpectedPlayError(int32_t number);
+
+    // ---- Levels: peaks, silence, the silence dialog (control/Silence.cpp) ----
     void SilenceCheck(int32_t left, int32_t right);
 
     // ---- Load (control/Load.cpp) ----
+    // Every stream address loads with this duration, whatever the stream reports.
+    static constexpr double StreamDurationSeconds = 216000.0;
     void LoadItem(const std::string& newName);
+    void LoadSucceeded(const std::string& name);
+    void UnloadItem();
+    void FailLoad(const std::string& name);
     void LogCheckpoint(int n);
     void ApplyPitchOptions(const std::string& name);
 
@@ -285,6 +298,14 @@ private:
     void AddMp4Filters(bool& force, bool& ok);
     void RemoveMp4Filters();
     void InsertSurroundFilter(platform::PinPtr& renderInPin);
+    // Chain helpers (formats/ChainSupport.cpp): each keeps its failure as the pending error.
+    platform::FilterPtr CreateSampleGrabberTrapped();
+    void RemoveFilterTrapped(const platform::FilterPtr& filter);
+    platform::CatalogueEntryPtr TakeCatalogueEntry(const std::string& displayName);
+    platform::FilterPtr AddCatalogueInstance(const platform::CatalogueEntryPtr& entry);
+    void RemoveSourceFilterKeepingError();
+    // The pending error as the chains write it into their messages: number, blank, text.
+    std::string ErrText() const;
 
     // ---- Devices and routing (devices/) ----
     clsCards& Cards();             // the process-wide catalogue, made and filled on first use
@@ -295,7 +316,7 @@ private:
     void OnCardsGotFiltersWeNeed(NameCollection& found, NameCollection& weNeed);
 
     // ---- Cue and segue (control/CueSegue.cpp) ----
-    void StartSegueSearch(bool forceAsfReader);
+    platform::Status StartSegueSearch(bool retryWithAsfReader);
 
     // ---- Tags ----
     MediaTags& Tags();
@@ -307,7 +328,7 @@ private:
     platform::Platform& platform_;
     PlayerEvents* events_ = nullptr;
     bool runMode_ = true;
-    std::function<void(SilenceDialog&, void*)> silenceDialogPresenter_;
+    std::function<void(dlgSilence&, void*)> silenceDialogPresenter_;
     std::shared_ptr<PlayerProcessState> process_;
 
     // Settings and stored values.
@@ -340,8 +361,9 @@ private:
     double cachedPosition_ = 0;
     double cachedDuration_ = 0;
     double cachedRate_ = 1.0;
-    bool pitchCarriesRate_ = false;
-    double pitchValue_ = 0;
+    bool pitchCarriesRate_ = false; // a Rate write went to the pitch filter
+    double pitchRate_ = 1.0;        // the rate the pitch filter is to play at
+    double pitchValue_ = 0;         // semitones
     int32_t leftPeak_ = 0;
     int32_t rightPeak_ = 0;
     double silenceStart_ = 0; // seconds since midnight; 0 = not yet set
@@ -357,7 +379,6 @@ private:
 
     // Cue and segue.
     bool AutoCueBusy_ = false;
-    bool autoCueFollower_ = false;
     bool seguePending_ = false;
     int32_t cueSearchStart_ = 0;
     double AutoCuePos_ = 0;
@@ -419,8 +440,8 @@ private:
     bool UsingASFReader_ = false;
     bool UsingHaldenSource_ = false;
 
-    std::unique_ptr<platform::TagReader> tagReader_;
-    std::unique_ptr<MediaTags> tags_; // over tagReader_, declared after it
+    std::unique_ptr<platform::TagReader> tagReader_; // outlives tags_, which reads through it
+    std::unique_ptr<MediaTags> tags_;
 };
 
 } // namespace corvid
