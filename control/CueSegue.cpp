@@ -97,7 +97,7 @@ void Player::AutoCueSearch(const std::string& sFile) {
         AutoCueBusy_ = true;
         const bool useAsfReader = UsingHaldenSource_ ? false : UsingASFReader_;
         const platform::Status status = CueHelper->startCueSearch(
-            file, searchFilterNames_.names(), useAsfReader, get_autoCueThresh());
+            file, cueFilterNames_->names(), useAsfReader, get_autoCueThresh());
         if (!status.ok()) AutoCueBusy_ = false;
     }
 
@@ -179,10 +179,5 @@ void Player::cueHelperTick(int32_t /*left*/, int32_t /*right*/) {
     seguePending_ = false;
     AutoSegSearch();
 }
-
-double Player::get_AutoCuePos() { return AutoCuePos_; }
-double Player::get_AutoSegPos() { return AutoSegPos_; }
-void Player::put_AutoSegPos(double value) { AutoSegPos_ = value; }
-bool Player::get_AutoCueBusy() { return AutoCueBusy_; }
 
 } // namespace corvid

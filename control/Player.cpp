@@ -201,10 +201,6 @@ void Player::Init() {
     guardedVoid([&] { Cards(); });
 }
 
-NameCollection Player::get_Plugins() {
-    return guarded(NameCollection{}, [&] { return Cards().Plugins(); });
-}
-
 // A single slot, deliberately: the newest plug-in name replaces the previous one.
 void Player::AddPlugin(const std::string& FilterName) { pluginName_ = FilterName; }
 
@@ -278,21 +274,25 @@ bool Player::FindConnectedFilter(const std::string& FilterName, const platform::
 // ---- Tags ----
 
 MediaTags& Player::Tags() {
-    if (!tags_) tags_ = std::make_unique<MediaTags>(platform_.createTagReader());
+    if (!tags_) {
+        tagReader_ = platform_.createTagReader();
+        if (!tagReader_) throw AutomationError(platform::hr::Pointer, "No tag reader.");
+        tags_ = std::make_unique<MediaTags>(*tagReader_);
+    }
     return *tags_;
 }
 
 std::string Player::get_WMAArtist() {
-    return guarded(std::string(), [&] { return Tags().WMAArtist(); });
+    return guarded(std::string(), [&] { return Tags().get_WMAArtist(); });
 }
 std::string Player::get_WMATitle() {
-    return guarded(std::string(), [&] { return Tags().WMATitle(); });
+    return guarded(std::string(), [&] { return Tags().get_WMATitle(); });
 }
 std::string Player::get_WMAYear() {
-    return guarded(std::string(), [&] { return Tags().WMAYear(); });
+    return guarded(std::string(), [&] { return Tags().get_WMAYear(); });
 }
 std::string Player::get_WMAGenre() {
-    return guarded(std::string(), [&] { return Tags().WMAGenre(); });
+    return guarded(std::string(), [&] { return Tags().get_WMAGenre(); });
 }
 
 } // namespace corvid

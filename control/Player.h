@@ -424,7 +424,6 @@ private:
     // Cue and segue.
     bool AutoCueBusy_ = false;
     bool seguePending_ = false;
-    NameCollection searchFilterNames_; // handed to each cue search
     int32_t cueSearchStart_ = 0;
     double AutoCuePos_ = 0;
     double AutoSegPos_ = 0;
@@ -485,7 +484,7 @@ private:
     bool UsingASFReader_ = false;
     bool UsingHaldenSource_ = false;
 
-    std::unique_ptr<platform::TagReader> tagReader_;
+    std::unique_ptr<platform::TagReader> tagReader_; // outlives tags_, which reads through it
     std::unique_ptr<MediaTags> tags_;
 };
 

@@ -85,8 +85,6 @@ void Player::ApplyStoredVolume() {
     if (MainGraphMan) trap(MainGraphMan->setVolume(storedVolume_));
 }
 
-PlayCondition Player::get_Playstate() { return playingOverride_ ? MpPlaying : playstate_; }
-
 // ---- Play ----
 
 bool Player::IsExpectedPlayError(int32_t number) {
@@ -293,11 +291,6 @@ void Player::helperEnd() {
         events_->VUPeak(left, right);
     }
     m_Endraised = true;
-}
-
-void Player::RaiseEndOfStream() {
-    SetPlaystate(mpstopped);
-    if (events_) events_->EndOfStream(0);
 }
 
 // ---- Position, duration, elapsed time ----

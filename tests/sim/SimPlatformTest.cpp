@@ -204,6 +204,52 @@ TEST_F(SimPlatformTest, RemovingAFilterBreaksItsConnections) {
     EXPECT_FALSE(graph->addFilter(grab, "again"));
 }
 
+// Every chain the player builds connects on the standard machine, pin by pin, and plays.
+TEST_F(SimPlatformTest, StandardMachineConnectsEveryNormalChain) {
+    sim->addFile("/m/a.ogg", {"stream/ogg;vorbis", 3, {}, {}, true});
+    sim->addFile("/m/a.m4a", {"stream/mp4;aac", 3, {}, {}, true});
+    sim->addFile("/m/a.asf", {"stream/asf;mp3", 3, {}, {}, true});
+    struct Chain {
+        std::string file;
+        std::vector<std::string> filters; // source first; grabber and renderer follow
+    };
+    const std::vector<Chain> chains = {
+        {"/m/song.mp3", {"File Source (Async.)", "MPEG-I Stream Splitter", "MPEG Layer-3 Decoder"}},
+        {"/m/song.mp3", {"File Source (Async.)", "MPEG-I Stream Splitter", "ACM Wrapper"}},
+        {"/m/song.mp3", {"Halden WM ASF Reader", "Brindle Pitch Shifter", "Pipe Sender"}},
+        {"/m/tone.wav", {"File Source (Async.)", "Wave Parser"}},
+        {"/m/float.wav", {"File Source (Async.)", "Wave Parser", "Brindle Format Converter"}},
+        {"/m/talk.wma", {"WM ASF READER", "WMAudio Decoder DMO"}},
+        {"/m/a.asf", {"WM ASF READER", "MPEG Layer-3 Decoder"}},
+        {"/m/a.ogg", {"OggDSFMux2", "dsf Ogg Demuxer2+", "Xiph.Org Vorbis Decoder PLUS"}},
+        {"/m/a.m4a", {"File Source (Async.)", "GDCL Mpeg-4 Demultiplexor2",
+                      "Microsoft DTV-DVD Audio Decoder"}},
+        {"/m/tune.flac", {"Native FLAC Decoder"}},
+    };
+    for (const auto& chain : chains) {
+        SCOPED_TRACE(chain.file + " through " + chain.filters.at(1 % chain.filters.size()));
+        GraphPtr g;
+        ASSERT_TRUE(sim->createGraph(g));
+        auto previous = add(chain.filters[0], g);
+        ASSERT_TRUE(previous->setFileName(chain.file));
+        auto names = chain.filters;
+        names.push_back("Halden Sample Grabber");
+        names.push_back(names::DefaultDevice);
+        for (std::size_t i = 1; i < names.size(); ++i) {
+            auto next = add(names[i], g);
+            ASSERT_TRUE(next) << names[i];
+            auto s = out(previous)->connectDirect(in(next));
+            ASSERT_TRUE(s) << names[i] << ": " << s.description;
+            previous = next;
+        }
+        sim->clearHeard();
+        ASSERT_TRUE(g->run());
+        sim->advanceMs(1000);
+        ASSERT_TRUE(g->stop());
+        EXPECT_EQ(heard().playedMs(chain.file), 1000);
+    }
+}
+
 // Intelligent connect and render -----------------------------------------------------------------
 
 TEST_F(SimPlatformTest, IntelligentConnectInsertsTheFormatConverter) {
@@ -535,6 +581,38 @@ TEST_F(SimPlatformTest, APinCanBeMadeNeverToAppear) {
     auto split = add("MPEG-I Stream Splitter");
     ASSERT_TRUE(out(src)->connectDirect(in(split)));
     EXPECT_FALSE(out(split));
+}
+
+TEST_F(SimPlatformTest, AFixedPinCanBeMissingAndALoadCanSilentlyDoNothing) {
+    Fault f;
+    f.point = FaultPoint::PinAppears;
+    f.subject = "ACM Wrapper";
+    f.object = "Output";
+    f.times = 1;
+    sim->inject(f);
+    EXPECT_FALSE(out(add("ACM Wrapper")));
+    EXPECT_TRUE(out(add("ACM Wrapper")));
+
+    sim->failOnce(FaultPoint::SetFileName, "Native FLAC Decoder", Status::success());
+    auto flac = add("Native FLAC Decoder");
+    EXPECT_TRUE(flac->setFileName("/m/tune.flac"));
+    EXPECT_NE(flac->fileName(), "/m/tune.flac");
+}
+
+TEST_F(SimPlatformTest, AnUnpluggedDeviceEndsTheAudioAndTellsTheGraph) {
+    buildMp3Chain();
+    std::vector<GraphEvent> events;
+    graph->setEventHandler([&](GraphEvent e) { events.push_back(e); });
+    ASSERT_TRUE(graph->run());
+    sim->advanceMs(300);
+    EXPECT_EQ(sim->removeAudioRenderer(names::DefaultDevice), 1);
+    sim->advanceMs(300);
+    sim->pump();
+    EXPECT_EQ(events, std::vector<GraphEvent>{GraphEvent::DeviceLost});
+    EXPECT_EQ(heard().playedMs(), 300);
+    std::vector<platform::CatalogueEntryPtr> entries;
+    ASSERT_TRUE(sim->catalogue().enumerate(category::AudioRenderers, entries));
+    EXPECT_EQ(entries.size(), 2u);
 }
 
 TEST_F(SimPlatformTest, AConnectionBetweenTwoNamedFiltersCanBeRefused) {
