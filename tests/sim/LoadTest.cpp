@@ -34,7 +34,7 @@ TEST_P(LoadEachKindTest, LoadsWithEveryStepLoggedInOrder) {
     if (stream)
         sim->addStream(name, {});
     else
-        sim->addFile(name, {item.mediaType, item.expectedDuration});
+        sim->addFile(name, audioFile(item.mediaType, item.expectedDuration));
     logging(true);
 
     load(name);
@@ -123,7 +123,6 @@ TEST_F(LoadTest, WritingTheSameNameAgainUnloadsAndReloads) {
     EXPECT_EQ(host.vuPeaks.size(), 1u);
     EXPECT_EQ(player->get_FileName(), Mp3);
     EXPECT_EQ(player->get_Playstate(), mpstopped);
-    EXPECT_TRUE(host.states.empty()); // the unload stores the stop without an event
 }
 
 TEST_F(LoadTest, AnEmptyNameOnAnEmptyPlayerStillLogsTheUnloadAndZeroesTheMeters) {

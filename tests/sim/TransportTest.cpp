@@ -286,7 +286,7 @@ TEST_F(TransportTest, ARateChangeWhilePlayingKeepsElapsedGoing) {
 TEST_F(TransportTest, WindowsMediaFilesPlayAtTheirOwnSpeed) {
     bool noPitch = false;
     player->put_UsePitchAdjuster(noPitch);
-    sim->addFile("/music/c.WMA", {"stream/asf;wma", 100.0});
+    sim->addFile("/music/c.WMA", audioFile("stream/asf;wma", 100.0));
     load("/music/c.WMA");
     ASSERT_EQ(player->get_FileName(), "/music/c.WMA") << player->get_LastError();
     double r = 1.3;
