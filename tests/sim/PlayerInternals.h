@@ -5,6 +5,8 @@
 
 #include "control/Player.h"
 
+#include <string>
+
 namespace corvid {
 
 struct PlayerInternals {
@@ -104,6 +106,17 @@ struct PlayerInternals {
 
     void log(const std::string& text) { p.Log(text); }
     void writeLog(const std::string& text) { p.RaiseWriteLog(text); }
+
+    // ---- Transport ----
+    bool& seeking() { return p.seeking_; }
+    bool& graphLoaded() { return p.graphLoaded_; }
+    bool& loadBusy() { return p.loadBusy_; }
+
+    // ---- Cue and segue ----
+    bool& seguePending() { return p.seguePending_; }
+    platform::GraphHelperPtr& cueHelper() { return p.CueHelper; }
+    bool& usingAsfReader() { return p.UsingASFReader_; }
+    bool& usingHaldenSource() { return p.UsingHaldenSource_; }
 };
 
 } // namespace corvid

@@ -1,0 +1,264 @@
+// The player's public surface on a fresh simulated machine: process-wide settings, the
+// adjusted accessors, the playstate override, the per-user settings and the graph listing.
+
+#include "control/MemberIds.h"
+#include "control/Player.h"
+#include "levels/SilenceDet.h"
+#include "platform/sim/SimPlatform.h"
+#include "tests/sim/PlayerInternals.h"
+#include "tests/sim/RecordingEvents.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+namespace corvid {
+namespace {
+
+using sim::SimPlatform;
+
+class PlayerSurfaceTest : public ::testing::Test {
+protected:
+    std::unique_ptr<SimPlatform> sim = SimPlatform::standardMachine();
+    testing::RecordingEvents host;
+
+    std::unique_ptr<Player> makePlayer() {
+        auto p = std::make_unique<Player>(*sim);
+        p->setEvents(&host);
+        return p;
+    }
+};
+
+TEST_F(PlayerSurfaceTest, ProcessWideSettingsAreSharedAndANewPlatformStartsAfresh) {
+    auto first = makePlayer();
+    auto second = makePlayer();
+
+    // First-construction defaults: only the reader ban is on.
+    EXPECT_TRUE(second->get_ASFReaderBanned());
+    EXPECT_FALSE(second->get_HaldenSourcePrefer());
+    EXPECT_FALSE(second->get_AutoRenderAllowed());
+    // The first player made the silence detector and switched its own detection on.
+    EXPECT_TRUE(first->get_SilenceDetEnabled());
+    EXPECT_FALSE(second->get_SilenceDetEnabled());
+    EXPECT_EQ(&first->get_SilenceDet(), &second->get_SilenceDet());
+
+    bool on = true, off = false;
+    first->put_AutoRenderAllowed(on);
+    first->put_HaldenSourcePrefer(on);
+    second->put_ASFReaderBanned(off);
+    int32_t thresh = 1200;
+    second->put_autoCueThresh(thresh);
+    EXPECT_TRUE(second->get_AutoRenderAllowed());
+    EXPECT_TRUE(second->get_HaldenSourcePrefer());
+    EXPECT_FALSE(first->get_ASFReaderBanned());
+    EXPECT_EQ(first->get_autoCueThresh(), 1200);
+
+    // A player created later in the same process does not reset them.
+    auto third = makePlayer();
+    EXPECT_FALSE(third->get_ASFReaderBanned());
+    EXPECT_TRUE(third->get_AutoRenderAllowed());
+
+    // A new platform is a new process.
+    auto otherSim = SimPlatform::standardMachine();
+    Player fresh(*otherSim);
+    EXPECT_TRUE(fresh.get_ASFReaderBanned());
+    EXPECT_FALSE(fresh.get_AutoRenderAllowed());
+    EXPECT_FALSE(fresh.get_HaldenSourcePrefer());
+    EXPECT_EQ(fresh.get_autoCueThresh(), 500);
+    EXPECT_TRUE(fresh.get_SilenceDetEnabled());
+}
+
+TEST_F(PlayerSurfaceTest, AdjustedAccessors) {
+    auto p = makePlayer();
+
+    int32_t thresh = -300;
+    p->put_autoCueThresh(thresh);
+    EXPECT_EQ(p->get_autoCueThresh(), 300);
+    thresh = 0;
+    p->put_autoCueThresh(thresh);
+    EXPECT_EQ(p->get_autoCueThresh(), 500);
+    thresh = INT32_MIN; // no absolute value: reads as the default
+    p->put_autoCueThresh(thresh);
+    EXPECT_EQ(p->get_autoCueThresh(), 500);
+
+    PlayerInternals in(*p);
+    in.leftPeak() = -5000;
+    in.rightPeak() = 3000;
+    EXPECT_EQ(p->get_LeftVUPeak(), 5000);
+    EXPECT_EQ(p->get_RightVuPeak(), 3000);
+    in.leftPeak() = INT32_MIN;
+    EXPECT_EQ(p->get_LeftVUPeak(), INT32_MAX);
+
+    // The fields and stored values read back what was written.
+    std::string id = "Deck A";
+    p->put_ID(id);
+    EXPECT_EQ(p->get_ID(), "Deck A");
+    p->put_autoCueThresh(thresh);
+    NameCollection& names = p->get_FilterNamesWeNeed();
+    EXPECT_EQ(names.Count(), 0u);
+    names.Add("Wave Parser");
+    EXPECT_TRUE(p->get_FilterNamesWeNeed().Contains("wave parser"));
+}
+
+TEST_F(PlayerSurfaceTest, PlaystateReportsPlayingWhileAStreamStartIsUnderWay) {
+    auto p = makePlayer();
+    PlayerInternals in(*p);
+    EXPECT_EQ(p->get_Playstate(), mpstopped);
+    in.playingOverride() = true;
+    EXPECT_EQ(p->get_Playstate(), MpPlaying);
+    EXPECT_EQ(in.storedPlaystate(), mpstopped);
+    in.playingOverride() = false;
+    in.storedPlaystate() = mpPaused;
+    EXPECT_EQ(p->get_Playstate(), mpPaused);
+}
+
+TEST_F(PlayerSurfaceTest, PerUserSettingsUseTheirKeysAndTextForms) {
+    auto deckA = makePlayer();
+    auto deckB = makePlayer();
+    std::string a = "A", b = "B";
+    deckA->put_ID(a);
+    deckB->put_ID(b);
+
+    // Fresh profile.
+    EXPECT_FALSE(deckA->get_NewGraphEveryTime());
+    EXPECT_FALSE(deckA->get_PipeSenderDownstreamMute());
+
+    bool on = true;
+    deckA->put_NewGraphEveryTime(on);
+    EXPECT_EQ(sim->settings().read("Orvo2010", "Fenwick", "NewGraphEveryTime", ""), "True");
+    EXPECT_TRUE(makePlayer()->get_NewGraphEveryTime());
+
+    // The mute is refused while the pipe sender is not enabled, with the operator's text.
+    try {
+        deckA->put_PipeSenderDownstreamMute(on);
+        FAIL() << "expected an automation error";
+    } catch (const AutomationError& e) {
+        EXPECT_EQ(e.description(),
+                  "You must first enable Pipe2020. Find it from Orvo in Alt+C, cart options");
+    }
+    EXPECT_FALSE(deckA->get_PipeSenderDownstreamMute());
+
+    deckA->put_Pipe2020(on);
+    deckA->put_PipeSenderDownstreamMute(on);
+    EXPECT_EQ(sim->settings().read("Orvo2020PLUS", "Player-Settings",
+                                   "A : PipeSenderDownstreamMute", ""),
+              "True");
+    EXPECT_TRUE(deckA->get_PipeSenderDownstreamMute());
+    EXPECT_FALSE(deckB->get_PipeSenderDownstreamMute());
+
+    // A store that refuses the write does not reach the host.
+    sim->failAlways(sim::FaultPoint::SettingsWrite, "", {platform::hr::AccessDenied, "denied"});
+    bool off = false;
+    EXPECT_NO_THROW(deckA->put_NewGraphEveryTime(off));
+    EXPECT_TRUE(deckA->get_NewGraphEveryTime());
+}
+
+// A graph of three filters made straight on the platform: a source with no pins, a parser
+// with an unconnected input, and a connected pair.
+class PrintFiltersTest : public PlayerSurfaceTest {
+protected:
+    platform::GraphPtr graph;
+
+    void SetUp() override {
+        sim::FilterSpec pinless;
+        pinless.displayName = "Broken Filter";
+        sim->registerFilter(pinless);
+        ASSERT_TRUE(sim->createGraph(graph).ok());
+    }
+
+    platform::FilterPtr add(const std::string& name) {
+        std::vector<platform::CatalogueEntryPtr> entries;
+        sim->catalogue().enumerate(platform::category::LegacyFilters, entries);
+        for (auto& e : entries)
+            if (e->name() == name) {
+                platform::FilterPtr f;
+                EXPECT_TRUE(e->createIn(*graph, f).ok());
+                return f;
+            }
+        ADD_FAILURE() << name << " is not registered";
+        return nullptr;
+    }
+
+    static platform::PinPtr pin(const platform::FilterPtr& f, platform::PinDirection dir) {
+        for (auto& p : f->pins())
+            if (p->direction() == dir) return p;
+        return nullptr;
+    }
+};
+
+TEST_F(PrintFiltersTest, ListsFiltersPinsAndConnectionsWhileLogging) {
+    auto p = makePlayer();
+    add("Broken Filter");
+    EXPECT_EQ(p->PrintFilters(graph), "Logging not enabled (m_bLoggingEnabled)");
+
+    bool on = true;
+    p->put_LoggingEnabled(on);
+    const std::string sep = "---------------------------------------------------------";
+    EXPECT_EQ(sep.size(), 57u);
+    EXPECT_EQ(p->PrintFilters(graph),
+              sep + "\r\nFILTER NAME: Broken Filter\r\n" + sep +
+                  "\r\nBroken Filter will prevent the graph from playing because it has no pins, "
+                  "and needs to be removed");
+
+    auto grabber = add("Halden Sample Grabber");
+    auto pitch = add("Brindle Pitch Shifter");
+    ASSERT_TRUE(grabber && pitch);
+    const std::string text = p->PrintFilters(graph);
+    EXPECT_NE(text.find("\r\nPin: " + pin(grabber, platform::PinDirection::Input)->name() +
+                        " of Halden Sample Grabber is NOT Connected!"),
+              std::string::npos);
+
+    auto out = pin(grabber, platform::PinDirection::Output);
+    auto in = pin(pitch, platform::PinDirection::Input);
+    // The pass-through pair takes PCM once something feeds the grabber; connect a source.
+    sim::SimFile tone;
+    tone.mediaType = "stream/wave;pcm16";
+    tone.durationSeconds = 10.0;
+    sim->addFile("/music/tone.wav", tone);
+    platform::FilterPtr source;
+    ASSERT_TRUE(graph->addSourceFilter("/music/tone.wav", source).ok());
+    auto parser = add("Wave Parser");
+    ASSERT_TRUE(pin(source, platform::PinDirection::Output)
+                    ->connectDirect(pin(parser, platform::PinDirection::Input))
+                    .ok());
+    ASSERT_TRUE(pin(parser, platform::PinDirection::Output)
+                    ->connectDirect(pin(grabber, platform::PinDirection::Input))
+                    .ok());
+    ASSERT_TRUE(out->connectDirect(in).ok());
+
+    const std::string connected = p->PrintFilters(graph);
+    const std::string fromGrabber = "Pin: " + out->name() + " of Halden Sample Grabber is connected to: " +
+                                    in->name() + " of Brindle Pitch Shifter";
+    const std::string fromPitch = "Pin: " + in->name() + " of Brindle Pitch Shifter is connected to: " +
+                                  out->name() + " of Halden Sample Grabber";
+    EXPECT_NE(connected.find(fromGrabber), std::string::npos);
+    EXPECT_NE(connected.find(fromPitch), std::string::npos);
+    EXPECT_NE(connected.find(" of Brindle Pitch Shifter is NOT Connected!"), std::string::npos);
+}
+
+TEST_F(PlayerSurfaceTest, LogLinesFollowTheSwitchAndWriteLogDoesNot) {
+    auto p = makePlayer();
+    PlayerInternals in(*p);
+    in.log("hidden");
+    in.writeLog("second channel");
+    EXPECT_TRUE(host.log.empty());
+    EXPECT_EQ(host.writeLog, std::vector<std::string>{"second channel"});
+
+    bool on = true;
+    p->put_LoggingEnabled(on);
+    in.log("shown");
+    EXPECT_EQ(host.log, std::vector<std::string>{"shown"});
+}
+
+TEST(MemberIdsTest, IdsAreUniqueAndEventsNumberedOneToTwentyOne) {
+    std::set<uint32_t> seen;
+    for (const auto& m : ids::members) EXPECT_TRUE(seen.insert(m.id).second) << m.name;
+    ASSERT_EQ(ids::events.size(), 21u);
+    for (size_t i = 0; i < ids::events.size(); ++i) EXPECT_EQ(ids::events[i].id, int32_t(i + 1));
+    ASSERT_NE(ids::findMember("FileName"), nullptr);
+    EXPECT_EQ(ids::findMember("FileName")->id, 0x68030026u);
+    EXPECT_EQ(ids::findMember("ASFReaderBanned")->id, 0x6803007eu);
+}
+
+} // namespace
+} // namespace corvid
