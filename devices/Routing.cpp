@@ -9,6 +9,7 @@
 #include "devices/Routing.h"
 
 #include "control/Player.h"
+#include "control/ProcessState.h"
 #include "devices/clsCards.h"
 #include "devices/clsEnumFilters.h"
 #include "support/Text.h"
@@ -272,7 +273,6 @@ std::string Player::GetMainSoundcard() {
     return result;
 }
 
-std::string Player::get_SurroundRenderName() { return SurroundRenderName_; }
 
 // ---- PFL output ------------------------------------------------------------------------------
 

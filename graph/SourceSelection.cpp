@@ -9,6 +9,7 @@
 // the build reports why no source stands.
 
 #include "control/Player.h"
+#include "control/ProcessState.h"
 
 #include "devices/clsCards.h"
 #include "support/Text.h"

@@ -45,7 +45,6 @@ struct PlayerInternals {
     platform::PinPtr& surroundInPin() { return p.SurroundInPin; }
     platform::PinPtr& surroundOutPin() { return p.SurroundOutPin; }
     std::string& surroundRenderName() { return p.SurroundRenderName_; }
-    bool& usingHaldenSource() { return p.UsingHaldenSource_; }
     bool& tryingToPlay() { return p.TryingToPlay_; }
     int16_t& bufferingPercent() { return p.bufferingPercent_; }
     double& bufferingStart() { return p.bufferingStart_; }
