@@ -139,11 +139,11 @@ protected:
 // ---- GetPins ---------------------------------------------------------------------------------
 
 TEST_F(FormatsTest, GetPinsKeepsTheLastPinOfEachDirection) {
-    sim::FilterSpec spec;
-    spec.displayName = "Two Way";
-    spec.pins = {sim::PinSpec::input("In1", {"*"}), sim::PinSpec::output("Out1", {{"*", "*"}}),
-                 sim::PinSpec::input("In2", {"*"}), sim::PinSpec::output("Out2", {{"*", "*"}})};
-    sim->registerFilter(spec);
+    sim::FilterSpec twoWay;
+    twoWay.displayName = "Two Way";
+    twoWay.pins = {sim::PinSpec::input("In1", {"*"}), sim::PinSpec::output("Out1", {{"*", "*"}}),
+                   sim::PinSpec::input("In2", {"*"}), sim::PinSpec::output("Out2", {{"*", "*"}})};
+    sim->registerFilter(twoWay);
     makePlayer();
     PinPtr pinIn, pinOut;
     PlayerInternals::getPins(pinIn, pinOut, in->addFilterByName("Two Way"));
@@ -155,18 +155,6 @@ TEST_F(FormatsTest, GetPinsKeepsTheLastPinOfEachDirection) {
 }
 
 // ---- MP3 -------------------------------------------------------------------------------------
-
-TEST_F(FormatsTest, Mp3PlainRouteGoesThroughSplitterAndDecoder) {
-    makePlayer();
-    load("/m/a.mp3");
-    Args a = args();
-    ASSERT_TRUE(mp3(a, "/m/a.mp3"));
-    EXPECT_EQ(chainToRenderer(), "File Source (Async.) > MPEG-I Stream Splitter > MPEG Layer-3 Decoder > "
-                                 "Halden Sample Grabber > " + renderer());
-    EXPECT_TRUE(events.logged("Connectmp3Filters, for: /m/a.mp3 Source is: File Source (Async.)"));
-    EXPECT_TRUE(events.logged("Connectmp3Filters: connected decoder out pin to sample grabber in pin...OK"));
-    EXPECT_EQ(lastError(), "");
-}
 
 TEST_F(FormatsTest, Mp3SourcesThatDecodeFeedTheGrabberDirectly) {
     makePlayer();
@@ -205,6 +193,7 @@ TEST_F(FormatsTest, Mp3SplitterWithoutOutputCleansUpAndKeepsTheReason) {
     load("/m/notmpeg.mp3"); // a WAVE file under an MPEG name: the splitter shows no output
     Args a = args();
     EXPECT_FALSE(mp3(a, "/m/notmpeg.mp3"));
+    EXPECT_TRUE(events.logged("Connectmp3Filters, for: /m/notmpeg.mp3 Source is: File Source (Async.)"));
     EXPECT_EQ(in->errNumber(), 319558);
     EXPECT_EQ(in->errDescription(), "No Mpeg SplitterOutPIn");
     EXPECT_EQ(in->sourceFilter(), nullptr);
@@ -312,17 +301,6 @@ TEST_F(FormatsTest, Mp3WithoutGrabberPinsReportsAndCleansUp) {
 
 // ---- WAVE ------------------------------------------------------------------------------------
 
-TEST_F(FormatsTest, WaveTheCardTakesNeedsNoConverter) {
-    makePlayer();
-    load("/m/c.wav");
-    Args a = args();
-    const auto grabber = a.grabber;
-    ASSERT_TRUE(wave(a, "/m/c.wav"));
-    EXPECT_EQ(chainToRenderer(), "File Source (Async.) > Wave Parser > Halden Sample Grabber > " + renderer());
-    EXPECT_EQ(in->sampleGrabber(), grabber);
-    EXPECT_EQ(count("Brindle Format Converter"), 0);
-}
-
 TEST_F(FormatsTest, WaveInAnotherFormatGoesThroughTheConverter) {
     makePlayer();
     load("/m/f.wav");
@@ -394,13 +372,6 @@ protected:
     }
 };
 
-TEST_F(WmaTest, ConnectsThroughTheDecoderDmo) {
-    load("/m/d.wma");
-    Args a = args();
-    ASSERT_TRUE(wma(a, "/m/d.wma"));
-    EXPECT_EQ(chainToRenderer(), "WM ASF Reader > WMAudio Decoder DMO > Halden Sample Grabber > " + renderer());
-}
-
 TEST_F(WmaTest, SourceTheDecoderRefusesIsRemoved) {
     load("/m/a.mp3", true); // MPEG audio out of the reader
     Args a = args();
@@ -445,15 +416,6 @@ protected:
         return in->connectOggFilters(a.source, a.sgIn, a.sgOut, a.renderIn, file);
     }
 };
-
-TEST_F(OggTest, ConnectsThroughDemuxerAndDecoder) {
-    makePlayer();
-    load("/m/e.ogg");
-    Args a = args();
-    ASSERT_TRUE(ogg(a, "/m/e.ogg"));
-    EXPECT_EQ(chainToRenderer(), "OggDSFMux2 > dsf Ogg Demuxer2+ > Xiph.Org Vorbis Decoder PLUS > "
-                                 "Halden Sample Grabber > " + renderer());
-}
 
 TEST_F(OggTest, OnlyNamesEndingInOggOrLacPass) {
     makePlayer();
