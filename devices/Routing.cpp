@@ -273,7 +273,6 @@ std::string Player::GetMainSoundcard() {
     return result;
 }
 
-
 // ---- PFL output ------------------------------------------------------------------------------
 
 bool Player::SetPFLSoundcard(std::string& NewPFLCard) {
