@@ -26,11 +26,13 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <optional>
 #include <vector>
 
 namespace corvid {
 
 class clsCards;
+struct CardsEvents;
 class clsSilenceDet;
 class MediaTags;
 class dlgSilence;
@@ -235,37 +237,70 @@ private:
 
     // ---- Graph session (graph/GraphSession.cpp) ----
     bool BuildGraph(const std::string& FileName, bool bMustUseASFReader, bool CanUseAutoRender);
+    bool BuildGraphFailed(const std::string& pendingMessage);
+    void ReplaceGraph(bool MakinPFLGraph); // CreateNewGraph's work; raises 558 while busy
     void DestroyGraph(bool keepPlaystate = false);
+    void ForgetMainGraphFilters();
     void DisconnectAllFilters(const platform::GraphPtr& graph);
     void RemoveSourceFilter();
     void PruneUnconnectedFilters();
-    void BusyGuard(const char* operation);
+    // Raises 558 with the refusal (and the waiting item) while a source is being added.
+    void BusyGuard(const char* refusal, bool quoteItem);
 
     // ---- Source selection (graph/SourceSelection.cpp) ----
     bool AddSourceFilter(const std::string& FileName, bool& bMustUseASFReader);
+    platform::FilterPtr AddFlacSource(const std::string& FileName);
+    platform::FilterPtr AddFileSource(const std::string& FileName);
+    platform::FilterPtr AddStreamSource(const std::string& address, PendingError& failure);
     bool WaitForStreamSource(const platform::FilterPtr& source, const std::string& address);
+    platform::FilterPtr AddReaderSource(const std::string& FileName, platform::CatalogueEntryPtr reader,
+                                        PendingError& failure);
+    platform::FilterPtr AddOggSource(const std::string& FileName);
 
     // ---- Chain dispatch (graph/ChainDispatch.cpp) ----
+    // The dispatcher's own copies of the pins it hands to the chains.
+    struct ChainPins {
+        platform::PinPtr source, splitterIn, decoderIn, decoderOut, waveParserIn;
+        platform::PinPtr sgIn, sgOut, renderIn;
+        platform::FilterPtr grabber;
+    };
     bool ConnectGraphFilters(const std::string& FileName, bool CanUseAutoRender,
                              bool bMustUseASFReader);
+    bool ConnectFallbackChains(ChainPins& pins, bool& usingWM, const std::string& FileName,
+                               bool CanUseAutoRender);
+    bool ChainDispatchFailed();
+    bool GatherChainPins(ChainPins& pins);
+    void RecreateGrabberIfMissing(ChainPins& pins);
+    void ForgetSourceForNextChain(ChainPins& pins);
+    void SyncChainPins(ChainPins& pins);
+    bool TryMp3Chain(ChainPins& pins, bool& usingWM, const std::string& FileName);
+    bool TryWaveChain(ChainPins& pins, const std::string& FileName);
+    bool TryWmaChain(ChainPins& pins, const std::string& FileName);
+    bool TryOggChain(ChainPins& pins, const std::string& FileName);
     bool RenderAutomatically(const std::string& FileName, platform::PinPtr& sgIn,
                              platform::PinPtr& sgOut);
+    bool RenderAutomaticallyFailed(const PendingError& failure, bool grabberRemoved);
 
     // ---- Standard filters and inserts (graph/Inserts.cpp) ----
     void AddGraphFilters();
+    bool StockStandardFilters();
     platform::FilterPtr CreateSampleGrabber();
     void PutSampleGrabberBeforeRender();
     bool InsertFilterAfterFilter(const platform::FilterPtr& AfterWhatFilter,
                                  const platform::FilterPtr& FilterToInsert, std::string& failure);
     void InsertPipeSender();
     void SetupPitchAndPipeSender();
+    platform::PinPtr InsertPointForPitch();
+    bool InsertFilterBeforePin(const platform::FilterPtr& filter, const platform::PinPtr& before);
     // Creates a registered filter in the main graph by display name (pending error on failure).
     platform::FilterPtr AddFilterByName(const std::string& displayName);
     // The same, unless a filter of that name is already in the graph.
     platform::FilterPtr AddFilterByNameUnlessPresent(const std::string& displayName);
     platform::FilterPtr FindFilterInGraph(const std::string& name);
     bool RemoveFilterFromGraph(const platform::FilterPtr& filter);
+    bool IsInMainGraph(const platform::FilterPtr& filter);
     void RepairRegistration(const std::string& commandLine);
+    void CriticalMessage(const std::string& text, const std::string& title);
 
     // ---- Format chains (formats/) ----
     static void GetPins(platform::PinPtr& inPin, platform::PinPtr& outPin,
@@ -310,10 +345,19 @@ private:
     // ---- Devices and routing (devices/) ----
     clsCards& Cards();             // the process-wide catalogue, made and filled on first use
     const FilterCatalogue& colDShowFilters();
+    CardsEvents CardsEventsForThisPlayer();
+    void OnCardsGotFiltersWeNeed(FilterCatalogue& found, NameCollection& weNeed);
+    std::optional<clsDShowRender> FindDevice(const std::string& name);
     bool DeviceExists(const std::string& name);
-    bool AddSoundCard(const std::string& name, bool forPFL);
+    // Adds the device's renderer to the main or the PFL graph in place of the current one; a
+    // main renderer added with `remember` becomes the main card name.
+    bool AddSoundCard(const std::string& name, bool forPFL, bool remember = true);
+    bool RouteMainOutput(const std::string& name);
+    bool RoutePflOutput(const std::string& name);
+    bool PFLButtonRequired() const;
+    void RaiseIsPFLButtonRequired(bool required);
+    // Called by the load before it builds: applies a device asked for while playing.
     void ApplyPendingSoundCards();
-    void OnCardsGotFiltersWeNeed(NameCollection& found, NameCollection& weNeed);
 
     // ---- Cue and segue (control/CueSegue.cpp) ----
     platform::Status StartSegueSearch(bool retryWithAsfReader);

@@ -132,8 +132,12 @@ SimFilter::SimFilter(std::shared_ptr<detail::World> world,
 
 void SimFilter::init() {
     auto self = shared_from_this();
-    for (const auto& spec : reg_->spec.pins)
-        pins_.push_back(spec.appearsOnConnect ? nullptr : std::make_shared<SimPin>(self, spec));
+    for (const auto& spec : reg_->spec.pins) {
+        Status ignored;
+        const bool missing = spec.appearsOnConnect ||
+                             world_->filterFails(FaultPoint::PinAppears, *this, spec.name, ignored);
+        pins_.push_back(missing ? nullptr : std::make_shared<SimPin>(self, spec));
+    }
 }
 
 const FilterSpec& SimFilter::spec() const { return reg_->spec; }
@@ -210,7 +214,8 @@ Status SimFilter::setFileName(const std::string& fileName) {
     if (spec().kind == FilterKind::StreamSource) return open(fileName);
     if (spec().kind != FilterKind::Source) return Filter::setFileName(fileName);
     Status failure;
-    if (world_->filterFails(FaultPoint::SetFileName, *this, fileName, failure)) return failure;
+    if (world_->filterFails(FaultPoint::SetFileName, *this, fileName, failure))
+        return failure; // a fault with a success status: the call "works" but loads nothing
     if (loaded_) return fail(hr::WrongState, "The source has loaded a file already.");
 
     if (detail::isAddress(fileName)) {
@@ -594,16 +599,16 @@ Status SimGraph::connectIntelligently(const std::shared_ptr<SimPin>& out,
     const auto& accepts = in->spec().accepts;
     for (const auto& c : all) {
         auto t1 = through(c.spec(), type);
-        if (!t1.empty() && t1 != type && matchesAny(accepts, t1) && tryChain({c}, out, in))
+        if (!t1.empty() && matchesAny(accepts, t1) && tryChain({c}, out, in))
             return Status::success();
     }
     for (const auto& c1 : all) {
         auto t1 = through(c1.spec(), type);
-        if (t1.empty() || t1 == type) continue;
+        if (t1.empty()) continue;
         for (const auto& c2 : all) {
             if (c2.existing && c2.existing == c1.existing) continue;
             auto t2 = through(c2.spec(), t1);
-            if (!t2.empty() && t2 != t1 && matchesAny(accepts, t2) && tryChain({c1, c2}, out, in))
+            if (!t2.empty() && matchesAny(accepts, t2) && tryChain({c1, c2}, out, in))
                 return Status::success();
         }
     }
@@ -639,7 +644,8 @@ Status SimGraph::renderPin(const std::shared_ptr<SimPin>& out) {
 std::vector<SimGraph::Route> SimGraph::routes() const {
     std::vector<Route> result;
     for (const auto& renderer : filters_) {
-        if (renderer->spec().kind != FilterKind::Renderer) continue;
+        // A device that went away hears nothing.
+        if (renderer->spec().kind != FilterKind::Renderer || !renderer->reg_->registered) continue;
         Route route;
         route.renderer = renderer;
         auto current = renderer;

@@ -93,12 +93,20 @@ void SimPlatform::addAudioRenderer(const std::string& name, int32_t numSpeakers)
 
 int SimPlatform::removeAudioRenderer(const std::string& name) {
     int n = 0;
-    for (auto& reg : world_->registrations)
-        if (reg->registered && reg->spec.displayName == name &&
-            reg->spec.kind == FilterKind::Renderer) {
-            reg->registered = false;
-            ++n;
-        }
+    for (auto& reg : world_->registrations) {
+        if (!reg->registered || reg->spec.displayName != name ||
+            reg->spec.kind != FilterKind::Renderer)
+            continue;
+        reg->registered = false;
+        ++n;
+        // Graphs that render to the device learn that it is gone, as from a sound server.
+        for (const auto& graph : graphs())
+            for (const auto& f : graph->filters())
+                if (&std::static_pointer_cast<SimFilter>(f)->spec() == &reg->spec) {
+                    graph->postEvent(platform::GraphEvent::DeviceLost);
+                    break;
+                }
+    }
     return n;
 }
 

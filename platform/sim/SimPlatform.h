@@ -59,6 +59,8 @@ public:
     FilterSpec* filterSpec(const std::string& displayName);
     // An audio output device taking "audio/pcm16". Two devices may share a name.
     void addAudioRenderer(const std::string& name, int32_t numSpeakers);
+    // Unplugs every device of that name: graphs rendering to it get GraphEvent::DeviceLost
+    // (posted) and it hears nothing more. Returns how many went.
     int removeAudioRenderer(const std::string& name);
     // The device that Pin::render adds when the graph has no free renderer.
     void setDefaultRenderer(const std::string& name);

@@ -131,8 +131,10 @@ enum class FaultPoint {
     CreateGraph,      // subject: -
     CreateHelper,     // subject: "Helper" or "CueHelper"
     CreateFilter,     // subject: filter display name
-    SetFileName,      // subject: filter name, object: file or address
-    PinAppears,       // subject: filter name, object: pin name (the pin never appears)
+    SetFileName,      // subject: filter name, object: file or address; a success status
+                      // makes the call succeed without loading anything
+    PinAppears,       // subject: filter name, object: pin name; the pin is missing from the
+                      // instance (a fixed pin when made, an appearing pin when it would appear)
     ConnectDirect,    // subject: upstream filter name, object: downstream filter name
     Connect,          // intelligent connect as a whole: the same names
     Render,           // subject: filter name of the rendered pin

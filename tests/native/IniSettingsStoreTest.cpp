@@ -130,7 +130,8 @@ TEST_F(IniSettingsStoreTest, BaseDirectoryFollowsXdgConfigHome) {
 TEST_F(IniSettingsStoreTest, DamagedFilesReadAsDefaults) {
     IniSettingsStore store(dir.string());
     // Binary: nothing in it is trusted, and a write starts afresh, keeping the old aside.
-    spit(dir / "corvid.ini", std::string("[Fenwick1]\nSilenceData=-20,5,True\n\0\xff\xfe", 40));
+    static const char binary[] = "[Fenwick1]\nSilenceData=-20,5,True\n\0\xff\xfe";
+    spit(dir / "corvid.ini", std::string(binary, sizeof binary - 1));
     EXPECT_EQ(store.read("Corvid", "Fenwick1", "SilenceData", "def"), "def");
     ASSERT_TRUE(store.write("Corvid", "Fenwick1", "Other", "x").ok());
     EXPECT_EQ(store.read("Corvid", "Fenwick1", "Other", ""), "x");
