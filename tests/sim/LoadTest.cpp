@@ -171,6 +171,22 @@ TEST_F(LoadTest, AnItemThatCannotBeBuiltIsRetriedOnceThenTheGraphIsDestroyed) {
     EXPECT_EQ(player->get_LastError(), "");
 }
 
+TEST_F(LoadTest, AnItemThatOnlyTheOtherSourceFilterCanReadLoadsAsAFallback) {
+    allowAsfReader();
+    logging(true);
+    const auto refuse = platform::Status::failure(platform::hr::CannotConnect, "no");
+    sim->failAlways(FaultPoint::ConnectDirect, "File Source (Async.)", refuse);
+    sim->failAlways(FaultPoint::Connect, "File Source (Async.)", refuse);
+    load(Mp3);
+    EXPECT_EQ(player->get_FileName(), Mp3) << player->get_LastError();
+    EXPECT_TRUE(player->get_UsingASFReaderAsFallback());
+    EXPECT_TRUE(host.logged("BuildGraph DIDNT succeed - lets try again with a different source filter..."));
+
+    sim->healAll();
+    load(Mp3B); // every write starts without the fallback
+    EXPECT_FALSE(player->get_UsingASFReaderAsFallback());
+}
+
 // ---- Streams ----
 
 TEST_F(LoadTest, AStreamLoadsWithTheFixedDurationAndIsReloadedForEveryPlay) {
