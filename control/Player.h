@@ -256,6 +256,7 @@ private:
     platform::FilterPtr AddReaderSource(const std::string& FileName, platform::CatalogueEntryPtr reader,
                                         PendingError& failure);
     platform::FilterPtr AddOggSource(const std::string& FileName);
+    void RemoveUnusableSources(const std::vector<platform::FilterPtr>& standing);
 
     // ---- Chain dispatch (graph/ChainDispatch.cpp) ----
     // The dispatcher's own copies of the pins it hands to the chains.

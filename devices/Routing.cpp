@@ -9,6 +9,7 @@
 #include "devices/Routing.h"
 
 #include "control/Player.h"
+#include "control/ProcessState.h"
 #include "devices/clsCards.h"
 #include "devices/clsEnumFilters.h"
 #include "support/Text.h"
@@ -271,8 +272,6 @@ std::string Player::GetMainSoundcard() {
     if (mainCardName_.empty()) result = kDefaultDevice;
     return result;
 }
-
-std::string Player::get_SurroundRenderName() { return SurroundRenderName_; }
 
 // ---- PFL output ------------------------------------------------------------------------------
 

@@ -3,6 +3,7 @@
 // it, letting the platform render the item by itself.
 
 #include "control/Player.h"
+#include "control/ProcessState.h"
 
 #include "support/Text.h"
 

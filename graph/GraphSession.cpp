@@ -6,6 +6,7 @@
 // destroying the graph under the waiting source: they fail with error 558 instead.
 
 #include "control/Player.h"
+#include "control/ProcessState.h"
 
 #include "devices/clsCards.h"
 #include "devices/Routing.h"

@@ -6,6 +6,7 @@
 // the background. The maker's own filters are re-registered once and tried again first.
 
 #include "control/Player.h"
+#include "control/ProcessState.h"
 
 #include "devices/Routing.h"
 #include "support/Text.h"

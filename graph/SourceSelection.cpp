@@ -9,9 +9,12 @@
 // the build reports why no source stands.
 
 #include "control/Player.h"
+#include "control/ProcessState.h"
 
 #include "devices/clsCards.h"
 #include "support/Text.h"
+
+#include <algorithm>
 
 namespace corvid {
 
@@ -50,6 +53,7 @@ bool Player::AddSourceFilter(const std::string& FileName, bool& bMustUseASFReade
     UsingHaldenSource_ = false;
     if (!MainGraphMan) return false;
     RemoveSourceFilter();
+    const std::vector<platform::FilterPtr> standing = MainGraphMan->filters();
 
     // Why no source stands, when none does; left pending for the caller.
     PendingError failure;
@@ -110,8 +114,9 @@ bool Player::AddSourceFilter(const std::string& FileName, bool& bMustUseASFReade
             }
         }
 
-        // 12. The source's output pin.
+        // 12. The source's output pin. A route's own failure is the reason when no pin is found.
         if (source) fSourceFilter = source;
+        if (failure.number == 0) failure = Err;
         clearErr();
         if (fSourceFilter) {
             const bool windowsMediaStream = text::containsNoCase(fSourceFilter->name(), "icyx://");
@@ -138,8 +143,27 @@ bool Player::AddSourceFilter(const std::string& FileName, bool& bMustUseASFReade
     }
 
     // 14.
-    if (!result && failure.number != 0) Err = failure;
+    AddingSourceFilter = false;
+    if (!result) {
+        RemoveUnusableSources(standing);
+        if (failure.number != 0) Err = failure;
+    }
     return result;
+}
+
+// A source that did not give the chain its pin is no source: it goes, so that the graph holds
+// no half-loaded reader or file source for the next attempt.
+void Player::RemoveUnusableSources(const std::vector<platform::FilterPtr>& standing) {
+    if (!MainGraphMan) return;
+    for (const auto& filter : MainGraphMan->filters()) {
+        if (!filter || std::find(standing.begin(), standing.end(), filter) != standing.end()) continue;
+        if (!filter->isFileSource() && !filter->streamSource()) continue;
+        MainGraphMan->removeFilter(filter);
+        if (filter == fSourceFilter) {
+            fSourceFilter.reset();
+            MainSourcePin.reset();
+        }
+    }
 }
 
 // FLAC: the decoding source reads the file itself; a file it does not take is no source.
