@@ -121,6 +121,12 @@ protected:
     }
 
     void logging(bool on) { player->put_LoggingEnabled(on); }
+    // Windows Media files and plain stream addresses need the ASF reader, which the first
+    // player of a process bans.
+    void allowAsfReader() {
+        bool banned = false;
+        player->put_ASFReaderBanned(banned);
+    }
     void load(const std::string& name) {
         std::string n = name;
         player->put_FileName(n);
