@@ -61,7 +61,7 @@ protected:
         events.clear();
     }
     PinPtr load(const std::string& file, bool mustUseAsfReader = false) {
-        EXPECT_TRUE(in->addSourceFilter(file, mustUseAsfReader)) << file;
+        EXPECT_TRUE(in->addSourceFilter(file, mustUseAsfReader)) << file; // may set the flag
         in->clearErr();
         events.clear();
         return in->mainSourcePin();

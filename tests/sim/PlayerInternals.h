@@ -25,13 +25,7 @@ struct PlayerInternals {
     platform::FilterPtr& pitchShifter() { return p.fPitchShifter; }
 
     // ---- Graph object model and format chains ----
-    int32_t errNumber() const { return p.Err.number; }
-    const std::string& errDescription() const { return p.Err.description; }
     void clearErr() { p.clearErr(); }
-    platform::FilterPtr& sourceFilter() { return p.fSourceFilter; }
-    platform::PinPtr& mainSourcePin() { return p.MainSourcePin; }
-    platform::FilterPtr& sampleGrabber() { return p.fSampleGrabber; }
-    platform::PinPtr& soundCardInPin() { return p.SoundCardInPin; }
     platform::FilterPtr& mpegSplitter() { return p.fMpegSplitter; }
     platform::FilterPtr& mpegDecoder() { return p.fMpegDecoder; }
     platform::FilterPtr& wmaDecoder() { return p.fWMADecoder; }
@@ -41,7 +35,6 @@ struct PlayerInternals {
     platform::FilterPtr& vorbisSplitter() { return p.fVorbisSplitter; }
     platform::FilterPtr& mp4Parser() { return p.fMp4Parser; }
     platform::FilterPtr& mp4Decoder() { return p.fMp4Decoder; }
-    platform::FilterPtr& surround() { return p.fSurround; }
     platform::PinPtr& surroundInPin() { return p.SurroundInPin; }
     platform::PinPtr& surroundOutPin() { return p.SurroundOutPin; }
     std::string& surroundRenderName() { return p.SurroundRenderName_; }
@@ -52,10 +45,10 @@ struct PlayerInternals {
     TimerClass1* playTimeStopwatch() { return p.playTimeStopwatch_.get(); }
 
     bool addSoundCard(const std::string& name) { return p.AddSoundCard(name, false); }
-    bool addSourceFilter(const std::string& file, bool mustUseAsfReader = false) {
+    bool addSourceFilter(const std::string& file) {
+        bool mustUseAsfReader = false;
         return p.AddSourceFilter(file, mustUseAsfReader);
     }
-    platform::FilterPtr addFilterByName(const std::string& name) { return p.AddFilterByName(name); }
     static void getPins(platform::PinPtr& in, platform::PinPtr& out, const platform::FilterPtr& f) {
         Player::GetPins(in, out, f);
     }
@@ -99,9 +92,6 @@ struct PlayerInternals {
         return ok;
     }
     void insertSurroundFilter(platform::PinPtr& renderIn) { p.InsertSurroundFilter(renderIn); }
-    bool buildGraph(const std::string& file, bool mustUseAsfReader, bool canUseAutoRender) {
-        return p.BuildGraph(file, mustUseAsfReader, canUseAutoRender);
-    }
 
     void log(const std::string& text) { p.Log(text); }
     void writeLog(const std::string& text) { p.RaiseWriteLog(text); }
