@@ -522,6 +522,18 @@ TEST_F(Mp4Test, MissingDemultiplexerIsTheWholeLastError) {
     EXPECT_TRUE(events.logged("Unable to add mp4 filters."));
 }
 
+TEST_F(Mp4Test, CapabilityReadsTheCatalogueWhichARefreshRenews) {
+    const sim::FilterSpec demultiplexer = *sim->filterSpec("GDCL Mpeg-4 Demultiplexor2");
+    sim->unregisterFilter("GDCL Mpeg-4 Demultiplexor2");
+    makePlayer();
+    EXPECT_FALSE(player->IsMp4Capable());
+    sim->registerFilter(demultiplexer);
+    EXPECT_FALSE(player->IsMp4Capable());
+    const int graphs = sim->graphsCreated();
+    EXPECT_TRUE(player->IsMp4Capable(true));
+    EXPECT_EQ(sim->graphsCreated(), graphs); // nothing is made to find out
+}
+
 TEST_F(Mp4Test, DecoderInputRetriedIntelligentlyAndSecondRunReplacesTheFilters) {
     makePlayer();
     load("/m/g.m4a");
