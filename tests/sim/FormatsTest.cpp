@@ -436,6 +436,18 @@ TEST_F(OggTest, OnlyNamesEndingInOggOrLacPass) {
     EXPECT_TRUE(events.log.empty());
 }
 
+TEST_F(OggTest, FiltersStandUntilForcedAnew) {
+    makePlayer();
+    ASSERT_TRUE(in->addVorbisFilters(true));
+    const FilterPtr decoder = in->vorbisDecoder();
+    EXPECT_TRUE(in->addVorbisFilters(false));
+    EXPECT_EQ(in->vorbisDecoder(), decoder);
+    EXPECT_TRUE(in->addVorbisFilters(true));
+    EXPECT_NE(in->vorbisDecoder(), decoder);
+    EXPECT_EQ(count("Xiph.Org Vorbis Decoder PLUS"), 1);
+    EXPECT_EQ(count("dsf Ogg Demuxer2+"), 1);
+}
+
 TEST_F(OggTest, MissingDemuxerTakesTheDecoderOutAgain) {
     sim->unregisterFilter("dsf Ogg Demuxer2+");
     makePlayer();
