@@ -108,9 +108,6 @@ struct PlayerInternals {
     bool& usingHaldenSource() { return p.UsingHaldenSource_; }
 
     // ---- Graph session, sources, dispatch, inserts ----
-    bool buildGraph(const std::string& file, bool mustUseAsfReader, bool canUseAutoRender) {
-        return p.BuildGraph(file, mustUseAsfReader, canUseAutoRender);
-    }
     bool addSourceFilter(const std::string& file, bool& mustUseAsfReader) {
         return p.AddSourceFilter(file, mustUseAsfReader);
     }
@@ -127,22 +124,14 @@ struct PlayerInternals {
         return p.InsertFilterAfterFilter(after, insert, failure);
     }
     void setupPitchAndPipeSender() { p.SetupPitchAndPipeSender(); }
-    platform::FilterPtr addFilterByName(const std::string& name) { return p.AddFilterByName(name); }
     bool& addingSourceFilter() { return p.AddingSourceFilter; }
     std::string& addingItemName() { return p.addingItemName_; }
     bool& graphBuilt() { return p.graphBuilt_; }
     bool& useAcm() { return p.UseACM_; }
-    int32_t errNumber() const { return p.Err.number; }
-    std::string errDescription() const { return p.Err.description; }
-    platform::FilterPtr& sourceFilter() { return p.fSourceFilter; }
-    platform::PinPtr& mainSourcePin() { return p.MainSourcePin; }
-    platform::FilterPtr& sampleGrabber() { return p.fSampleGrabber; }
     platform::PinPtr& sampleGrabberInPin() { return p.SampleGrabberInPin; }
     platform::FilterPtr& soundCard() { return p.fSoundCard; }
-    platform::PinPtr& soundCardInPin() { return p.SoundCardInPin; }
     platform::FilterPtr& pflSoundCard() { return p.fPFLSoundCard; }
     platform::GraphPtr& pflGraph() { return p.PFLGraphMan; }
-    platform::FilterPtr& surround() { return p.fSurround; }
     platform::GraphHelperPtr& helper() { return p.Helper; }
 
     // ---- Routing ----
