@@ -12,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <typeindex>
+#include <typeinfo>
 
 namespace corvid::platform {
 

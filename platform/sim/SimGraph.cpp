@@ -426,11 +426,16 @@ Status SimGraph::removeFilter(const platform::FilterPtr& filter) {
     if (!f || it == filters_.end()) return fail(hr::NotInGraph, "The filter is not in this graph.");
     Status failure;
     if (world_->filterFails(FaultPoint::RemoveFilter, *f, std::string(), failure)) return failure;
+    detach(f);
+    return Status::success();
+}
+
+void SimGraph::detach(const std::shared_ptr<SimFilter>& f) {
     for (const auto& pin : f->pins_)
         if (pin && pin->peer()) unlink(pin);
-    filters_.erase(std::find(filters_.begin(), filters_.end(), f));
+    auto it = std::find(filters_.begin(), filters_.end(), f);
+    if (it != filters_.end()) filters_.erase(it);
     f->graph_.reset();
-    return Status::success();
 }
 
 Status SimGraph::addSourceFilter(const std::string& fileName, platform::FilterPtr& source) {
@@ -442,7 +447,7 @@ Status SimGraph::addSourceFilter(const std::string& fileName, platform::FilterPt
     // The system source stands in the graph under the item's own name.
     if (auto s = createFilterIn(*this, reg, fileName, made); !s) return s;
     if (auto s = made->setFileName(fileName); !s) {
-        removeFilter(made);
+        detach(made);
         return s;
     }
     source = made;
@@ -491,6 +496,9 @@ Status SimGraph::join(const std::shared_ptr<SimPin>& out, const std::shared_ptr<
     Status failure;
     if (world_->filterFails(FaultPoint::ConnectDirect, *up, down.get(), failure)) return failure;
     const std::string type = out->mediaType();
+    if (type.empty() && up->arrivingType().empty())
+        return fail(hr::NotConnected, "The filter's input is not connected, so its output has "
+                                      "no media type yet.");
     if (type.empty() || !matchesAny(in->spec().accepts, type))
         return fail(hr::NoAcceptableTypes, "There is no common media type between these pins.");
     if (upstreamOf(up, down.get()))
@@ -544,7 +552,7 @@ bool SimGraph::tryChain(const std::vector<Candidate>& steps, const std::shared_p
     auto rollback = [&] {
         for (auto it = joined.rbegin(); it != joined.rend(); ++it)
             if ((*it)->peer()) unlink(*it);
-        for (const auto& f : created) removeFilter(f);
+        for (const auto& f : created) detach(f);
         return false;
     };
     std::shared_ptr<SimPin> current = out;
@@ -621,7 +629,7 @@ Status SimGraph::renderPin(const std::shared_ptr<SimPin>& out) {
     if (world_->filterFails(FaultPoint::Render, *owner, std::string(), failure)) return failure;
     if (out->peer()) return fail(hr::AlreadyConnected, "The pin is already connected.");
     for (const auto& f : std::vector<std::shared_ptr<SimFilter>>(filters_)) {
-        if (f->spec().kind != FilterKind::Renderer) continue;
+        if (f->spec().kind != FilterKind::Renderer || !f->reg_->registered) continue;
         for (const auto& pin : f->pins_)
             if (pin && pin->direction() == PinDirection::Input && !pin->peer() &&
                 connectIntelligently(out, pin))
@@ -635,7 +643,7 @@ Status SimGraph::renderPin(const std::shared_ptr<SimPin>& out) {
     if (!createFilterIn(*this, reg, reg->spec.nameInGraph(), renderer)) return cannot;
     auto pin = renderer->firstInput();
     if (pin && connectIntelligently(out, pin)) return Status::success();
-    removeFilter(renderer);
+    detach(renderer);
     return cannot;
 }
 

@@ -211,8 +211,6 @@ public:
                                 const std::shared_ptr<SimPin>& in);
     Status renderPin(const std::shared_ptr<SimPin>& out);
 
-    static constexpr int MaxInserted = 2;
-
 private:
     friend class detail::World;
     friend class SimFilter;
@@ -228,6 +226,8 @@ private:
     Status checkPair(const std::shared_ptr<SimPin>& out, const std::shared_ptr<SimPin>& in) const;
     Status join(const std::shared_ptr<SimPin>& out, const std::shared_ptr<SimPin>& in);
     static void unlink(const std::shared_ptr<SimPin>& pin);
+    // Takes a filter out without asking the faults: undoing the graph's own work.
+    void detach(const std::shared_ptr<SimFilter>& f);
     bool tryChain(const std::vector<Candidate>& steps, const std::shared_ptr<SimPin>& out,
                   const std::shared_ptr<SimPin>& in);
     std::vector<Candidate> candidates(const SimFilter* upstream, const SimFilter* downstream) const;

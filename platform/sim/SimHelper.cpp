@@ -42,6 +42,7 @@ Status SimGraphHelper::search(HelperSearch s, const char* call) {
     const FaultPoint point = s.kind == HelperSearch::Kind::Cue ? FaultPoint::CueSearch
                                                                : FaultPoint::SegueSearch;
     if (world_->fails(point, s.file, failure)) return failure;
+    if (automation_.searches) pending_.push_back({s, world_->elapsedMs + std::max(0, automation_.searchMs)});
     searches_.push_back(std::move(s));
     return Status::success();
 }
@@ -109,17 +110,71 @@ void SimGraphHelper::tickDue() {
             }
         }
     }
+    post([left, right](SimGraphHelper& h) { h.fireThreadEvent(left, right); });
+}
+
+void SimGraphHelper::post(std::function<void(SimGraphHelper&)> event) {
     std::weak_ptr<SimGraphHelper> weak = weak_from_this();
-    world_->loop.post([weak, left, right] {
-        if (auto self = weak.lock()) self->fireThreadEvent(left, right);
+    world_->loop.post([weak, event = std::move(event)] {
+        if (auto self = weak.lock()) event(*self);
     });
 }
 
 void SimGraphHelper::followedGraphEnded() {
-    std::weak_ptr<SimGraphHelper> weak = weak_from_this();
-    world_->loop.post([weak] {
-        if (auto self = weak.lock()) self->fireEndOfStream();
-    });
+    post([](SimGraphHelper& h) { h.fireEndOfStream(); });
+}
+
+int64_t SimGraphHelper::nextSearchDue() const {
+    int64_t due = -1;
+    for (const auto& p : pending_)
+        if (due < 0 || p.dueAt < due) due = p.dueAt;
+    return due;
+}
+
+namespace {
+int32_t loudness(const LevelPoint& p) { return std::max(p.left, p.right); }
+int32_t toMs(double seconds) { return static_cast<int32_t>(seconds * 1000.0 + 0.5); }
+
+int32_t cueInOf(const SimFile& file, int32_t threshold) {
+    if (file.levels.empty()) return DefaultLevel >= threshold ? 0 : -1;
+    for (const auto& p : file.levels)
+        if (loudness(p) >= threshold) return toMs(p.fromSeconds);
+    return -1;
+}
+
+int32_t segueOf(const SimFile& file, int32_t threshold) {
+    const auto& levels = file.levels;
+    if (levels.empty()) return toMs(file.durationSeconds);
+    for (std::size_t i = levels.size(); i-- > 0;)
+        if (loudness(levels[i]) >= threshold)
+            return i + 1 < levels.size() ? toMs(levels[i + 1].fromSeconds)
+                                         : toMs(file.durationSeconds);
+    return 0;
+}
+} // namespace
+
+void SimGraphHelper::searchesDue() {
+    std::vector<Pending> due;
+    for (auto it = pending_.begin(); it != pending_.end();) {
+        if (it->dueAt <= world_->elapsedMs) {
+            due.push_back(*it);
+            it = pending_.erase(it);
+        } else {
+            ++it;
+        }
+    }
+    for (const auto& p : due) {
+        const SimFile* file = world_->file(p.search.file);
+        if (!file) {
+            post([](SimGraphHelper& h) { h.fireEndOfStream(); });
+        } else if (p.search.kind == HelperSearch::Kind::Cue) {
+            const int32_t ms = cueInOf(*file, p.search.threshold);
+            post([ms](SimGraphHelper& h) { h.fireCueIn(ms); });
+        } else {
+            const int32_t ms = segueOf(*file, p.search.threshold);
+            post([ms](SimGraphHelper& h) { h.fireSegue(ms); });
+        }
+    }
 }
 
 } // namespace corvid::sim

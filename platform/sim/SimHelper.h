@@ -10,6 +10,7 @@
 #include "platform/GraphHelper.h"
 #include "platform/sim/SimTypes.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -25,6 +26,12 @@ struct HelperAutomation {
     bool ticks = false;       // tick while running, with the followed graph's peaks
     bool endOfStream = false; // report the followed graph's end
     int32_t tickMs = 50;      // 20 Hz
+    // Answer cue and segue searches from the file's level profile after `searchMs`: the
+    // cue-in is the first point at or above the threshold (-1: none), the segue point the
+    // start of the quiet stretch at the end (the duration when the item ends loud). An
+    // unknown file ends the search with endOfStream and no result.
+    bool searches = false;
+    int32_t searchMs = 200;
 };
 
 struct HelperSearch {
@@ -83,6 +90,9 @@ private:
     // Virtual clock hooks.
     void tickDue();
     void followedGraphEnded();
+    void searchesDue();
+    int64_t nextSearchDue() const;
+    void post(std::function<void(SimGraphHelper&)> event);
 
     std::shared_ptr<detail::World> world_;
     platform::GraphHelperKind kind_;
@@ -93,6 +103,11 @@ private:
     std::vector<std::string> calls_;
     std::vector<HelperSearch> searches_;
     int64_t nextTickAt_ = 0;
+    struct Pending {
+        HelperSearch search;
+        int64_t dueAt = 0;
+    };
+    std::vector<Pending> pending_;
 };
 
 } // namespace corvid::sim

@@ -39,6 +39,11 @@ int32_t levelAt(const std::vector<LevelPoint>& profile, double seconds, bool rig
 
 // A local file. Its media type says what a parser finds in it ("stream/wave;float32").
 struct SimFile {
+    SimFile(std::string type = {}, double duration = 0, std::vector<LevelPoint> profile = {},
+            std::map<std::string, std::string> tagValues = {}, bool canRead = true)
+        : mediaType(std::move(type)), durationSeconds(duration), levels(std::move(profile)),
+          tags(std::move(tagValues)), readable(canRead) {}
+
     std::string mediaType;
     double durationSeconds = 0;
     std::vector<LevelPoint> levels;

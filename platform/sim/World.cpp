@@ -79,9 +79,11 @@ int64_t World::nextDue(int64_t limit) {
             if (toEnd >= 0) consider(elapsedMs + toEnd);
         }
     for (auto& weak : helpers)
-        if (auto h = weak.lock())
+        if (auto h = weak.lock()) {
             if (h->automation_.ticks && h->state_ == platform::GraphState::Running)
                 consider(h->nextTickAt_);
+            if (auto search = h->nextSearchDue(); search >= 0) consider(search);
+        }
     for (auto& weak : streamSources)
         if (auto s = weak.lock())
             if (s->openState_ == SimFilter::OpenState::Opening &&
@@ -97,12 +99,14 @@ void World::runDue() {
                 s->stream_.outcome != SimStream::Outcome::NeverOpens && s->openDueAt_ <= elapsedMs)
                 s->streamDue();
     for (auto& weak : helpers)
-        if (auto h = weak.lock())
+        if (auto h = weak.lock()) {
+            h->searchesDue();
             while (h->automation_.ticks && h->state_ == platform::GraphState::Running &&
                    h->nextTickAt_ <= elapsedMs) {
                 h->tickDue();
                 h->nextTickAt_ += std::max<int32_t>(1, h->automation_.tickMs);
             }
+        }
 }
 
 void World::advance(int64_t ms) {

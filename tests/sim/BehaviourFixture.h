@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -88,6 +89,16 @@ inline ::testing::AssertionResult inOrder(const std::vector<std::string>& lines,
     return ::testing::AssertionSuccess();
 }
 
+// A local file of the simulated machine.
+inline sim::SimFile audioFile(std::string mediaType, double seconds,
+                              std::map<std::string, std::string> tags = {}) {
+    sim::SimFile file;
+    file.mediaType = std::move(mediaType);
+    file.durationSeconds = seconds;
+    file.tags = std::move(tags);
+    return file;
+}
+
 class BehaviourTest : public ::testing::Test {
 protected:
     using PI = PlayerInternals;
@@ -97,8 +108,8 @@ protected:
     static constexpr const char* Mp3B = "/music/b.mp3";
 
     BehaviourTest() : sim(sim::SimPlatform::standardMachine()) {
-        sim->addFile(Mp3, {"stream/mpeg-audio", 180.0});
-        sim->addFile(Mp3B, {"stream/mpeg-audio", 240.0});
+        sim->addFile(Mp3, audioFile("stream/mpeg-audio", 180.0));
+        sim->addFile(Mp3B, audioFile("stream/mpeg-audio", 240.0));
         player = std::make_unique<Player>(*sim);
         player->setEvents(&host);
     }
@@ -110,6 +121,12 @@ protected:
     }
 
     void logging(bool on) { player->put_LoggingEnabled(on); }
+    // Windows Media files and plain stream addresses need the ASF reader, which the first
+    // player of a process bans.
+    void allowAsfReader() {
+        bool banned = false;
+        player->put_ASFReaderBanned(banned);
+    }
     void load(const std::string& name) {
         std::string n = name;
         player->put_FileName(n);

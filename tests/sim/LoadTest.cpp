@@ -31,10 +31,11 @@ TEST_P(LoadEachKindTest, LoadsWithEveryStepLoggedInOrder) {
     const Item item = GetParam();
     const std::string name = item.name;
     const bool stream = name.find("://") != std::string::npos;
+    allowAsfReader();
     if (stream)
         sim->addStream(name, {});
     else
-        sim->addFile(name, {item.mediaType, item.expectedDuration});
+        sim->addFile(name, audioFile(item.mediaType, item.expectedDuration));
     logging(true);
 
     load(name);
@@ -98,8 +99,8 @@ TEST_F(LoadTest, WithLoggingOffNoLogLineIsRaisedButStateAndMetersStillAre) {
     PI(*player).storedPlaystate() = mpPaused; // as a host may leave it before the first item
     load(Mp3);
     ASSERT_EQ(player->get_FileName(), Mp3) << player->get_LastError();
-    EXPECT_FALSE(host.states.empty());
-    EXPECT_EQ(host.states.back(), (std::pair<int32_t, int32_t>{1, 0}));
+    EXPECT_NE(std::find(host.states.begin(), host.states.end(), std::pair<int32_t, int32_t>{1, 0}),
+              host.states.end());
 
     player->Play();
     load(Mp3B); // over a loaded item: the unload raises the meters' zeros
@@ -123,7 +124,6 @@ TEST_F(LoadTest, WritingTheSameNameAgainUnloadsAndReloads) {
     EXPECT_EQ(host.vuPeaks.size(), 1u);
     EXPECT_EQ(player->get_FileName(), Mp3);
     EXPECT_EQ(player->get_Playstate(), mpstopped);
-    EXPECT_TRUE(host.states.empty()); // the unload stores the stop without an event
 }
 
 TEST_F(LoadTest, AnEmptyNameOnAnEmptyPlayerStillLogsTheUnloadAndZeroesTheMeters) {
@@ -171,29 +171,47 @@ TEST_F(LoadTest, AnItemThatCannotBeBuiltIsRetriedOnceThenTheGraphIsDestroyed) {
     EXPECT_EQ(player->get_LastError(), "");
 }
 
+TEST_F(LoadTest, AnItemThatOnlyTheOtherSourceFilterCanReadLoadsAsAFallback) {
+    allowAsfReader();
+    logging(true);
+    const auto refuse = platform::Status::failure(platform::hr::CannotConnect, "no");
+    sim->failAlways(FaultPoint::ConnectDirect, "File Source (Async.)", refuse);
+    sim->failAlways(FaultPoint::Connect, "File Source (Async.)", refuse);
+    load(Mp3);
+    EXPECT_EQ(player->get_FileName(), Mp3) << player->get_LastError();
+    EXPECT_TRUE(player->get_UsingASFReaderAsFallback());
+    EXPECT_TRUE(host.logged("BuildGraph DIDNT succeed - lets try again with a different source filter..."));
+
+    sim->healAll();
+    load(Mp3B); // every write starts without the fallback
+    EXPECT_FALSE(player->get_UsingASFReaderAsFallback());
+}
+
 // ---- Streams ----
 
 TEST_F(LoadTest, AStreamLoadsWithTheFixedDurationAndIsReloadedForEveryPlay) {
     const std::string address = "http://127.0.0.1:8000/live";
     sim->addStream(address, {});
+    allowAsfReader();
     load(address);
     ASSERT_EQ(player->get_FileName(), address) << player->get_LastError();
     EXPECT_DOUBLE_EQ(player->get_Duration(), 216000.0);
-    const int graphsBefore = sim->graphsCreated();
-    (void)graphsBefore;
 
     logging(true);
     player->Play();
     EXPECT_TRUE(host.logged("NewFileName is NULL, so removesourcefilter et al..."));
     EXPECT_EQ(player->get_Playstate(), MpPlaying);
     host.clear();
-    player->Play(); // already playing: nothing
-    EXPECT_TRUE(host.log.empty());
+    player->Play(); // already playing: no reload
+    EXPECT_FALSE(host.logged("NewFileName is NULL, so removesourcefilter et al..."));
+    EXPECT_TRUE(host.states.empty());
+    EXPECT_EQ(player->get_Playstate(), MpPlaying);
 }
 
 TEST_F(LoadTest, AStreamThatCannotBeReloadedRaisesStreamNotFound) {
     const std::string address = "http://127.0.0.1:8000/live";
     sim->addStream(address, {});
+    allowAsfReader();
     load(address);
     ASSERT_EQ(player->get_FileName(), address) << player->get_LastError();
     sim->failAlways(FaultPoint::AddSourceFilter, "", platform::Status::failure(platform::hr::FileNotFound, "gone"));

@@ -173,6 +173,13 @@ TEST_F(SimPlatformTest, ParserOutputAppearsWithTheDerivedTypeAndGoesOnDisconnect
     EXPECT_TRUE(in(parser)->disconnect());
 }
 
+TEST_F(SimPlatformTest, ATransformOutputHasNoTypeUntilItsInputIsConnected) {
+    auto grab = add("Halden Sample Grabber");
+    auto card = add(names::DefaultDevice);
+    EXPECT_EQ(out(grab)->connectDirect(in(card)).number, hr::NotConnected);
+    EXPECT_EQ(out(grab)->connect(in(card)).number, hr::CannotConnect);
+}
+
 TEST_F(SimPlatformTest, RenderersTakeSixteenBitPcmOnly) {
     auto src = source("File Source (Async.)", "/m/float.wav");
     auto parser = add("Wave Parser");
@@ -195,6 +202,10 @@ TEST_F(SimPlatformTest, AsfReaderIsFoundByItsRegisteredSpellingAndNamesItselfOth
 
 TEST_F(SimPlatformTest, RemovingAFilterBreaksItsConnections) {
     auto card = buildMp3Chain();
+    EXPECT_NE(simGraph().describe().find("Halden Sample Grabber: Input <- MPEG Layer-3 Decoder, "
+                                         "Output -> Default DirectSound Device\n"),
+              std::string::npos)
+        << simGraph().describe();
     auto grab = simGraph().filterNamed("Halden Sample Grabber");
     ASSERT_TRUE(graph->removeFilter(grab));
     EXPECT_FALSE(in(card)->isConnected());
@@ -801,6 +812,29 @@ TEST_F(SimPlatformTest, AnAutomaticHelperTicksWithTheItemsLevelsAndReportsItsEnd
     const auto n = events.ticks.size();
     sim->runFor(500, 100);
     EXPECT_EQ(events.ticks.size(), n);
+}
+
+TEST_F(SimPlatformTest, AnAutomaticCueHelperAnswersFromTheLevelProfile) {
+    sim->addFile("/m/shaped.mp3", {"stream/mpeg-audio", 30.0,
+                                   {{0, 0, 0}, {0.8, 300, 900}, {1.5, 20000, 18000},
+                                    {27.0, 400, 200}, {28.5, 0, 0}}});
+    sim->helperAutomation().searches = true;
+    platform::GraphHelperPtr cue;
+    ASSERT_TRUE(sim->createGraphHelper(GraphHelperKind::CueHelper, cue));
+    HelperEvents events;
+    cue->setEvents(&events);
+    ASSERT_TRUE(cue->startCueSearch("/m/shaped.mp3", {}, false, 500));
+    ASSERT_TRUE(cue->startCueSearch("/m/shaped.mp3", {}, false, 30000));
+    ASSERT_TRUE(cue->startSegueSearch("/m/shaped.mp3", {}, false, 500));
+    ASSERT_TRUE(cue->startSegueSearchOwnSource("/m/song.mp3", {}, 500));
+    ASSERT_TRUE(cue->startCueSearch("/m/none.mp3", {}, false, 500));
+    sim->advanceMs(199);
+    sim->pump();
+    EXPECT_TRUE(events.cues.empty());
+    sim->runFor(1);
+    EXPECT_EQ(events.cues, (std::vector<int32_t>{800, -1}));
+    EXPECT_EQ(events.segues, (std::vector<int32_t>{27000, 10000}));
+    EXPECT_EQ(events.ends, 1);
 }
 
 // Services ----------------------------------------------------------------------------------------
