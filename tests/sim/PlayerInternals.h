@@ -25,6 +25,17 @@ struct PlayerInternals {
     platform::FilterPtr& pitchShifter() { return p.fPitchShifter; }
 
     // ---- Graph object model and format chains ----
+    int32_t errNumber() const { return p.Err.number; }
+    const std::string& errDescription() const { return p.Err.description; }
+    platform::FilterPtr& sourceFilter() { return p.fSourceFilter; }
+    platform::PinPtr& mainSourcePin() { return p.MainSourcePin; }
+    platform::FilterPtr& sampleGrabber() { return p.fSampleGrabber; }
+    platform::PinPtr& soundCardInPin() { return p.SoundCardInPin; }
+    platform::FilterPtr& surround() { return p.fSurround; }
+    platform::FilterPtr addFilterByName(const std::string& name) { return p.AddFilterByName(name); }
+    bool buildGraph(const std::string& file, bool mustUseAsfReader, bool canUseAutoRender) {
+        return p.BuildGraph(file, mustUseAsfReader, canUseAutoRender);
+    }
     void clearErr() { p.clearErr(); }
     platform::FilterPtr& mpegSplitter() { return p.fMpegSplitter; }
     platform::FilterPtr& mpegDecoder() { return p.fMpegDecoder; }
