@@ -13,6 +13,7 @@
 #include "support/Text.h"
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 namespace corvid {
@@ -28,36 +29,24 @@ constexpr int64_t CueGiveUpMs = 5001;
 // events come from the platform's side of the event loop.
 class HelperSink : public platform::GraphHelperEvents {
 public:
-    struct Routes {
-        void (Player::*tick)(int32_t, int32_t);
-        void (Player::*end)();
-        void (Player::*cueIn)(int32_t);
-        void (Player::*segue)(int32_t);
-    };
-    HelperSink(Player& player, Routes routes) : player_(player), routes_(routes) {}
+    std::function<void(int32_t, int32_t)> tick;
+    std::function<void()> end;
+    std::function<void(int32_t)> cueIn; // empty: ignored
+    std::function<void(int32_t)> segue; // empty: ignored
 
-    void threadEvent(int32_t left, int32_t right) override {
-        deliver([&] { (player_.*routes_.tick)(left, right); });
-    }
-    void endOfStream() override {
-        deliver([&] { (player_.*routes_.end)(); });
-    }
-    void cueInFound(int32_t positionMs) override {
-        if (routes_.cueIn) deliver([&] { (player_.*routes_.cueIn)(positionMs); });
-    }
-    void segueFound(int32_t positionMs) override {
-        if (routes_.segue) deliver([&] { (player_.*routes_.segue)(positionMs); });
-    }
+    void threadEvent(int32_t left, int32_t right) override { deliver(tick, left, right); }
+    void endOfStream() override { deliver(end); }
+    void cueInFound(int32_t positionMs) override { deliver(cueIn, positionMs); }
+    void segueFound(int32_t positionMs) override { deliver(segue, positionMs); }
 
 private:
-    template <class F> void deliver(F&& f) {
+    template <class F, class... A> static void deliver(const F& f, A... args) {
+        if (!f) return;
         try {
-            f();
+            f(args...);
         } catch (...) {
         }
     }
-    Player& player_;
-    Routes routes_;
 };
 
 } // namespace
@@ -70,11 +59,16 @@ void Player::CreateHelpers() {
     Helper.reset();
     CueHelper.reset();
 
-    helperSink_ = std::make_unique<HelperSink>(
-        *this, HelperSink::Routes{&Player::helperTick, &Player::helperEnd, nullptr, nullptr});
-    cueHelperSink_ = std::make_unique<HelperSink>(
-        *this, HelperSink::Routes{&Player::cueHelperTick, &Player::cueHelperEnd,
-                                  &Player::cueResult, &Player::segueResult});
+    auto helperSink = std::make_unique<HelperSink>();
+    helperSink->tick = [this](int32_t l, int32_t r) { helperTick(l, r); };
+    helperSink->end = [this] { helperEnd(); };
+    auto cueSink = std::make_unique<HelperSink>();
+    cueSink->tick = [this](int32_t l, int32_t r) { cueHelperTick(l, r); };
+    cueSink->end = [this] { cueHelperEnd(); };
+    cueSink->cueIn = [this](int32_t ms) { cueResult(ms); };
+    cueSink->segue = [this](int32_t ms) { segueResult(ms); };
+    helperSink_ = std::move(helperSink);
+    cueHelperSink_ = std::move(cueSink);
 
     if (trap(platform_.createGraphHelper(platform::GraphHelperKind::Helper, Helper)) && Helper)
         Helper->setEvents(helperSink_.get());

@@ -276,6 +276,7 @@ bool Player::FindConnectedFilter(const std::string& FilterName, const platform::
 MediaTags& Player::Tags() {
     if (!tags_) {
         tagReader_ = platform_.createTagReader();
+        if (!tagReader_) throw AutomationError(platform::hr::Pointer, "No tag reader.");
         tags_ = std::make_unique<MediaTags>(*tagReader_);
     }
     return *tags_;

@@ -26,14 +26,16 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <optional>
 #include <vector>
 
 namespace corvid {
 
 class clsCards;
+struct CardsEvents;
 class clsSilenceDet;
 class MediaTags;
-class SilenceDialog;
+class dlgSilence;
 class TimerClass1;
 struct PlayerProcessState;
 
@@ -48,9 +50,9 @@ public:
     void setEvents(PlayerEvents* events) { events_ = events; }
     // Whether the host is in run mode; Init acts only then. Default true.
     void setRunMode(bool running) { runMode_ = running; }
-    // Presents the silence settings dialog modally; without one, SilenceDetShowUI logs that
-    // no dialog can be shown.
-    void setSilenceDialogPresenter(std::function<void(SilenceDialog&, void* owner)> presenter);
+    // Presents the silence settings dialog modally (a toolkit view over the dialog model,
+    // shown over `owner`); without one, SilenceDetShowUI logs that no dialog can be shown.
+    void setSilenceDialogPresenter(std::function<void(dlgSilence&, void* owner)> presenter);
 
     // ---- Public fields: plain stored values, no side effects ----
     bool CanCueIn = false;
@@ -213,46 +215,93 @@ private:
     void SetPlaystate(PlayCondition newState);
     void ResetPlaystateBookkeeping();
     void ApplyStoredVolume();
+    // The elapsed-time stopwatch, made on first use.
+    TimerClass1& Stopwatch();
+    // The pitch filter's control in the current graph, or null.
+    platform::PitchShifterControl* PitchControl();
+    // Whether a Play error leaves the graph standing.
+    static bool IsExpectedPlayError(int32_t number);
+
+    // ---- Levels: peaks, silence, the silence dialog (control/Silence.cpp) ----
     void SilenceCheck(int32_t left, int32_t right);
 
     // ---- Load (control/Load.cpp) ----
+    // Every stream address loads with this duration, whatever the stream reports.
+    static constexpr double StreamDurationSeconds = 216000.0;
     void LoadItem(const std::string& newName);
+    void LoadSucceeded(const std::string& name);
+    void UnloadItem();
+    void FailLoad(const std::string& name);
     void LogCheckpoint(int n);
     void ApplyPitchOptions(const std::string& name);
 
     // ---- Graph session (graph/GraphSession.cpp) ----
     bool BuildGraph(const std::string& FileName, bool bMustUseASFReader, bool CanUseAutoRender);
+    bool BuildGraphFailed(const std::string& pendingMessage);
+    void ReplaceGraph(bool MakinPFLGraph); // CreateNewGraph's work; raises 558 while busy
     void DestroyGraph(bool keepPlaystate = false);
+    void ForgetMainGraphFilters();
     void DisconnectAllFilters(const platform::GraphPtr& graph);
     void RemoveSourceFilter();
     void PruneUnconnectedFilters();
-    void BusyGuard(const char* operation);
+    // Raises 558 with the refusal (and the waiting item) while a source is being added.
+    void BusyGuard(const char* refusal, bool quoteItem);
 
     // ---- Source selection (graph/SourceSelection.cpp) ----
     bool AddSourceFilter(const std::string& FileName, bool& bMustUseASFReader);
+    platform::FilterPtr AddFlacSource(const std::string& FileName);
+    platform::FilterPtr AddFileSource(const std::string& FileName);
+    platform::FilterPtr AddStreamSource(const std::string& address, PendingError& failure);
     bool WaitForStreamSource(const platform::FilterPtr& source, const std::string& address);
+    platform::FilterPtr AddReaderSource(const std::string& FileName, platform::CatalogueEntryPtr reader,
+                                        PendingError& failure);
+    platform::FilterPtr AddOggSource(const std::string& FileName);
+    void RemoveUnusableSources(const std::vector<platform::FilterPtr>& standing);
 
     // ---- Chain dispatch (graph/ChainDispatch.cpp) ----
+    // The dispatcher's own copies of the pins it hands to the chains.
+    struct ChainPins {
+        platform::PinPtr source, splitterIn, decoderIn, decoderOut, waveParserIn;
+        platform::PinPtr sgIn, sgOut, renderIn;
+        platform::FilterPtr grabber;
+    };
     bool ConnectGraphFilters(const std::string& FileName, bool CanUseAutoRender,
                              bool bMustUseASFReader);
+    bool ConnectFallbackChains(ChainPins& pins, bool& usingWM, const std::string& FileName,
+                               bool CanUseAutoRender);
+    bool ChainDispatchFailed();
+    bool GatherChainPins(ChainPins& pins);
+    void RecreateGrabberIfMissing(ChainPins& pins);
+    void ForgetSourceForNextChain(ChainPins& pins);
+    void SyncChainPins(ChainPins& pins);
+    bool TryMp3Chain(ChainPins& pins, bool& usingWM, const std::string& FileName);
+    bool TryWaveChain(ChainPins& pins, const std::string& FileName);
+    bool TryWmaChain(ChainPins& pins, const std::string& FileName);
+    bool TryOggChain(ChainPins& pins, const std::string& FileName);
     bool RenderAutomatically(const std::string& FileName, platform::PinPtr& sgIn,
                              platform::PinPtr& sgOut);
+    bool RenderAutomaticallyFailed(const PendingError& failure, bool grabberRemoved);
 
     // ---- Standard filters and inserts (graph/Inserts.cpp) ----
     void AddGraphFilters();
+    bool StockStandardFilters();
     platform::FilterPtr CreateSampleGrabber();
     void PutSampleGrabberBeforeRender();
     bool InsertFilterAfterFilter(const platform::FilterPtr& AfterWhatFilter,
                                  const platform::FilterPtr& FilterToInsert, std::string& failure);
     void InsertPipeSender();
     void SetupPitchAndPipeSender();
+    platform::PinPtr InsertPointForPitch();
+    bool InsertFilterBeforePin(const platform::FilterPtr& filter, const platform::PinPtr& before);
     // Creates a registered filter in the main graph by display name (pending error on failure).
     platform::FilterPtr AddFilterByName(const std::string& displayName);
     // The same, unless a filter of that name is already in the graph.
     platform::FilterPtr AddFilterByNameUnlessPresent(const std::string& displayName);
     platform::FilterPtr FindFilterInGraph(const std::string& name);
     bool RemoveFilterFromGraph(const platform::FilterPtr& filter);
+    bool IsInMainGraph(const platform::FilterPtr& filter);
     void RepairRegistration(const std::string& commandLine);
+    void CriticalMessage(const std::string& text, const std::string& title);
 
     // ---- Format chains (formats/) ----
     static void GetPins(platform::PinPtr& inPin, platform::PinPtr& outPin,
@@ -285,17 +334,34 @@ private:
     void AddMp4Filters(bool& force, bool& ok);
     void RemoveMp4Filters();
     void InsertSurroundFilter(platform::PinPtr& renderInPin);
+    // Chain helpers (formats/ChainSupport.cpp): each keeps its failure as the pending error.
+    platform::FilterPtr CreateSampleGrabberTrapped();
+    void RemoveFilterTrapped(const platform::FilterPtr& filter);
+    platform::CatalogueEntryPtr TakeCatalogueEntry(const std::string& displayName);
+    platform::FilterPtr AddCatalogueInstance(const platform::CatalogueEntryPtr& entry);
+    void RemoveSourceFilterKeepingError();
+    // The pending error as the chains write it into their messages: number, blank, text.
+    std::string ErrText() const;
 
     // ---- Devices and routing (devices/) ----
     clsCards& Cards();             // the process-wide catalogue, made and filled on first use
     const FilterCatalogue& colDShowFilters();
+    CardsEvents CardsEventsForThisPlayer();
+    void OnCardsGotFiltersWeNeed(FilterCatalogue& found, NameCollection& weNeed);
+    std::optional<clsDShowRender> FindDevice(const std::string& name);
     bool DeviceExists(const std::string& name);
-    bool AddSoundCard(const std::string& name, bool forPFL);
+    // Adds the device's renderer to the main or the PFL graph in place of the current one; a
+    // main renderer added with `remember` becomes the main card name.
+    bool AddSoundCard(const std::string& name, bool forPFL, bool remember = true);
+    bool RouteMainOutput(const std::string& name);
+    bool RoutePflOutput(const std::string& name);
+    bool PFLButtonRequired() const;
+    void RaiseIsPFLButtonRequired(bool required);
+    // Called by the load before it builds: applies a device asked for while playing.
     void ApplyPendingSoundCards();
-    void OnCardsGotFiltersWeNeed(NameCollection& found, NameCollection& weNeed);
 
     // ---- Cue and segue (control/CueSegue.cpp) ----
-    void StartSegueSearch(bool forceAsfReader);
+    platform::Status StartSegueSearch(bool retryWithAsfReader);
 
     // ---- Tags ----
     MediaTags& Tags();
@@ -307,7 +373,7 @@ private:
     platform::Platform& platform_;
     PlayerEvents* events_ = nullptr;
     bool runMode_ = true;
-    std::function<void(SilenceDialog&, void*)> silenceDialogPresenter_;
+    std::function<void(dlgSilence&, void*)> silenceDialogPresenter_;
     std::shared_ptr<PlayerProcessState> process_;
 
     // Settings and stored values.
@@ -340,8 +406,9 @@ private:
     double cachedPosition_ = 0;
     double cachedDuration_ = 0;
     double cachedRate_ = 1.0;
-    bool pitchCarriesRate_ = false;
-    double pitchValue_ = 0;
+    bool pitchCarriesRate_ = false; // a Rate write went to the pitch filter
+    double pitchRate_ = 1.0;        // the rate the pitch filter is to play at
+    double pitchValue_ = 0;         // semitones
     int32_t leftPeak_ = 0;
     int32_t rightPeak_ = 0;
     double silenceStart_ = 0; // seconds since midnight; 0 = not yet set
@@ -357,7 +424,6 @@ private:
 
     // Cue and segue.
     bool AutoCueBusy_ = false;
-    bool autoCueFollower_ = false;
     bool seguePending_ = false;
     int32_t cueSearchStart_ = 0;
     double AutoCuePos_ = 0;
@@ -419,8 +485,8 @@ private:
     bool UsingASFReader_ = false;
     bool UsingHaldenSource_ = false;
 
-    std::unique_ptr<platform::TagReader> tagReader_;
-    std::unique_ptr<MediaTags> tags_; // over tagReader_, declared after it
+    std::unique_ptr<platform::TagReader> tagReader_; // outlives tags_, which reads through it
+    std::unique_ptr<MediaTags> tags_;
 };
 
 } // namespace corvid

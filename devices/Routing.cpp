@@ -1,0 +1,438 @@
+// The player's output routing: its main and pre-fade-listen (PFL) devices, the speaker pairs of
+// multichannel devices, the silent dummy device, and the renderer filters that stand for them
+// in the graphs.
+//
+// A device change is refused while an item is loaded or playing rather than synchronised with
+// the running graph; a change that arrives while the player plays is kept as pending and applied
+// by the next load (ApplyPendingSoundCards).
+
+#include "devices/Routing.h"
+
+#include "control/Player.h"
+#include "control/ProcessState.h"
+#include "devices/clsCards.h"
+#include "devices/clsEnumFilters.h"
+#include "support/Text.h"
+
+#include <array>
+#include <utility>
+
+namespace corvid {
+
+namespace routing {
+
+namespace {
+struct SpeakerPair {
+    const char* suffix; // exactly six characters, leading blank
+    const char* surroundFilter;
+};
+constexpr std::array<SpeakerPair, 4> kSpeakerPairs = {{{" [1-2]", "Sondrel 1-2"},
+                                                       {" [3-4]", "Sondrel 3-4"},
+                                                       {" [5-6]", "Sondrel 5-6"},
+                                                       {" [7-8]", "Sondrel 7-8"}}};
+constexpr std::size_t kSuffixLength = 6;
+} // namespace
+
+std::string BaseDeviceName(const std::string& name) {
+    const std::string_view tail = text::lastChars(name, kSuffixLength);
+    if (tail.size() < kSuffixLength) return name;
+    for (const auto& pair : kSpeakerPairs)
+        if (text::equalsNoCase(tail, pair.suffix)) return name.substr(0, name.size() - kSuffixLength);
+    return name;
+}
+
+std::string SurroundFilterFor(const std::string& rendererName) {
+    const std::string_view tail = text::lastChars(rendererName, kSuffixLength);
+    for (const auto& pair : kSpeakerPairs)
+        if (text::equalsNoCase(tail, pair.suffix)) return pair.surroundFilter;
+    return {};
+}
+
+bool IsDefaultDevice(const std::string& name) { return text::equalsNoCase(name, kDefaultDevice); }
+
+} // namespace routing
+
+using routing::kDefaultDevice;
+using routing::kDummyDevice;
+
+namespace {
+constexpr const char* kCantChange = "Cant Change cards while playing!";
+constexpr const char* kNextCut = "This will be implemented for the next cut that loads!";
+constexpr const char* kNotValidDevice = " would NOT appear to be a valid DirectSound device!";
+constexpr int32_t kNullRenderFailed = 963;
+} // namespace
+
+// ---- The catalogue and its events ----------------------------------------------------------
+
+CardsEvents Player::CardsEventsForThisPlayer() {
+    CardsEvents sink;
+    sink.GotFiltersWeNeed = [this](FilterCatalogue& found, NameCollection& weNeed) {
+        OnCardsGotFiltersWeNeed(found, weNeed);
+    };
+    sink.StartedCounting = [this](int32_t& count) {
+        if (events_) events_->StartedCountingFilters(count);
+    };
+    sink.Counting = [this](int32_t index) {
+        if (events_) events_->CountingFilters(index);
+    };
+    sink.FinishedCountingFilters = [this] {
+        if (events_) events_->FinishedCountingFilters();
+    };
+    return sink;
+}
+
+void Player::OnCardsGotFiltersWeNeed(FilterCatalogue& /*found*/, NameCollection& weNeed) {
+    FilterNamesWeNeed_ = std::make_unique<NameCollection>(weNeed);
+    if (events_) events_->GotTheFiltersWeNeed(*FilterNamesWeNeed_);
+}
+
+clsCards& Player::Cards() {
+    PlayerProcessState& process = Process();
+    if (!process.cards) {
+        // Stored before the detection runs, so that a host re-entering from a progress event
+        // finds the catalogue instead of starting a second detection.
+        process.cards = std::make_shared<clsCards>(platform_);
+        const CardsEvents sink = CardsEventsForThisPlayer();
+        process.cards->GetSoundcards(&sink);
+    }
+    return *process.cards;
+}
+
+const FilterCatalogue& Player::colDShowFilters() { return Cards().Filters(); }
+
+// ---- Device lists ----------------------------------------------------------------------------
+
+SoundCardCollection Player::QuerySoundCards(bool ForceEnum) {
+    try {
+        if (ForceEnum || !soundCards_) {
+            // A catalogue made just now has detected already: its cards are fresh.
+            const bool fresh = !Process().cards;
+            clsCards& cards = Cards();
+            const CardsEvents sink = CardsEventsForThisPlayer();
+            soundCards_ = std::make_unique<SoundCardCollection>(fresh ? cards.SoundCards()
+                                                                      : cards.GetSoundcards(&sink));
+        }
+        return *soundCards_;
+    } catch (const std::exception& e) {
+        Log(std::string("QuerySoundCards: ") + e.what());
+        return soundCards_ ? *soundCards_ : SoundCardCollection{};
+    }
+}
+
+void Player::putref_SetSoundCardCollection(const SoundCardCollection& value) {
+    soundCards_ = std::make_unique<SoundCardCollection>(value);
+}
+
+SoundCardCollection Player::EnumRenders(bool ForceRefresh) {
+    try {
+        if (ForceRefresh || !renderEnum_) {
+            platform_.catalogue().refresh();
+            const bool fresh = !Process().cards;
+            clsCards& cards = Cards();
+            const CardsEvents sink = CardsEventsForThisPlayer();
+            if (!fresh) cards.GetSoundcards(&sink);
+        }
+        // Multichannel devices appear once per speaker pair; the first entry of a name wins.
+        std::vector<platform::CatalogueEntryPtr> entries;
+        trap(platform_.catalogue().enumerateRenderersWithPairs(entries));
+        auto renders = std::make_unique<SoundCardCollection>();
+        for (const auto& entry : entries) {
+            if (!entry) continue;
+            clsDShowRender render(entry);
+            renders->Add(render.Name(), render);
+        }
+        renderEnum_ = std::move(renders);
+        return *renderEnum_;
+    } catch (const std::exception& e) {
+        Log(std::string("EnumRenders: ") + e.what());
+        return renderEnum_ ? *renderEnum_ : SoundCardCollection{};
+    }
+}
+
+std::optional<clsDShowRender> Player::FindDevice(const std::string& name) {
+    if (!soundCards_) QuerySoundCards(false);
+    const bool speakerPair = routing::BaseDeviceName(name) != name;
+    if (speakerPair) {
+        const SoundCardCollection renders = EnumRenders(false);
+        if (const clsDShowRender* found = renders.find(name)) return *found;
+        return std::nullopt;
+    }
+    if (soundCards_)
+        if (const clsDShowRender* found = soundCards_->find(name)) return *found;
+    return std::nullopt;
+}
+
+bool Player::DeviceExists(const std::string& name) { return FindDevice(name).has_value(); }
+
+bool Player::DefaultSoundDeviceExists() {
+    try {
+        if (!soundCards_ || soundCards_->empty()) {
+            clsEnumFilters enummer(platform_);
+            SoundCardCollection cards;
+            if (auto renderers = enummer.EnumFilters(5))
+                for (const auto& entry : *renderers) cards.Add(entry.key, clsDShowRender(entry.value));
+            putref_SetSoundCardCollection(cards);
+        }
+        const clsDShowRender* device = soundCards_->find(kDefaultDevice);
+        if (!device || !device->entry()) return false;
+        // A renderer is made in a scratch graph: the device must answer, not only be listed.
+        platform::GraphPtr scratch;
+        if (!platform_.createGraph(scratch).ok() || !scratch) return false;
+        platform::FilterPtr renderer;
+        return device->entry()->createIn(*scratch, renderer).ok() && renderer;
+    } catch (const std::exception& e) {
+        Log(std::string("DefaultSoundDeviceExists: ") + e.what());
+        return false;
+    }
+}
+
+// ---- Main output -----------------------------------------------------------------------------
+
+bool Player::SetSoundcard(std::string& NewSoundCardName) {
+    try {
+        // 1. Not while an item is loaded or playing. True all the same: the host counts the call
+        //    as handled.
+        if (get_Playstate() == MpPlaying || !currentItem_.empty()) {
+            platform_.operatorServices().messageBox(kCantChange, ThisCartName_, platform::MessageIcon::None);
+            return true;
+        }
+        // 2. An empty name is the default device, and the caller sees so.
+        if (NewSoundCardName.empty()) NewSoundCardName = kDefaultDevice;
+        return RouteMainOutput(NewSoundCardName);
+    } catch (const std::exception& e) {
+        Log(std::string("SetSoundcard: ") + e.what());
+        return false;
+    }
+}
+
+bool Player::RouteMainOutput(const std::string& name) {
+    const bool isDefault = routing::IsDefaultDevice(name);
+
+    // 3. Already there?
+    if (fSoundCard) {
+        if (text::equalsNoCase(fSoundCard->name(), name) && SurroundRenderName_.empty()) return true;
+    } else if (isDefault) {
+        SurroundRenderName_.clear();
+        mainCardName_ = name;
+        return true;
+    }
+
+    // 4. An unknown device is remembered all the same, for a later load.
+    bool result = false;
+    if (!isDefault && !DeviceExists(name)) {
+        mainCardName_ = name;
+        return false;
+    }
+
+    // 5. The default device.
+    if (isDefault) {
+        result = true;
+        mainCardName_ = name;
+        SoundCardInPin.reset();
+        SurroundRenderName_.clear();
+    }
+
+    // 6. Playing now (a host that started playback from one of our events): next item.
+    if (get_Playstate() == MpPlaying) {
+        pendingMainCard_ = name;
+        platform_.operatorServices().messageBox(std::string(kNextCut) + "\r\n" + "----Main Graph Manager----",
+                                                ThisCartName_ + " is currently playing",
+                                                platform::MessageIcon::None);
+        return result;
+    }
+
+    // 7. Default device: the next load builds a graph around the default renderer.
+    if (isDefault) {
+        DestroyGraph();
+        return result;
+    }
+
+    // 8. Another device: its renderer goes into the graph now.
+    if (!DeviceExists(name)) {
+        platform_.operatorServices().messageBox(name + kNotValidDevice, "Orvo DirectX Player",
+                                                platform::MessageIcon::None);
+        return false;
+    }
+    result = AddSoundCard(name, false);
+    if (routing::BaseDeviceName(name) != name) {
+        // A speaker pair: a new graph is stocked with the pair's surround filter, and the
+        // renderer goes in again there.
+        SurroundRenderName_ = name;
+        CreateNewGraph(false);
+        result = AddSoundCard(GetMainSoundcard(), false);
+    } else {
+        SurroundRenderName_.clear();
+    }
+    return result;
+}
+
+std::string Player::GetMainSoundcard() {
+    std::string result = SurroundRenderName_.empty() ? mainCardName_ : SurroundRenderName_;
+    // An empty main card name always reads as the default, whatever else is set.
+    if (mainCardName_.empty()) result = kDefaultDevice;
+    return result;
+}
+
+// ---- PFL output ------------------------------------------------------------------------------
+
+bool Player::SetPFLSoundcard(std::string& NewPFLCard) {
+    try {
+        // 1. Paused counts as busy here too.
+        if (get_Playstate() != mpstopped) {
+            platform_.operatorServices().messageBox(kCantChange, ThisCartName_, platform::MessageIcon::None);
+            return true;
+        }
+        // 2.
+        if (NewPFLCard.empty()) NewPFLCard = kDefaultDevice;
+        return RoutePflOutput(NewPFLCard);
+    } catch (const std::exception& e) {
+        Log(std::string("SetPFLSoundcard: ") + e.what());
+        return false;
+    }
+}
+
+bool Player::RoutePflOutput(const std::string& name) {
+    const bool isDefault = routing::IsDefaultDevice(name);
+
+    // 3. Already there?
+    if (fPFLSoundCard && text::equalsNoCase(fPFLSoundCard->name(), name)) return true;
+    if (!fPFLSoundCard && isDefault) return true;
+
+    // 4. The PFL device follows a main device.
+    if (fSoundCard) {
+        if (isDefault) {
+            pflCardName_ = name;
+            RaiseIsPFLButtonRequired(false);
+            return true;
+        }
+        if (get_Playstate() == MpPlaying) {
+            pendingPflCard_ = name;
+            platform_.operatorServices().messageBox(std::string(kNextCut) + "\r\n" + "----PFL Graph Manager----",
+                                                    ThisCartName_ + " is currently playing",
+                                                    platform::MessageIcon::None);
+        }
+        if (!DeviceExists(name)) return false;
+        AddSoundCard(name, true);
+        pflCardName_ = name;
+        return true;
+    }
+
+    // 5. No main device yet.
+    platform_.operatorServices().messageBox(
+        "You Must Set a specific playback device for this player before setting the PFL device!",
+        "Set the Main output device first! - " + ThisCartName_, platform::MessageIcon::Exclamation);
+    return true;
+}
+
+std::string Player::GetPFLSoundcard() { return pflCardName_.empty() ? kDefaultDevice : pflCardName_; }
+
+bool Player::PFLButtonRequired() const {
+    return fPFLSoundCard && !pflCardName_.empty() && !routing::IsDefaultDevice(pflCardName_);
+}
+
+void Player::RaiseIsPFLButtonRequired(bool required) {
+    if (events_) events_->IsPFLButtonRequired(required);
+}
+
+// ---- Dummy output ----------------------------------------------------------------------------
+
+void Player::SoundCardNullSet() {
+    // The dummy device is not remembered as the main device: SoundCardRouterSet returns to it.
+    if (!AddSoundCard(kDummyDevice, false, false))
+        raise(kNullRenderFailed, "SoundCardRouterSet: Unexpected: Should ALWAYS be able to render to NULL (Dummy)!");
+}
+
+void Player::SoundCardRouterSet() {
+    try {
+        AddSoundCard(GetMainSoundcard(), false);
+    } catch (const std::exception& e) {
+        Log(std::string("SoundCardRouterSet: ") + e.what());
+    }
+}
+
+// ---- Pending devices -------------------------------------------------------------------------
+
+void Player::ApplyPendingSoundCards() {
+    try {
+        if (!pendingMainCard_.empty()) {
+            const std::string name = std::exchange(pendingMainCard_, std::string());
+            Log("Applying the main output device asked for while playing: " + name);
+            if (!RouteMainOutput(name)) Log("WARNING: PLAYER CANNOT ADD SOUND CARD: " + name);
+        }
+        if (!pendingPflCard_.empty()) {
+            const std::string name = std::exchange(pendingPflCard_, std::string());
+            const bool inPlace = fPFLSoundCard && text::equalsNoCase(fPFLSoundCard->name(), name) &&
+                                 text::equalsNoCase(pflCardName_, name);
+            if (!inPlace) {
+                Log("Applying the PFL output device asked for while playing: " + name);
+                RoutePflOutput(name);
+            }
+        }
+    } catch (const std::exception& e) {
+        Log(std::string("ApplyPendingSoundCards: ") + e.what());
+    }
+}
+
+// ---- The renderer in the graph ---------------------------------------------------------------
+
+namespace {
+// The renderer's input: the first pin whose name holds "in", else one that holds "input".
+platform::PinPtr rendererInputPin(const platform::FilterPtr& renderer) {
+    const auto pins = renderer->pins();
+    for (const char* part : {"in", "input"})
+        for (const auto& pin : pins)
+            if (pin && text::containsNoCase(pin->name(), part)) return pin;
+    return nullptr;
+}
+} // namespace
+
+bool Player::AddSoundCard(const std::string& name, bool forPFL, bool remember) {
+    // 1. The default device under any of its spellings.
+    const std::string device =
+        name.empty() || text::containsNoCase(name, kDefaultDevice) ? std::string(kDefaultDevice) : name;
+    const auto cannotAdd = [&] {
+        Log("WARNING: PLAYER CANNOT ADD SOUND CARD: " + name);
+        return false;
+    };
+    try {
+        // 2. The device's renderer, made in the graph it is for (made first if need be).
+        const std::optional<clsDShowRender> found = FindDevice(device);
+        if (!found || !found->entry()) return cannotAdd();
+        platform::GraphPtr& graph = forPFL ? PFLGraphMan : MainGraphMan;
+        if (!graph) CreateNewGraph(forPFL);
+        if (!graph) return cannotAdd();
+
+        platform::FilterPtr renderer;
+        if (!trap(found->entry()->createIn(*graph, renderer)) || !renderer) return cannotAdd();
+        const platform::PinPtr inPin = rendererInputPin(renderer);
+        if (!inPin) {
+            graph->removeFilter(renderer);
+            return cannotAdd();
+        }
+
+        // The new renderer takes the old one's place, and its feed when it had one.
+        platform::FilterPtr& current = forPFL ? fPFLSoundCard : fSoundCard;
+        platform::PinPtr feed;
+        if (current) {
+            const platform::PinPtr oldIn = forPFL ? rendererInputPin(current) : SoundCardInPin;
+            if (oldIn) feed = oldIn->connectedTo();
+            graph->removeFilter(current);
+        }
+        if (feed && !feed->connectDirect(inPin).ok()) trap(feed->connect(inPin));
+
+        // 3. Keep it.
+        current = renderer;
+        if (!forPFL) {
+            SoundCardInPin = inPin;
+            if (remember) mainCardName_ = device;
+        } else {
+            RaiseIsPFLButtonRequired(!routing::IsDefaultDevice(device));
+        }
+        return true;
+    } catch (const std::exception&) {
+        // 4.
+        return cannotAdd();
+    }
+}
+
+} // namespace corvid
