@@ -202,6 +202,19 @@ TEST_F(NativePlayback, PitchShifterRateKeepsTheFrequencyAndShortensThePlayingTim
     EXPECT_NEAR(position, kToneSeconds, 0.25) << "the position counts media time";
 }
 
+TEST_F(NativePlayback, GraphRateSpeedsThePlayUpPitchAndAll) {
+    ASSERT_NO_FATAL_FAILURE(build(mediaPath("tone.wav"), {"File Source (Async.)", "Wave Parser"},
+                                  renderer(kSinkADescription)));
+    ASSERT_TRUE(graph_->setRate(1.25));
+    double rate = 0;
+    graph_->rate(rate);
+    EXPECT_EQ(rate, 1.25);
+    const auto m = measureTone(playToEnd(kSinkA, 2), 2, 0, MonitorRecorder::kRate);
+    EXPECT_NEAR(m.frequency, kToneHz * 1.25, 15);
+    EXPECT_NEAR(m.loudSeconds, kToneSeconds / 1.25, 0.25);
+    EXPECT_FALSE(graph_->setRate(0));
+}
+
 TEST_F(NativePlayback, PauseHoldsThePositionAndSeekMovesIt) {
     ASSERT_NO_FATAL_FAILURE(build(mediaPath("tone.wav"), {"File Source (Async.)", "Wave Parser"},
                                   renderer(kSinkADescription)));
