@@ -312,7 +312,7 @@ void IcyServer::serve() {
     if (mode_ == Mode::NotFound) {
         const std::string r = "HTTP/1.0 404 Not Found\r\n\r\n";
         ::send(fd, r.data(), r.size(), MSG_NOSIGNAL);
-    } else if (mode_ == Mode::Stream) {
+    } else if (mode_ == Mode::Stream || mode_ == Mode::Stall) {
         const std::string r = "ICY 200 OK\r\nicy-name: Corvid Test\r\ncontent-type: audio/mpeg\r\n"
                               "icy-metaint: " + std::to_string(kMetaInterval) + "\r\n\r\n";
         ::send(fd, r.data(), r.size(), MSG_NOSIGNAL);
@@ -327,6 +327,8 @@ void IcyServer::serve() {
             const char length = char(at == 0 ? meta.size() / 16 : 0); // the title once, then empty blocks
             ::send(fd, &length, 1, MSG_NOSIGNAL);
             if (length) ::send(fd, meta.data(), meta.size(), MSG_NOSIGNAL);
+            if (mode_ == Mode::Stall && at < 40960 && at + kMetaInterval >= 40960)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1500));
         }
     } else {
         while (!stop_) std::this_thread::sleep_for(std::chrono::milliseconds(20));

@@ -81,10 +81,10 @@ struct HelperRecorder : platform::GraphHelperEvents {
 inline constexpr const char* kStreamTitle = "Test Artist - Test Title";
 
 // Serves one connection on 127.0.0.1: an ICY stream of a file with a title in its first
-// metadata block, a 404, or silence.
+// metadata block (Stall: with a pause of 1.5 s after 40 kB), a 404, or silence.
 class IcyServer {
 public:
-    enum class Mode { Stream, NotFound, Silent };
+    enum class Mode { Stream, Stall, NotFound, Silent };
     IcyServer(Mode mode, std::string file);
     ~IcyServer();
     std::string address() const;

@@ -97,6 +97,22 @@ TEST_F(NativeStreamTest, AStreamOpensReportsItsBufferingAndTitleAndPlaysToTheSin
     EXPECT_NE(events_.metas[0].find("StreamTitle='"), std::string::npos);
 }
 
+TEST_F(NativeStreamTest, AStreamThatRunsDryWhilePlayingBuffersAgainAndSaysSo) {
+    IcyServer server(IcyServer::Mode::Stall, mediaPath("tone.mp3"));
+    auto source = create("_DShowShoutCast");
+    ASSERT_EQ(openAndWait(source, server.address()), OpenState::Open);
+    const size_t opened = events_.buffering.size();
+    auto renderer = create(kDefaultDeviceName, platform::category::AudioRenderers);
+    ASSERT_TRUE(source->pins().front()->connectDirect(renderer->pins().front()));
+    int ends = 0;
+    graph_->setEventHandler([&](platform::GraphEvent e) { ends += e == platform::GraphEvent::EndOfStream; });
+    ASSERT_TRUE(graph_->run());
+    ASSERT_TRUE(pumpUntil(*platform_, [&] { return ends > 0; }, 15000));
+    ASSERT_GT(events_.buffering.size(), opened + 1) << "a second buffering phase";
+    EXPECT_EQ(events_.buffering[opened], 0);
+    EXPECT_EQ(events_.buffering.back(), 100);
+}
+
 TEST_F(NativeStreamTest, FailuresComeBackAsTheSourcesOwnStatus) {
     {
         IcyServer server(IcyServer::Mode::NotFound, "");

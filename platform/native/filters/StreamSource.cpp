@@ -17,6 +17,7 @@
 #include <condition_variable>
 #include <cstring>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <thread>
 
@@ -82,9 +83,35 @@ public:
 
     int read(int64_t offset, uint8_t* destination, int count) override {
         std::unique_lock lock(mutex);
-        wake.wait(lock, [&] {
+        auto ready = [&] {
             return interrupted || cancelled || ended || offset < base + int64_t(data.size());
-        });
+        };
+        if (!ready() && playing && onBuffering) {
+            // The stream ran dry while playing: buffer again, and say how far it got.
+            int reported = 0;
+            lock.unlock();
+            onBuffering(0);
+            lock.lock();
+            auto refilled = [&] {
+                return interrupted || cancelled || ended ||
+                       base + int64_t(data.size()) - offset >= int64_t(kPrebufferBytes);
+            };
+            while (!refilled()) {
+                wake.wait(lock);
+                const int64_t have = base + int64_t(data.size()) - offset;
+                const int percent = int(std::clamp<int64_t>(have * 100 / int64_t(kPrebufferBytes), 0, 99));
+                if (percent / 10 > reported / 10) {
+                    reported = percent;
+                    lock.unlock();
+                    onBuffering(percent);
+                    lock.lock();
+                }
+            }
+            lock.unlock();
+            onBuffering(100);
+            lock.lock();
+        }
+        wake.wait(lock, ready);
         if (offset < base) return -1;
         const int64_t available = base + int64_t(data.size()) - offset;
         if (available <= 0) return (ended && !interrupted && !cancelled) ? 0 : -1;
@@ -133,6 +160,8 @@ public:
     std::deque<uint8_t> data;
     int64_t base = 0, readTo = 0;
     bool ended = false, cancelled = false, interrupted = false;
+    bool playing = false; // set once the stream is open: a dry spell after that is rebuffering
+    std::function<void(int)> onBuffering; // any thread; posts to the control thread
 };
 
 class StreamSourceFilter final : public NativeFilter, public platform::StreamSourceControl {
@@ -160,6 +189,13 @@ public:
         shutdownNetwork();
         bytes_ = std::make_shared<StreamBytes>();
         bytes_->address = address;
+        std::weak_ptr<NativeFilter> weakSelf = weak_from_this();
+        bytes_->onBuffering = [loop, weakSelf, bytes = std::weak_ptr<StreamBytes>(bytes_)](int percent) {
+            loop->post([weakSelf, bytes, percent] {
+                auto f = std::static_pointer_cast<StreamSourceFilter>(weakSelf.lock());
+                if (f && f->bytes_ == bytes.lock() && f->callback_) f->callback_->StreamBuffering(percent);
+            });
+        };
         address_ = address;
         state_ = OpenState::Opening;
         failure_ = Status::success();
@@ -346,6 +382,7 @@ private:
             return;
         }
         buffering(100);
+        bytes->set(&StreamBytes::playing, true);
         std::shared_ptr<Demuxer> d(demuxer.release());
         std::shared_ptr<AudioDecoder> c(decoder.release());
         post([d, c, bytes](StreamSourceFilter& f) {
