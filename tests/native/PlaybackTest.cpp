@@ -135,6 +135,7 @@ INSTANTIATE_TEST_SUITE_P(
         FormatCase{"tone.wav", {"File Source (Async.)", "Wave Parser"}},
         FormatCase{"tone.mp3", {"File Source (Async.)", "MPEG-I Stream Splitter", "MPEG Layer-3 Decoder"}},
         FormatCase{"tone.mp3", {"Halden WM ASF Reader"}},
+        FormatCase{"tone.mpg", {"File Source (Async.)", "MPEG-I Stream Splitter", "MPEG Layer-3 Decoder"}},
         FormatCase{"tone.flac", {"Native FLAC Decoder"}},
         FormatCase{"tone.ogg", {"OggDSFMux2", "dsf Ogg Demuxer2+", "Xiph.Org Vorbis Decoder PLUS"}},
         FormatCase{"tone.m4a",
