@@ -128,8 +128,8 @@ public:
         return n;
     }
 
-    // Network thread. False when the queue is full (a reader that stopped reading).
-    bool append(const uint8_t* bytes, size_t n) {
+    // Network thread. A reader that falls further behind than the limit loses the oldest bytes.
+    void append(const uint8_t* bytes, size_t n) {
         {
             std::lock_guard lock(mutex);
             if (data.size() + n > kMaxQueuedBytes) {
@@ -140,7 +140,6 @@ public:
             data.insert(data.end(), bytes, bytes + n);
         }
         wake.notify_all();
-        return true;
     }
     size_t queued() {
         std::lock_guard lock(mutex);
