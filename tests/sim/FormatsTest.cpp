@@ -119,7 +119,8 @@ protected:
     // The chain that stands upstream of the renderer, as "A > B > renderer".
     std::string chainToRenderer() {
         std::string chain;
-        for (PinPtr pin = in->soundCardInPin(); pin && pin->connectedTo();) {
+        PinPtr pin = in->soundCardInPin();
+        for (int step = 0; step < 16 && pin && pin->connectedTo(); ++step) {
             auto up = pin->connectedTo()->filter();
             chain = up->name() + " > " + chain;
             PinPtr upIn, upOut;
