@@ -344,6 +344,20 @@ TEST_F(FormatsTest, WaveParserRejectingTheFileFailsWithTheConnectionError) {
     EXPECT_EQ(lastError(), "");
 }
 
+TEST_F(FormatsTest, WaveParserWithoutOutputFailsWithNoOperationError) {
+    makePlayer();
+    load("/m/c.wav");
+    sim::Fault noOutput;
+    noOutput.point = FaultPoint::PinAppears;
+    noOutput.subject = "Wave Parser";
+    sim->inject(noOutput);
+    Args a = args();
+    EXPECT_FALSE(wave(a, "/m/c.wav"));
+    EXPECT_TRUE(events.logged("ConnectWaveFilters:  No Wave Splitter Out Pin"));
+    EXPECT_TRUE(events.logged("ConnectWaveFilters Failed, with 0 "));
+    EXPECT_EQ(count("File Source (Async.)"), 0);
+}
+
 TEST_F(FormatsTest, WaveFailingAfterRemovingTheGrabberLeavesNone) {
     makePlayer();
     load("/m/f.wav");
