@@ -234,6 +234,52 @@ TEST_F(LoadTest, AStreamThatCannotBeReloadedRaisesStreamNotFound) {
     EXPECT_GE(host.bufferingFinished, 1);
 }
 
+// A stream source kept from an earlier item, answering as the test tells it.
+struct ScriptedStreamSource : platform::StreamSourceControl {
+    std::vector<bool> canCancelAnswers;
+    int cancels = 0;
+    bool detached = false;
+    void registerCallback(platform::ShoutcastCallback* cb) override { detached = cb == nullptr; }
+    platform::Status open(const std::string&) override { return {}; }
+    OpenState openState() const override { return OpenState::Open; }
+    platform::Status openFailure() const override { return {}; }
+    bool canCancel() const override {
+        if (calls >= canCancelAnswers.size()) return false;
+        return canCancelAnswers[calls++];
+    }
+    platform::Status cancel() override {
+        ++cancels;
+        return {};
+    }
+    mutable std::size_t calls = 0;
+};
+
+TEST_F(LoadTest, AStreamStartThatCanStillBeCancelledIsCancelledInsteadOfLoading) {
+    load(Mp3);
+    ScriptedStreamSource source;
+    source.canCancelAnswers = {true, false};
+    PI(*player).streamControl() = &source;
+    logging(true);
+    load(Mp3B);
+    EXPECT_EQ(source.cancels, 1);
+    EXPECT_TRUE(PI(*player).streamStartCancelled());
+    EXPECT_EQ(player->get_FileName(), Mp3); // the write ended there
+    EXPECT_TRUE(host.log.empty());
+    PI(*player).streamControl() = nullptr;
+}
+
+TEST_F(LoadTest, AStreamSourceThatCanNoLongerBeCancelledIsLetGo) {
+    load(Mp3);
+    ScriptedStreamSource source;
+    source.canCancelAnswers = {false};
+    PI(*player).streamControl() = &source;
+    load(Mp3B);
+    EXPECT_EQ(source.cancels, 0);
+    EXPECT_TRUE(source.detached);
+    EXPECT_EQ(PI(*player).streamControl(), nullptr);
+    EXPECT_EQ(player->get_FileName(), Mp3B) << player->get_LastError();
+}
+
 // ---- Re-entrant hosts ----
 
 TEST_F(LoadTest, AWriteLeftBusyFromInsideTheAnnouncementMakesTheOuterWriteQuit) {

@@ -111,6 +111,9 @@ struct PlayerInternals {
     bool& seeking() { return p.seeking_; }
     bool& graphLoaded() { return p.graphLoaded_; }
     bool& loadBusy() { return p.loadBusy_; }
+    bool& pflGraphFlag() { return p.pflGraph_; }
+    platform::StreamSourceControl*& streamControl() { return p.streamControl_; }
+    bool& streamStartCancelled() { return p.streamStartCancelled_; }
 
     // ---- Cue and segue ----
     bool& seguePending() { return p.seguePending_; }

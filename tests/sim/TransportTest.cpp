@@ -350,6 +350,27 @@ TEST_F(TransportTest, PlayReappliesAMuteOneUnitLower) {
     EXPECT_TRUE(player->get_mute());
 }
 
+TEST_F(TransportTest, APlayerOnItsPreFadeGraphPausesAndSetsTheVolumeThere) {
+    load(Mp3);
+    platform::GraphPtr pfl;
+    ASSERT_TRUE(sim->createGraph(pfl).ok());
+    PI(*player).pflGraph() = pfl;
+    PI(*player).pflGraphFlag() = true;
+    host.clear();
+
+    int32_t v = -1200;
+    player->put_Volume(v);
+    int32_t level = 0;
+    pfl->volume(level);
+    EXPECT_EQ(level, -1200);
+    EXPECT_EQ(graphVolume(), 0); // the main graph keeps its level
+    EXPECT_EQ(player->get_Volume(), -1200);
+
+    player->Pause();
+    EXPECT_EQ(pfl->state(), platform::GraphState::Paused);
+    EXPECT_EQ(host.states, (std::vector<std::pair<int32_t, int32_t>>{{0, 1}}));
+}
+
 TEST_F(TransportTest, WithoutAGraphVolumeIsTheStoredValueAndMuteIsOff) {
     int32_t v = -2000;
     player->put_Volume(v);
