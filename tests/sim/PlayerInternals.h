@@ -109,16 +109,12 @@ struct PlayerInternals {
 
     // ---- Transport ----
     bool& seeking() { return p.seeking_; }
-    bool& graphLoaded() { return p.graphLoaded_; }
-    bool& loadBusy() { return p.loadBusy_; }
     bool& pflGraphFlag() { return p.pflGraph_; }
     platform::StreamSourceControl*& streamControl() { return p.streamControl_; }
-    bool& streamStartCancelled() { return p.streamStartCancelled_; }
 
     // ---- Cue and segue ----
     bool& seguePending() { return p.seguePending_; }
     platform::GraphHelperPtr& cueHelper() { return p.CueHelper; }
-    bool& usingAsfReader() { return p.UsingASFReader_; }
     bool& usingHaldenSource() { return p.UsingHaldenSource_; }
 
     // ---- Graph session, sources, dispatch, inserts ----
