@@ -26,7 +26,10 @@ void Player::RemoveVorbisFilters() {
 void Player::AddVorbisFilters(bool& force, bool& ok) {
     clearErr();
     if (force) vorbisReady_ = false;
-    if (fVorbisDecoder && vorbisReady_) return; // still in place from the last call
+    if (fVorbisDecoder && vorbisReady_) { // still in place from the last call
+        ok = fVorbisDecoder && fVorbisSplitter;
+        return;
+    }
 
     RemoveVorbisFilters();
     vorbisReady_ = true;

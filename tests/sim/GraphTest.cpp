@@ -110,6 +110,18 @@ TEST_F(GraphSessionTest, AMissingFileFailsWithItsReasonAndLeavesNoSource) {
     EXPECT_TRUE(build(Mp3)) << player->get_LastError();
 }
 
+TEST_F(GraphSessionTest, AFailedBuildLogsTheTimingLineOrStepThatWasPending) {
+    EXPECT_FALSE(build("/music/missing.mp3", false, false));
+    EXPECT_TRUE(logged("BuildGraph: Failed to add Source Filter, where bMustUseASFReader = False"));
+    EXPECT_TRUE(logged("BuildGraph (2) took: 0 ms."));
+    EXPECT_EQ(player->get_LastError(),
+              "BuildGraph: FAIL: In error handler (err = The system cannot find the file specified. -2147024894)");
+
+    host.clear();
+    EXPECT_FALSE(build("/music/missing.mp3", false, true));
+    EXPECT_TRUE(logged("CanUseAutoRender: true: for /music/missing.mp3"));
+}
+
 TEST_F(GraphSessionTest, BadNamesFailCleanlyWithoutThrowing) {
     sim->addFile("/music/noext", simFile("stream/unknown"));
     for (const std::string name : {"", "/music/noext", "icystream://", "http://", "/music/missing.wav"}) {

@@ -27,11 +27,16 @@ struct PlayerInternals {
     // ---- Graph object model and format chains ----
     int32_t errNumber() const { return p.Err.number; }
     const std::string& errDescription() const { return p.Err.description; }
-    void clearErr() { p.clearErr(); }
     platform::FilterPtr& sourceFilter() { return p.fSourceFilter; }
     platform::PinPtr& mainSourcePin() { return p.MainSourcePin; }
     platform::FilterPtr& sampleGrabber() { return p.fSampleGrabber; }
     platform::PinPtr& soundCardInPin() { return p.SoundCardInPin; }
+    platform::FilterPtr& surround() { return p.fSurround; }
+    platform::FilterPtr addFilterByName(const std::string& name) { return p.AddFilterByName(name); }
+    bool buildGraph(const std::string& file, bool mustUseAsfReader, bool canUseAutoRender) {
+        return p.BuildGraph(file, mustUseAsfReader, canUseAutoRender);
+    }
+    void clearErr() { p.clearErr(); }
     platform::FilterPtr& mpegSplitter() { return p.fMpegSplitter; }
     platform::FilterPtr& mpegDecoder() { return p.fMpegDecoder; }
     platform::FilterPtr& wmaDecoder() { return p.fWMADecoder; }
@@ -41,7 +46,6 @@ struct PlayerInternals {
     platform::FilterPtr& vorbisSplitter() { return p.fVorbisSplitter; }
     platform::FilterPtr& mp4Parser() { return p.fMp4Parser; }
     platform::FilterPtr& mp4Decoder() { return p.fMp4Decoder; }
-    platform::FilterPtr& surround() { return p.fSurround; }
     platform::PinPtr& surroundInPin() { return p.SurroundInPin; }
     platform::PinPtr& surroundOutPin() { return p.SurroundOutPin; }
     std::string& surroundRenderName() { return p.SurroundRenderName_; }
@@ -56,7 +60,6 @@ struct PlayerInternals {
         bool mustUseAsfReader = false;
         return p.AddSourceFilter(file, mustUseAsfReader);
     }
-    platform::FilterPtr addFilterByName(const std::string& name) { return p.AddFilterByName(name); }
     static void getPins(platform::PinPtr& in, platform::PinPtr& out, const platform::FilterPtr& f) {
         Player::GetPins(in, out, f);
     }
@@ -100,9 +103,6 @@ struct PlayerInternals {
         return ok;
     }
     void insertSurroundFilter(platform::PinPtr& renderIn) { p.InsertSurroundFilter(renderIn); }
-    bool buildGraph(const std::string& file, bool mustUseAsfReader, bool canUseAutoRender) {
-        return p.BuildGraph(file, mustUseAsfReader, canUseAutoRender);
-    }
 
     void log(const std::string& text) { p.Log(text); }
     void writeLog(const std::string& text) { p.RaiseWriteLog(text); }

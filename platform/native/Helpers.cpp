@@ -1,0 +1,219 @@
+#include "platform/native/Helpers.h"
+
+#include "platform/native/filters/FFmpeg.h"
+#include "platform/native/filters/Filters.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <mutex>
+
+namespace corvid::native {
+
+using platform::Status;
+
+namespace {
+const std::vector<std::string> kScannable = {"mp3", "wav", "ogg", "mov,mp4,m4a,3gp,3g2,mj2",
+                                             "flac", "asf"};
+constexpr double kSegueWindowSeconds = 20; // decoded per backward step of the segue scan
+} // namespace
+
+struct NativeGraphHelper::Shared {
+    std::mutex mutex;
+    std::condition_variable wake;
+    bool stop = false;
+    std::atomic<bool> tickPending{false};
+    std::atomic<bool> cancelScan{false};
+    NativeGraphHelper* helper = nullptr; // cleared on the control thread when the helper goes
+};
+
+NativeGraphHelper::NativeGraphHelper(platform::GraphHelperKind kind,
+                                     std::shared_ptr<platform::EventLoop> loop, int tickHz)
+    : kind_(kind), loop_(std::move(loop)), shared_(std::make_shared<Shared>()) {
+    shared_->helper = this;
+    const auto period = std::chrono::microseconds(1000000 / std::clamp(tickHz, 1, 1000));
+    std::weak_ptr<Shared> weak = shared_;
+    auto loopRef = loop_;
+    auto shared = shared_;
+    ticker_ = std::thread([shared, weak, loopRef, period] {
+        auto next = std::chrono::steady_clock::now() + period;
+        std::unique_lock lock(shared->mutex);
+        while (!shared->wake.wait_until(lock, next, [&] { return shared->stop; })) {
+            next += period;
+            const auto now = std::chrono::steady_clock::now();
+            if (next < now) next = now + period; // never catch up in a burst
+            if (shared->tickPending.exchange(true)) continue;
+            loopRef->post([weak] {
+                auto s = weak.lock();
+                if (!s) return;
+                s->tickPending.store(false);
+                if (s->helper) s->helper->tick();
+            });
+        }
+    });
+}
+
+NativeGraphHelper::~NativeGraphHelper() {
+    stopScan();
+    {
+        std::lock_guard lock(shared_->mutex);
+        shared_->stop = true;
+    }
+    shared_->wake.notify_all();
+    if (ticker_.joinable()) ticker_.join();
+    shared_->helper = nullptr;
+    setCurrentGraph(nullptr);
+}
+
+void NativeGraphHelper::tick() {
+    if (!events_) return;
+    int32_t left = 0, right = 0;
+    if (auto native = std::dynamic_pointer_cast<NativeGraph>(graph_)) {
+        for (auto& f : native->nativeFilters())
+            if (auto* grabber = dynamic_cast<SampleGrabberFilter*>(f.get())) {
+                grabber->takePeaks(left, right);
+                break;
+            }
+    }
+    events_->threadEvent(left, right);
+}
+
+void NativeGraphHelper::setCurrentGraph(const platform::GraphPtr& graph) {
+    if (auto old = std::dynamic_pointer_cast<NativeGraph>(graph_); old && observer_)
+        old->removeObserver(observer_);
+    observer_ = 0;
+    graph_ = graph;
+    if (auto native = std::dynamic_pointer_cast<NativeGraph>(graph_)) {
+        std::weak_ptr<Shared> weak = shared_;
+        observer_ = native->addObserver([weak](platform::GraphEvent event) {
+            auto s = weak.lock();
+            if (!s || !s->helper || event != platform::GraphEvent::EndOfStream) return;
+            if (s->helper->events_) s->helper->events_->endOfStream();
+        });
+    }
+}
+
+Status NativeGraphHelper::run() {
+    return graph_ ? graph_->run() : Status::success();
+}
+
+Status NativeGraphHelper::pause() {
+    return graph_ ? graph_->pause() : Status::success();
+}
+
+Status NativeGraphHelper::stop() {
+    stopScan();
+    return graph_ ? graph_->stop() : Status::success();
+}
+
+Status NativeGraphHelper::startCueSearch(const std::string& file, const std::vector<std::string>&,
+                                         bool, int32_t threshold) {
+    startScan(file, threshold, false);
+    return Status::success();
+}
+
+Status NativeGraphHelper::startSegueSearch(const std::string& file,
+                                           const std::vector<std::string>&, bool,
+                                           int32_t threshold) {
+    startScan(file, threshold, true);
+    return Status::success();
+}
+
+Status NativeGraphHelper::startSegueSearchOwnSource(const std::string& file,
+                                                    const std::vector<std::string>&,
+                                                    int32_t threshold) {
+    startScan(file, threshold, true);
+    return Status::success();
+}
+
+void NativeGraphHelper::stopScan() {
+    shared_->cancelScan.store(true);
+    if (scanner_.joinable()) scanner_.join();
+    shared_->cancelScan.store(false);
+}
+
+void NativeGraphHelper::startScan(const std::string& file, int32_t threshold, bool segue) {
+    stopScan();
+    std::weak_ptr<Shared> weak = shared_;
+    auto shared = shared_;
+    auto loop = loop_;
+    scanner_ = std::thread([shared, weak, loop, file, threshold, segue] {
+        const int32_t ms = segue ? scanSegue(file, threshold, shared->cancelScan)
+                                 : scanCueIn(file, threshold, shared->cancelScan);
+        if (shared->cancelScan.load()) return;
+        loop->post([weak, ms, segue] {
+            auto s = weak.lock();
+            if (!s || !s->helper || !s->helper->events_) return;
+            if (segue) s->helper->events_->segueFound(ms);
+            else s->helper->events_->cueInFound(ms);
+        });
+    });
+}
+
+namespace {
+
+// Decodes `file` from `from` seconds; calls `visit(time, magnitude16)` per frame's loudest
+// sample until it returns false. Returns false when the file cannot be opened.
+template <class Visit>
+bool scanFrom(const std::string& file, double from, const std::atomic<bool>& cancel, Visit visit,
+              double* duration = nullptr) {
+    std::shared_ptr<FileByteReader> reader;
+    if (!FileByteReader::open(file, reader)) return false;
+    std::unique_ptr<Demuxer> demuxer;
+    if (!Demuxer::open(reader, kScannable, demuxer)) return false;
+    std::unique_ptr<AudioDecoder> decoder;
+    if (!AudioDecoder::open(*demuxer->codec(), decoder)) return false;
+    if (duration) *duration = demuxer->durationSeconds();
+    if (from > 0) demuxer->seek(from);
+    const PcmFormat f = decoder->outputFormat();
+    bool going = true;
+    Packet packet;
+    while (going && !cancel.load()) {
+        const bool more = demuxer->read(packet.packet);
+        decoder->decode(more ? packet.packet : nullptr, [&](std::vector<uint8_t>&& bytes, double time) {
+            if (!going) return;
+            const float* s = reinterpret_cast<const float*>(bytes.data());
+            const size_t frames = bytes.size() / size_t(f.frameBytes());
+            for (size_t i = 0; i < frames && going; ++i) {
+                float peak = 0;
+                for (int c = 0; c < f.channels; ++c) peak = std::max(peak, std::fabs(s[i * f.channels + c]));
+                going = visit(time + double(i) / f.rate, int32_t(peak * 32768.0f));
+            }
+        });
+        if (more) av_packet_unref(packet.packet);
+        else break;
+    }
+    return true;
+}
+
+} // namespace
+
+int32_t scanCueIn(const std::string& file, int32_t threshold, const std::atomic<bool>& cancel) {
+    int32_t found = -1;
+    scanFrom(file, 0, cancel, [&](double t, int32_t level) {
+        if (level < threshold) return true;
+        found = int32_t(std::lround(t * 1000));
+        return false;
+    });
+    return found;
+}
+
+int32_t scanSegue(const std::string& file, int32_t threshold, const std::atomic<bool>& cancel) {
+    double duration = 0;
+    if (!scanFrom(file, 0, cancel, [](double, int32_t) { return false; }, &duration)) return -1;
+    // Backwards, one window at a time, so that the whole file is decoded only when it is quiet.
+    for (double end = duration; end > 0 && !cancel.load(); end -= kSegueWindowSeconds) {
+        const double start = std::max(0.0, end - kSegueWindowSeconds);
+        double last = -1;
+        scanFrom(file, start, cancel, [&](double t, int32_t level) {
+            if (t >= end) return false;
+            if (level >= threshold && t >= start) last = t;
+            return true;
+        });
+        if (last >= 0) return int32_t(std::lround(last * 1000));
+    }
+    return -1;
+}
+
+} // namespace corvid::native

@@ -1,0 +1,74 @@
+#pragma once
+// The native services outside the media graph: the tick counter, the operator and a settings
+// store kept in memory (for hosts and tests that want no files).
+
+#include "platform/Services.h"
+
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace corvid::native {
+
+// Monotonic milliseconds, truncated to the signed 32-bit reading the player expects.
+class SteadyTickCounter final : public platform::TickCounter {
+public:
+    int32_t nowMs() override;
+    void sleepMs(int32_t ms) override;
+    double secondsSinceMidnight() override;
+};
+
+// Settings held in memory only; names compare without regard to case.
+class MemorySettingsStore final : public platform::SettingsStore {
+public:
+    std::string read(const std::string& application, const std::string& section,
+                     const std::string& key, const std::string& defaultValue) override;
+    platform::Status write(const std::string& application, const std::string& section,
+                           const std::string& key, const std::string& value) override;
+
+private:
+    std::mutex mutex_;
+    std::map<std::string, std::string> values_;
+};
+
+// Message boxes and repair commands go to stderr and to the host's log sink; nobody on a
+// Linux playout machine can click them away, so a box never waits.
+class NativeOperatorServices final : public platform::OperatorServices {
+public:
+    using LogSink = std::function<void(const std::string&)>;
+
+    // Control thread: where operator reports go besides stderr (may be empty).
+    void setLogSink(LogSink sink) { sink_ = std::move(sink); }
+    void setEchoToStderr(bool echo) { echo_ = echo; }
+    // Everything reported so far, oldest first.
+    const std::vector<std::string>& reports() const { return reports_; }
+    // Reports a line to the operator (stderr and the sink).
+    void report(const std::string& line);
+
+    void messageBox(const std::string& text, const std::string& title,
+                    platform::MessageIcon icon) override;
+    platform::Status startProcess(const std::string& commandLine,
+                                  platform::WindowStyle style) override;
+    bool fileExists(const std::string& path) override;
+    platform::Status testOpen(const std::string& path) override;
+    platform::Status writeTextFile(const std::string& path, const std::string& text) override;
+    std::string detectionReportPath() override;
+    std::string markerFilePath() override;
+
+private:
+    LogSink sink_;
+    bool echo_ = true;
+    std::vector<std::string> reports_;
+};
+
+// $XDG_STATE_HOME or ~/.local/state, and $XDG_CONFIG_HOME or ~/.config, each + "/corvid".
+std::string corvidStateDir();
+std::string corvidConfigDir();
+// Splits a command line at blanks, honouring double quotes.
+std::vector<std::string> splitCommandLine(const std::string& commandLine);
+// The full path of an executable found through PATH (or as given when it holds a '/').
+std::string findExecutable(const std::string& name);
+
+} // namespace corvid::native

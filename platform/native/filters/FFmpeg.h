@@ -1,0 +1,130 @@
+#pragma once
+// FFmpeg behind the parser, decoder, converter and decoding-source filters. Files are
+// untrusted: only the "file" protocol is allowed (for nested opens; our own I/O reads the
+// bytes), only the demuxers a filter names may open the stream, probing has a deadline, and
+// allocations and decoded frames are bounded.
+
+#include "platform/native/graph/Graph.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libswresample/swresample.h>
+}
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace corvid::native {
+
+struct CodecParams {
+    AVCodecParameters* params = nullptr;
+    AVRational timeBase{1, 1000};
+    explicit CodecParams(const AVCodecParameters* source, AVRational tb);
+    ~CodecParams();
+    CodecParams(const CodecParams&) = delete;
+    CodecParams& operator=(const CodecParams&) = delete;
+};
+
+struct Packet {
+    AVPacket* packet = av_packet_alloc();
+    ~Packet() { av_packet_free(&packet); }
+};
+
+// Sets FFmpeg's process-wide limits once (largest single allocation, quiet log).
+void initFFmpeg();
+std::string ffmpegError(int code);
+
+// Reads a local file with pread; shared by the byte-stream sources and the decoding sources.
+class FileByteReader final : public ByteReader {
+public:
+    static Status open(const std::string& path, std::shared_ptr<FileByteReader>& reader);
+    ~FileByteReader() override;
+    int64_t size() const override { return size_; }
+    int read(int64_t offset, uint8_t* destination, int count) override;
+    std::string path() const override { return path_; }
+
+private:
+    int fd_ = -1;
+    int64_t size_ = 0;
+    std::string path_;
+};
+
+// One audio stream of a container, demuxed from a ByteReader.
+class Demuxer {
+public:
+    // `formats`: the demuxer names allowed (e.g. {"mp3"}); anything else fails with
+    // UnknownFileType. The stream must hold at least one audio packet.
+    static Status open(std::shared_ptr<ByteReader> reader, const std::vector<std::string>& formats,
+                       std::unique_ptr<Demuxer>& demuxer);
+    ~Demuxer();
+
+    const AVStream* stream() const { return format_->streams[streamIndex_]; }
+    std::shared_ptr<const CodecParams> codec() const { return codec_; }
+    double durationSeconds() const { return duration_; }
+    // The next packet of the audio stream; false at the end (or on a read error).
+    bool read(AVPacket* packet);
+    Status seek(double seconds);
+    double toSeconds(int64_t pts) const;
+
+private:
+    Demuxer() = default;
+    std::shared_ptr<ByteReader> reader_;
+    AVFormatContext* format_ = nullptr;
+    AVIOContext* io_ = nullptr;
+    int64_t position_ = 0;
+    int64_t deadlineMs_ = 0;
+    int streamIndex_ = -1;
+    double duration_ = 0;
+    std::shared_ptr<const CodecParams> codec_;
+    AVPacket* pending_ = nullptr; // the first packet, read at open to prove there is audio
+
+    static int readPacket(void* opaque, uint8_t* buf, int size);
+    static int64_t seekStream(void* opaque, int64_t offset, int whence);
+    static int interrupt(void* opaque);
+};
+
+// Decodes one stream to interleaved float at the stream's announced rate and channel count
+// (at most 8); frames of another shape are resampled to it.
+class AudioDecoder {
+public:
+    static Status open(const CodecParams& codec, std::unique_ptr<AudioDecoder>& decoder);
+    ~AudioDecoder();
+    PcmFormat outputFormat() const { return out_; }
+    // Feeds one packet (nullptr drains) and hands each decoded block to `sink`.
+    void decode(const AVPacket* packet,
+                const std::function<void(std::vector<uint8_t>&&, double time)>& sink);
+    void flush();
+
+private:
+    AudioDecoder() = default;
+    AVCodecContext* context_ = nullptr;
+    SwrContext* swr_ = nullptr;
+    AVFrame* frame_ = av_frame_alloc();
+    AVRational timeBase_{1, 1000};
+    PcmFormat out_;
+    int swrRate_ = 0, swrFormat_ = -1;
+    AVChannelLayout swrLayout_{};
+    double nextTime_ = 0;
+};
+
+// Converts interleaved PCM between formats, rates and channel counts.
+class PcmConverter {
+public:
+    ~PcmConverter();
+    Status configure(const PcmFormat& in, const PcmFormat& out);
+    // Converts `frames` frames; the result is appended to `output` as bytes of the out format.
+    void convert(const uint8_t* input, int frames, std::vector<uint8_t>& output);
+    void reset();
+
+private:
+    SwrContext* swr_ = nullptr;
+    PcmFormat in_, out_;
+};
+
+AVSampleFormat toAv(SampleFormat format);
+bool fromAv(AVSampleFormat format, SampleFormat& out);
+
+} // namespace corvid::native

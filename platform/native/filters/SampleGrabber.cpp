@@ -1,0 +1,72 @@
+// "Halden Sample Grabber": passes audio untouched and keeps the peak of each channel since
+// the helper last asked, for the meters.
+
+#include "platform/native/filters/Filters.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace corvid::native {
+
+namespace {
+void raiseTo(std::atomic<int32_t>& slot, int32_t value) {
+    int32_t seen = slot.load(std::memory_order_relaxed);
+    while (value > seen && !slot.compare_exchange_weak(seen, value, std::memory_order_relaxed)) {
+    }
+}
+} // namespace
+
+void measurePeaks(const PcmFormat& format, const uint8_t* data, int frames, int32_t& left,
+                  int32_t& right) {
+    left = right = 0;
+    const int ch = format.channels;
+    if (ch <= 0 || frames <= 0) return;
+    float peak[2] = {0, 0};
+    std::vector<float> samples(size_t(frames) * ch);
+    toFloat(format, data, frames, samples.data());
+    for (int f = 0; f < frames; ++f)
+        for (int c = 0; c < std::min(ch, 2); ++c)
+            peak[c] = std::max(peak[c], std::fabs(samples[size_t(f) * ch + c]));
+    if (ch == 1) peak[1] = peak[0];
+    left = int32_t(std::lrint(std::min(peak[0], 1.0f) * 32768.0f));
+    right = int32_t(std::lrint(std::min(peak[1], 1.0f) * 32768.0f));
+}
+
+SampleGrabberFilter::SampleGrabberFilter(const std::string& name) : NativeFilter(name) {
+    addPin("Input", platform::PinDirection::Input);
+    addPin("Output", platform::PinDirection::Output);
+}
+
+Status SampleGrabberFilter::acceptInput(NativePin&, const MediaType& type) {
+    if (type.kind != MediaType::Kind::Pcm || type.pcm.channels < 1 || type.pcm.channels > 8)
+        return Status::failure(hr::TypeNotAccepted, name() + " takes PCM only.");
+    return Status::success();
+}
+
+std::vector<MediaType> SampleGrabberFilter::outputTypes(NativePin&, NativePin*) {
+    auto in = firstInput();
+    if (!in || !in->peer()) return {};
+    return {in->mediaType()};
+}
+
+void SampleGrabberFilter::receive(NativePin&, Buffer& buffer) {
+    int32_t l = 0, r = 0;
+    measurePeaks(buffer.format, buffer.bytes.data(), buffer.frames(), l, r);
+    raiseTo(left_, l);
+    raiseTo(right_, r);
+    deliverAll(buffer);
+}
+
+void SampleGrabberFilter::flush(NativePin& in, double newPosition) {
+    left_.store(0);
+    right_.store(0);
+    NativeFilter::flush(in, newPosition);
+}
+
+void SampleGrabberFilter::takePeaks(int32_t& left, int32_t& right) {
+    left = left_.exchange(0);
+    right = right_.exchange(0);
+}
+
+} // namespace corvid::native

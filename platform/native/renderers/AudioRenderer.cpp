@@ -1,0 +1,188 @@
+#include "platform/native/renderers/AudioRenderer.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <thread>
+
+namespace corvid::native {
+
+namespace {
+constexpr double kRingSeconds = 0.25; // enough to ride out scheduling hiccups, short for seeks
+constexpr auto kProducerPoll = std::chrono::milliseconds(3);
+} // namespace
+
+float gainFromHundredthsDb(int32_t hundredthsDb) {
+    if (hundredthsDb <= -10000) return 0.0f;
+    return float(std::pow(10.0, std::min(hundredthsDb, 0) / 2000.0));
+}
+
+AudioRenderer::AudioRenderer(std::string name, int deviceChannels, int pair)
+    : NativeFilter(std::move(name)), deviceChannels_(std::max(1, deviceChannels)), pair_(pair) {
+    addPin(kInputPinName, platform::PinDirection::Input);
+}
+
+Status AudioRenderer::acceptInput(NativePin&, const MediaType& type) {
+    if (type.kind != MediaType::Kind::Pcm)
+        return Status::failure(hr::TypeNotAccepted, "The renderer takes PCM only.");
+    const auto& f = type.pcm;
+    if (f.format != SampleFormat::S16 && f.format != SampleFormat::S32 &&
+        f.format != SampleFormat::F32)
+        return Status::failure(hr::TypeNotAccepted,
+                               std::string("The renderer does not take ") +
+                                   sampleFormatName(f.format) + " samples.");
+    if (f.channels < 1 || f.channels > 8 || f.rate < 8000 || f.rate > 192000)
+        return Status::failure(hr::TypeNotAccepted, "The renderer does not take " + type.describe());
+    input_ = f;
+    return Status::success();
+}
+
+bool AudioRenderer::inputConnected() const {
+    auto in = firstInput();
+    return in && in->peer();
+}
+
+Status AudioRenderer::activate() {
+    if (!inputConnected()) return Status::success();
+    if (pair_ >= 0) streamChannels_ = std::max(deviceChannels_, 2 * pair_ + 2);
+    else streamChannels_ = input_.channels;
+    ring_.reset(size_t(input_.rate * kRingSeconds) * size_t(streamChannels_));
+    mediaFrames_.store(0);
+    seeking_.store(false);
+    Status s = openDevice(input_.rate, streamChannels_);
+    if (s && rateFactor() != 1.0) applyRate(rateFactor());
+    return s;
+}
+
+void AudioRenderer::deactivate() {
+    if (streamChannels_ == 0) return;
+    closeDevice();
+    basePosition_.store(position());
+    mediaFrames_.store(0);
+    streamChannels_ = 0;
+}
+
+void AudioRenderer::toDeviceLayout(const Buffer& buffer) {
+    const int frames = buffer.frames();
+    const int inCh = buffer.format.channels;
+    converted_.resize(size_t(frames) * size_t(inCh));
+    toFloat(buffer.format, buffer.bytes.data(), frames, converted_.data());
+    if (inCh == streamChannels_) {
+        mapped_.swap(converted_);
+        return;
+    }
+    // Stereo (or mono) onto one speaker pair of the device; other speakers stay silent.
+    mapped_.assign(size_t(frames) * size_t(streamChannels_), 0.0f);
+    const int first = (pair_ >= 0 && inCh <= 2) ? 2 * pair_ : 0;
+    for (int f = 0; f < frames; ++f) {
+        const float* src = &converted_[size_t(f) * inCh];
+        float* dst = &mapped_[size_t(f) * streamChannels_];
+        if (inCh == 1) {
+            dst[first] = src[0];
+            if (first + 1 < streamChannels_) dst[first + 1] = src[0];
+        } else {
+            for (int c = 0; c < std::min(inCh, streamChannels_ - first); ++c) dst[first + c] = src[c];
+        }
+    }
+}
+
+void AudioRenderer::receive(NativePin&, Buffer& buffer) {
+    NativeGraph* g = graph();
+    if (!g || streamChannels_ == 0 || buffer.generation != g->generation()) return;
+    if (buffer.format != input_) return; // a format change would need a reconnect
+    toDeviceLayout(buffer);
+    speed_.store(buffer.speed, std::memory_order_release);
+    size_t offset = 0;
+    const size_t total = mapped_.size();
+    const size_t ch = size_t(streamChannels_);
+    while (offset < total) {
+        size_t room = ring_.writable() / ch * ch;
+        if (room == 0) {
+            if (buffer.generation != g->generation()) return; // stopped or sought meanwhile
+            std::this_thread::sleep_for(kProducerPoll);
+            continue;
+        }
+        const size_t n = std::min(room, total - offset);
+        ring_.write(mapped_.data() + offset, n);
+        offset += n;
+    }
+}
+
+void AudioRenderer::endOfStream(NativePin&, uint64_t generation) {
+    NativeGraph* g = graph();
+    if (!g || streamChannels_ == 0) return;
+    // The end is reached when the device has taken the last sample, not when it was queued.
+    const uint64_t last = ring_.written();
+    while (generation == g->generation()) {
+        if (!ring_.flushPending() && ring_.consumed() >= last) {
+            g->postRendererEnd(this, generation);
+            return;
+        }
+        std::this_thread::sleep_for(kProducerPoll);
+    }
+}
+
+void AudioRenderer::flush(NativePin&, double newPosition) {
+    if (streamChannels_ == 0) return;
+    ring_.requestFlush();
+    basePosition_.store(newPosition, std::memory_order_release);
+    seeking_.store(false, std::memory_order_release);
+}
+
+void AudioRenderer::markSeek(double seconds) {
+    seekPosition_.store(seconds);
+    seeking_.store(true, std::memory_order_release);
+    if (streamChannels_ == 0) basePosition_.store(seconds);
+}
+
+double AudioRenderer::position() const {
+    if (seeking_.load(std::memory_order_acquire)) return seekPosition_.load();
+    const double base = basePosition_.load(std::memory_order_acquire);
+    if (streamChannels_ == 0 || input_.rate <= 0 || ring_.flushPending()) return base;
+    return base + mediaFrames_.load(std::memory_order_acquire) / input_.rate;
+}
+
+void AudioRenderer::setVolume(int32_t hundredthsDb) {
+    gain_.store(gainFromHundredthsDb(hundredthsDb), std::memory_order_release);
+}
+
+void AudioRenderer::setRate(double rate) {
+    rate_.store(rate, std::memory_order_release);
+    if (streamChannels_ != 0) applyRate(rate);
+}
+
+void AudioRenderer::render(float* out, size_t frames) {
+    const size_t ch = size_t(streamChannels_);
+    if (ring_.takeFlush()) mediaFrames_.store(0, std::memory_order_release);
+    size_t taken = 0;
+    if (!paused_.load(std::memory_order_acquire)) {
+        taken = std::min(ring_.readable() / ch, frames);
+        ring_.read(out, taken * ch);
+        const float gain = gain_.load(std::memory_order_acquire);
+        if (gain != 1.0f)
+            for (size_t i = 0; i < taken * ch; ++i) out[i] *= gain;
+        mediaFrames_.store(mediaFrames_.load(std::memory_order_relaxed) +
+                               double(taken) * speed_.load(std::memory_order_acquire),
+                           std::memory_order_release);
+    }
+    std::fill(out + taken * ch, out + frames * ch, 0.0f);
+}
+
+void AudioRenderer::discard(size_t frames) {
+    const size_t ch = size_t(streamChannels_);
+    if (ring_.takeFlush()) mediaFrames_.store(0, std::memory_order_release);
+    if (paused_.load(std::memory_order_acquire)) return;
+    const size_t taken = std::min(ring_.readable() / ch, frames);
+    float scratch[256];
+    size_t left = taken * ch;
+    while (left > 0) {
+        const size_t n = std::min(left, size_t(256));
+        ring_.read(scratch, n);
+        left -= n;
+    }
+    mediaFrames_.store(mediaFrames_.load(std::memory_order_relaxed) +
+                           double(taken) * speed_.load(std::memory_order_acquire),
+                       std::memory_order_release);
+}
+
+} // namespace corvid::native

@@ -1,0 +1,137 @@
+// Untrusted input: every kind of bad file fails where the chains look (loading the source or
+// connecting the parser) with a Status that says why, or, when the damage is further in,
+// plays to its end. Nothing crashes and nothing hangs.
+
+#include "NativeTestSupport.h"
+
+#include "platform/native/Catalogue.h"
+
+#include <filesystem>
+
+#include <unistd.h>
+
+namespace corvid::native::test {
+namespace {
+
+using platform::FilterPtr;
+using platform::GraphEvent;
+using platform::PinDirection;
+namespace hr = platform::hr;
+
+struct Chain {
+    const char* extension;
+    std::vector<std::string> filters; // source first
+};
+
+const Chain kChains[] = {
+    {"wav", {"File Source (Async.)", "Wave Parser"}},
+    {"mp3", {"File Source (Async.)", "MPEG-I Stream Splitter", "MPEG Layer-3 Decoder"}},
+    {"mp3", {"Halden WM ASF Reader"}},
+    {"ogg", {"OggDSFMux2", "dsf Ogg Demuxer2+", "Xiph.Org Vorbis Decoder PLUS"}},
+    {"m4a", {"File Source (Async.)", "GDCL Mpeg-4 Demultiplexor2", "Microsoft DTV-DVD Audio Decoder"}},
+    {"flac", {"Native FLAC Decoder"}},
+    {"wma", {"WM ASF READER", "WMAudio Decoder DMO"}},
+};
+
+class NativeBadInput : public ::testing::Test {
+protected:
+    void SetUp() override {
+        NativeOptions o = testOptions();
+        o.output = OutputBackend::Silent;
+        platform_ = std::make_unique<NativePlatform>(o);
+    }
+
+    // Builds `chain` for `file` up to the renderer; the first failure's Status, or success.
+    platform::Status build(const Chain& chain, const std::string& file, platform::GraphPtr& graph) {
+        platform_->createGraph(graph);
+        std::vector<platform::CatalogueEntryPtr> filters, devices;
+        platform_->catalogue().enumerate(platform::category::LegacyFilters, filters);
+        platform_->catalogue().enumerate(platform::category::AudioRenderers, devices);
+        auto make = [&](auto& list, const std::string& name) {
+            for (auto& e : list)
+                if (e->name() == name) {
+                    FilterPtr f;
+                    e->createIn(*graph, f);
+                    return f;
+                }
+            return FilterPtr();
+        };
+        FilterPtr previous = make(filters, chain.filters.front());
+        if (auto s = previous->setFileName(file); !s) return s;
+        std::vector<FilterPtr> rest;
+        for (size_t i = 1; i < chain.filters.size(); ++i) rest.push_back(make(filters, chain.filters[i]));
+        rest.push_back(make(devices, kDefaultDeviceName));
+        for (auto& next : rest) {
+            platform::PinPtr out, in;
+            for (auto& p : previous->pins())
+                if (p->direction() == PinDirection::Output) out = p;
+            for (auto& p : next->pins())
+                if (p->direction() == PinDirection::Input) in = p;
+            if (!out) return platform::Status::failure(hr::CannotConnect, "no output pin");
+            if (auto s = out->connectDirect(in); !s) return s;
+            previous = next;
+        }
+        return platform::Status::success();
+    }
+
+    std::unique_ptr<NativePlatform> platform_;
+};
+
+TEST_F(NativeBadInput, FilesWithoutAudioFailToLoadOrConnectWithAReason) {
+    const std::string dir = workDir() + "/media/a-directory.mp3";
+    std::filesystem::create_directories(dir);
+    for (const auto& chain : kChains) {
+        const std::string ext = chain.extension;
+        for (const std::string& file :
+             {mediaPath("empty.mp3"), mediaPath("text.mp3"), mediaPath("trunc." + ext), dir,
+              workDir() + "/media/missing." + ext}) {
+            SCOPED_TRACE(chain.filters.back() + " with " + file);
+            platform::GraphPtr graph;
+            const auto s = build(chain, file, graph);
+            EXPECT_FALSE(s);
+            EXPECT_FALSE(s.description.empty());
+            EXPECT_TRUE(s.number == hr::InvalidFileFormat || s.number == hr::UnknownFileType ||
+                        s.number == hr::FileNotFound || s.number == hr::AccessDenied ||
+                        s.number == hr::UnsupportedStream)
+                << std::hex << s.number << " " << s.description;
+        }
+    }
+}
+
+TEST_F(NativeBadInput, AFileOfAnotherKindIsRefusedByTheParser) {
+    platform::GraphPtr graph;
+    const auto s = build(kChains[0], mediaPath("tone.mp3"), graph); // MP3 into the Wave Parser
+    EXPECT_EQ(s.number, hr::InvalidFileFormat) << s.description;
+    EXPECT_NE(s.description.find("mp3"), std::string::npos) << s.description;
+}
+
+TEST_F(NativeBadInput, AnUnreadableFileIsRefused) {
+    if (::geteuid() == 0) GTEST_SKIP() << "root reads every file";
+    const std::string file = workDir() + "/media/unreadable.wav";
+    std::filesystem::copy_file(mediaPath("tone.wav"), file, std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::permissions(file, std::filesystem::perms::none);
+    platform::GraphPtr graph;
+    EXPECT_EQ(build(kChains[0], file, graph).number, hr::AccessDenied);
+}
+
+TEST_F(NativeBadInput, DamageFurtherInPlaysToAnEndOrFailsCleanly) {
+    for (const auto& chain : kChains) {
+        for (const char* kind : {"half.", "corrupt."}) {
+            const std::string file = mediaPath(kind + std::string(chain.extension));
+            SCOPED_TRACE(chain.filters.back() + " with " + file);
+            platform::GraphPtr graph;
+            const auto s = build(chain, file, graph);
+            if (!s) {
+                EXPECT_FALSE(s.description.empty());
+                continue;
+            }
+            int ends = 0;
+            graph->setEventHandler([&](GraphEvent e) { ends += e == GraphEvent::EndOfStream; });
+            ASSERT_TRUE(graph->run());
+            EXPECT_TRUE(pumpUntil(*platform_, [&] { return ends > 0; }, 15000));
+        }
+    }
+}
+
+} // namespace
+} // namespace corvid::native::test

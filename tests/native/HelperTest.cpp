@@ -1,0 +1,114 @@
+// The graph helpers: peaks at a steady tick, the followed graph's end, and the background
+// cue-in and segue scans.
+
+#include "NativeTestSupport.h"
+
+#include "platform/native/Catalogue.h"
+
+namespace corvid::native::test {
+namespace {
+
+using platform::FilterPtr;
+using platform::GraphHelperKind;
+using platform::PinDirection;
+
+class NativeHelperTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        NativeOptions o = testOptions();
+        o.output = OutputBackend::Silent;
+        platform_ = std::make_unique<NativePlatform>(o);
+        ASSERT_TRUE(platform_->createGraph(graph_));
+    }
+
+    // File Source -> Wave Parser -> grabber -> silent device.
+    void buildWave(const std::string& file) {
+        std::vector<platform::CatalogueEntryPtr> filters, devices;
+        platform_->catalogue().enumerate(platform::category::LegacyFilters, filters);
+        platform_->catalogue().enumerate(platform::category::AudioRenderers, devices);
+        auto make = [&](auto& list, const std::string& name) {
+            for (auto& e : list)
+                if (e->name() == name) {
+                    FilterPtr f;
+                    e->createIn(*graph_, f);
+                    return f;
+                }
+            return FilterPtr();
+        };
+        auto source = make(filters, "File Source (Async.)");
+        ASSERT_TRUE(source->setFileName(file));
+        FilterPtr chain[] = {source, make(filters, "Wave Parser"), make(filters, "Halden Sample Grabber"),
+                             make(devices, kDefaultDeviceName)};
+        for (int i = 0; i < 3; ++i) {
+            platform::PinPtr out, in;
+            for (auto& p : chain[i]->pins())
+                if (p->direction() == PinDirection::Output) out = p;
+            for (auto& p : chain[i + 1]->pins())
+                if (p->direction() == PinDirection::Input) in = p;
+            ASSERT_TRUE(out->connectDirect(in));
+        }
+    }
+
+    std::unique_ptr<NativePlatform> platform_;
+    platform::GraphPtr graph_;
+};
+
+TEST_F(NativeHelperTest, TicksCarryTheGrabbersPeaksAndTheEndArrivesOnce) {
+    ASSERT_NO_FATAL_FAILURE(buildWave(mediaPath("tone.wav")));
+    platform::GraphHelperPtr helper;
+    ASSERT_TRUE(platform_->createGraphHelper(GraphHelperKind::Helper, helper));
+    HelperRecorder events;
+    helper->setEvents(&events);
+    helper->setCurrentGraph(graph_);
+    EXPECT_EQ(helper->currentGraph(), graph_);
+    ASSERT_TRUE(helper->run());
+    EXPECT_EQ(graph_->state(), platform::GraphState::Running) << "the helper runs its graph";
+    ASSERT_TRUE(pumpUntil(*platform_, [&] { return events.ends > 0; }, 10000));
+    EXPECT_GT(events.ticks, 5);
+    EXPECT_NEAR(events.loudest, kToneAmplitude * 32768, 32768 * 0.01);
+
+    // After the end, the ticks go on with silence, and the end is not repeated.
+    const int ticks = events.ticks;
+    events.loudest = 0;
+    pumpUntil(*platform_, [&] { return events.ticks > ticks + 3; }, 3000);
+    EXPECT_EQ(events.loudest, 0);
+    EXPECT_EQ(events.ends, 1);
+    ASSERT_TRUE(helper->stop());
+    EXPECT_EQ(graph_->state(), platform::GraphState::Stopped);
+}
+
+TEST_F(NativeHelperTest, AHelperThatGoesLeavesNothingBehind) {
+    platform::GraphHelperPtr helper;
+    ASSERT_TRUE(platform_->createGraphHelper(GraphHelperKind::Helper, helper));
+    HelperRecorder events;
+    helper->setEvents(&events);
+    pumpUntil(*platform_, [&] { return events.ticks > 0; }, 2000);
+    helper.reset(); // a tick may still wait in the queue
+    const int ticks = events.ticks;
+    pumpUntil(*platform_, [] { return false; }, 200);
+    EXPECT_EQ(events.ticks, ticks);
+}
+
+TEST_F(NativeHelperTest, CueHelperFindsWhereTheSoundStartsAndWhereItEnds) {
+    platform::GraphHelperPtr cue;
+    ASSERT_TRUE(platform_->createGraphHelper(GraphHelperKind::CueHelper, cue));
+    HelperRecorder events;
+    cue->setEvents(&events);
+    // cue.wav: one second of silence, one of tone, one of silence.
+    ASSERT_TRUE(cue->startCueSearch(mediaPath("cue.wav"), {}, false, 1000));
+    ASSERT_TRUE(pumpUntil(*platform_, [&] { return !events.cueIns.empty(); }, 10000));
+    EXPECT_NEAR(events.cueIns.front(), 1000, 5);
+    ASSERT_TRUE(cue->startSegueSearch(mediaPath("cue.wav"), {}, false, 1000));
+    ASSERT_TRUE(pumpUntil(*platform_, [&] { return !events.segues.empty(); }, 10000));
+    EXPECT_NEAR(events.segues.front(), 2000, 5);
+    // Nothing loud enough: not found.
+    ASSERT_TRUE(cue->startCueSearch(mediaPath("cue.wav"), {}, false, 32767));
+    ASSERT_TRUE(pumpUntil(*platform_, [&] { return events.cueIns.size() > 1; }, 10000));
+    EXPECT_EQ(events.cueIns.back(), -1);
+    ASSERT_TRUE(cue->startSegueSearchOwnSource(mediaPath("tone.mp3"), {}, 1000));
+    ASSERT_TRUE(pumpUntil(*platform_, [&] { return events.segues.size() > 1; }, 10000));
+    EXPECT_NEAR(events.segues.back(), kToneSeconds * 1000, 80);
+}
+
+} // namespace
+} // namespace corvid::native::test

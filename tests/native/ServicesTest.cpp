@@ -1,0 +1,175 @@
+// The platform services outside the graph: event loop, tick counter, operator, tags, and the
+// silent fallback when no sound server answers.
+
+#include "NativeTestSupport.h"
+
+#include "platform/native/Catalogue.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <thread>
+
+namespace corvid::native::test {
+namespace {
+
+NativeOptions silent() {
+    NativeOptions o = testOptions();
+    o.output = OutputBackend::Silent;
+    return o;
+}
+
+TEST(NativeEventLoopTest, TasksFromAnyThreadRunInOrderOnThePumpingThread) {
+    NativeEventLoop loop;
+    std::vector<int> order;
+    std::thread::id ranOn;
+    std::thread producer([&] {
+        for (int i = 0; i < 100; ++i) loop.post([&, i] {
+            order.push_back(i);
+            ranOn = std::this_thread::get_id();
+        });
+    });
+    producer.join();
+    EXPECT_EQ(loop.processPending(), 100);
+    EXPECT_EQ(loop.processPending(), 0);
+    ASSERT_EQ(order.size(), 100u);
+    for (int i = 0; i < 100; ++i) EXPECT_EQ(order[size_t(i)], i);
+    EXPECT_EQ(ranOn, std::this_thread::get_id());
+
+    // A task posted from a task waits for the next pass.
+    int second = 0;
+    loop.post([&] { loop.post([&] { ++second; }); });
+    EXPECT_EQ(loop.processPending(), 1);
+    EXPECT_EQ(second, 0);
+    EXPECT_EQ(loop.processPending(), 1);
+    EXPECT_EQ(second, 1);
+}
+
+TEST(NativeEventLoopTest, RunPumpsUntilQuitFromAnotherThread) {
+    NativeEventLoop loop;
+    std::atomic<int> ran{0};
+    std::thread other([&] {
+        for (int i = 0; i < 10; ++i) loop.post([&] { ++ran; });
+        loop.post([&] { loop.quit(); });
+    });
+    loop.run();
+    other.join();
+    EXPECT_EQ(ran.load(), 10);
+    loop.quit(); // a quit before run: run returns at once
+    loop.run();
+}
+
+TEST(NativeServicesTest, TickCounterIsMonotonicAndWallClockStaysInTheDay) {
+    NativePlatform platform(silent());
+    auto& ticks = platform.ticks();
+    const int32_t a = ticks.nowMs();
+    ticks.sleepMs(20);
+    const int32_t b = ticks.nowMs();
+    EXPECT_GE(int32_t(uint32_t(b) - uint32_t(a)), 20);
+    const double s = ticks.secondsSinceMidnight();
+    EXPECT_GE(s, 0);
+    EXPECT_LT(s, 86400);
+}
+
+TEST(NativeServicesTest, OperatorReportsRepairsAndBoxesAndStartsProgramsWithoutWaiting) {
+    NativePlatform platform(silent());
+    std::vector<std::string> sink;
+    platform.setLogSink([&](const std::string& line) { sink.push_back(line); });
+    auto& op = platform.operatorServices();
+
+    op.messageBox("Critical Playback Error!", "SampleGrabber *should* create - reinstall app?",
+                  platform::MessageIcon::Critical);
+    ASSERT_EQ(sink.size(), 1u);
+    EXPECT_NE(sink[0].find("Critical Playback Error!"), std::string::npos);
+    EXPECT_NE(sink[0].find("SampleGrabber *should* create - reinstall app?"), std::string::npos);
+
+    EXPECT_TRUE(op.startProcess("regsvr32.exe  quartz.dll /s", platform::WindowStyle::Minimized));
+    ASSERT_EQ(sink.size(), 2u);
+    EXPECT_NE(sink[1].find("regsvr32.exe  quartz.dll /s"), std::string::npos);
+
+    const auto mixer = op.startProcess("SNDVOL32.EXE", platform::WindowStyle::Normal);
+    EXPECT_EQ(bool(mixer), !findExecutable("pavucontrol").empty() ||
+                               !findExecutable("pavucontrol-qt").empty() ||
+                               !findExecutable("pwvucontrol").empty());
+
+    const std::string marker = workDir() + "/started-marker";
+    std::filesystem::remove(marker);
+    ASSERT_TRUE(op.startProcess("sh -c \"sleep 0.2; touch " + marker + "\"", platform::WindowStyle::Hidden));
+    EXPECT_FALSE(std::filesystem::exists(marker)) << "startProcess does not wait";
+    for (int i = 0; i < 100 && !std::filesystem::exists(marker); ++i) platform.ticks().sleepMs(20);
+    EXPECT_TRUE(std::filesystem::exists(marker));
+    EXPECT_FALSE(op.startProcess("no-such-program-anywhere", platform::WindowStyle::Normal));
+}
+
+TEST(NativeServicesTest, FilesLiveInTheUsersStateAndConfigFolders) {
+    NativePlatform platform(silent());
+    auto& op = platform.operatorServices();
+    const std::string report = op.detectionReportPath();
+    EXPECT_EQ(report, std::string(std::getenv("XDG_STATE_HOME")) + "/corvid/DetectionInfo.txt");
+    EXPECT_EQ(op.markerFilePath(), std::string(std::getenv("XDG_CONFIG_HOME")) + "/corvid/marlodev");
+    std::filesystem::remove_all(std::filesystem::path(report).parent_path());
+    ASSERT_TRUE(op.writeTextFile(report, "Detection Done!\r\n"));
+    EXPECT_TRUE(op.fileExists(report));
+    EXPECT_TRUE(op.testOpen(report));
+    EXPECT_EQ(op.testOpen(workDir()).number, platform::hr::AccessDenied);
+    EXPECT_EQ(op.testOpen(workDir() + "/nothing-here").number, platform::hr::FileNotFound);
+    EXPECT_FALSE(op.fileExists(workDir() + "/nothing-here"));
+}
+
+TEST(NativeServicesTest, TagsComeFromEachFormatsOwnFields) {
+    NativePlatform platform(silent());
+    auto tags = platform.createTagReader();
+    for (const char* file : {"tone.mp3", "tone.flac", "tone.ogg", "tone.m4a", "tone.wma"}) {
+        SCOPED_TRACE(file);
+        ASSERT_TRUE(tags->open(mediaPath(file)));
+        std::string v;
+        EXPECT_TRUE(tags->artist(v));
+        EXPECT_EQ(v, "Test Artist");
+        EXPECT_TRUE(tags->title(v));
+        EXPECT_EQ(v, "Test Title");
+        EXPECT_TRUE(tags->attribute("WM/Year", v));
+        EXPECT_EQ(v, "2001");
+        EXPECT_TRUE(tags->attribute("WM/Genre", v));
+        EXPECT_EQ(v, "Jazz");
+        EXPECT_TRUE(tags->attribute("WM/OriginalReleaseYear", v));
+        EXPECT_EQ(v, "");
+    }
+    tags->close();
+    std::string v = "x";
+    EXPECT_FALSE(tags->artist(v));
+    EXPECT_EQ(v, "");
+    EXPECT_FALSE(tags->open(workDir() + "/nothing-here.mp3"));
+}
+
+TEST(NativeServicesTest, WithoutASoundServerTheDefaultDeviceIsTheSilentOneSaidOnce) {
+    const std::string saved = std::getenv("PULSE_SERVER") ? std::getenv("PULSE_SERVER") : "";
+    ::setenv("PULSE_SERVER", ("unix:" + workDir() + "/no-server-here").c_str(), 1);
+    {
+        NativePlatform platform(testOptions());
+        std::vector<platform::CatalogueEntryPtr> entries;
+        ASSERT_TRUE(platform.catalogue().enumerate(platform::category::AudioRenderers, entries));
+        ASSERT_EQ(entries.size(), 2u);
+        EXPECT_EQ(entries[0]->name(), kDefaultDeviceName);
+        platform.catalogue().refresh();
+        platform.catalogue().enumerate(platform::category::AudioRenderers, entries);
+        const auto& reports = platform.operatorReports().reports();
+        EXPECT_EQ(reports.size(), 1u);
+        EXPECT_NE(reports.front().find("silent"), std::string::npos);
+
+        // The silent default still plays to its end.
+        platform::GraphPtr graph;
+        platform.createGraph(graph);
+        int ends = 0;
+        graph->setEventHandler([&](platform::GraphEvent e) { ends += e == platform::GraphEvent::EndOfStream; });
+        platform::FilterPtr source;
+        ASSERT_TRUE(graph->addSourceFilter(mediaPath("tone.flac"), source));
+        ASSERT_TRUE(source->pins().front()->render());
+        ASSERT_TRUE(graph->setCurrentPosition(kToneSeconds - 0.2));
+        ASSERT_TRUE(graph->run());
+        EXPECT_TRUE(pumpUntil(platform, [&] { return ends > 0; }, 5000));
+    }
+    ::setenv("PULSE_SERVER", saved.c_str(), 1);
+}
+
+} // namespace
+} // namespace corvid::native::test
