@@ -82,7 +82,7 @@ TEST_F(TransportTest, AGraphThatWillNotRunIsDestroyedUnlessTheErrorIsExpected) {
     EXPECT_TRUE(player->mainGraph());
     EXPECT_TRUE(host.playStates.empty());
 
-    sim->failOnce(FaultPoint::Run, "", Status::failure(hr::Fail, "Unspecified error"));
+    sim->failOnce(FaultPoint::Run, "", Status::failure(hr::Fail, "The graph would not run."));
     player->Play();
     EXPECT_TRUE(inOrder(host.log, {"ERROR: After a catastrophic play error, the graph will be destroyed ... ",
                                    "Filename is set to nothing here, here comes the destroy ...", "Graph destroyed."}));
