@@ -144,6 +144,26 @@ TEST_F(LoadTest, AStreamIsReloadedForEveryPlayAndOneThatIsGoneRaisesStreamNotFou
     EXPECT_GE(host.count("StreamBufferingFinished"), 1);
 }
 
+TEST_F(LoadTest, ANewGraphForEveryItemAndADestroyRefusedWhileASourceIsAddedFailsTheLoad) {
+    load(Mp3);
+    const auto first = player->mainGraph();
+    bool every = true;
+    player->put_NewGraphEveryTime(every);
+    logging(true);
+    load(Mp3B);
+    EXPECT_TRUE(inOrder(host.log, {"Player Setting: NewGraphEveryTime = True",
+                                   "NewGraphEveryTime means we destroy the graph...", "Graph Destroyed."}));
+    EXPECT_NE(player->mainGraph(), first);
+
+    PI(*player).addingSourceFilter() = true; // a stream still opening elsewhere
+    PI(*player).addingItemName() = Live;
+    load(Mp3);
+    EXPECT_EQ(player->get_LastError().rfind("Never never destroy graph whilst its trying to add", 0), 0u);
+    EXPECT_TRUE(host.logged("Done with filename let now"));
+    EXPECT_EQ(player->get_FileName(), "");
+    PI(*player).addingSourceFilter() = false;
+}
+
 // A stream source kept from an earlier item, answering as the test tells it.
 struct ScriptedStreamSource : platform::StreamSourceControl {
     std::vector<bool> answers;
