@@ -122,17 +122,6 @@ struct PlayerInternals {
     bool& usingHaldenSource() { return p.UsingHaldenSource_; }
 
     // ---- Graph session, sources, dispatch, inserts ----
-    bool buildGraph(const std::string& file, bool mustUseAsfReader, bool canUseAutoRender) {
-        return p.BuildGraph(file, mustUseAsfReader, canUseAutoRender);
-    }
-    platform::FilterPtr addFilterByName(const std::string& name) { return p.AddFilterByName(name); }
-    int32_t errNumber() const { return p.Err.number; }
-    std::string errDescription() const { return p.Err.description; }
-    platform::FilterPtr& sourceFilter() { return p.fSourceFilter; }
-    platform::PinPtr& mainSourcePin() { return p.MainSourcePin; }
-    platform::FilterPtr& sampleGrabber() { return p.fSampleGrabber; }
-    platform::PinPtr& soundCardInPin() { return p.SoundCardInPin; }
-    platform::FilterPtr& surround() { return p.fSurround; }
     bool addSourceFilter(const std::string& file, bool& mustUseAsfReader) {
         return p.AddSourceFilter(file, mustUseAsfReader);
     }
