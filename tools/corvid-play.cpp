@@ -46,6 +46,9 @@ bool parse(int argc, char** argv, Options& o) {
     return o.listDevices || !o.item.empty();
 }
 
+// Clears the status line before a message, on a terminal only.
+const char* lineStart() { return isatty(STDOUT_FILENO) ? "\r\033[K" : ""; }
+
 // The host side: what the player tells us, kept for the status line.
 struct Host : corvid::PlayerEvents {
     bool log = false;
@@ -55,10 +58,10 @@ struct Host : corvid::PlayerEvents {
     int32_t state = corvid::mpstopped;
 
     void PlayerLogInfo(std::string& info) override {
-        if (log) std::cerr << "\r\033[K[log] " << info << "\n";
+        if (log) std::cerr << lineStart() << "[log] " << info << "\n";
     }
     void WriteLog(std::string& info) override {
-        if (log) std::cerr << "\r\033[K[log] " << info << "\n";
+        if (log) std::cerr << lineStart() << "[log] " << info << "\n";
     }
     void VUPeak(int32_t& l, int32_t& r) override {
         left = l;
@@ -68,13 +71,13 @@ struct Host : corvid::PlayerEvents {
     void SilenceDetected(int32_t secs) override { silenceSecs += secs; }
     void EndOfStream(int32_t) override { ended = true; }
     void PlayStateChange(int32_t, int32_t newState) override { state = newState; }
-    void CueInFound(double& pos) override { std::cout << "\r\033[Kcue-in: " << pos << " s\n"; }
-    void SegueFound(double& pos) override { std::cout << "\r\033[Ksegue: " << pos << " s\n"; }
+    void CueInFound(double& pos) override { std::cout << lineStart() << "cue-in: " << pos << " s\n"; }
+    void SegueFound(double& pos) override { std::cout << lineStart() << "segue: " << pos << " s\n"; }
     void ShoutCastMeta(std::string& artistTitle, std::string&, std::string&) override {
-        std::cout << "\r\033[Know playing: " << artistTitle << "\n";
+        std::cout << lineStart() << "now playing: " << artistTitle << "\n";
     }
     void StreamBuffering(int16_t& percent) override {
-        if (percent >= 0) std::cout << "\r\033[Kbuffering " << percent << "%" << std::flush;
+        if (percent >= 0) std::cout << lineStart() << "buffering " << percent << "%\n";
     }
 };
 
