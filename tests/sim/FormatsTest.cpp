@@ -288,18 +288,6 @@ TEST_F(FormatsTest, Mp3GrabberThatCannotReachTheRendererLeavesTheGraph) {
     EXPECT_TRUE(feeds("MPEG Layer-3 Decoder", "Halden Sample Grabber"));
 }
 
-TEST_F(FormatsTest, Mp3WithoutGrabberPinsReportsAndCleansUp) {
-    makePlayer();
-    load("/m/a.mp3");
-    Args a = args();
-    a.sgOut.reset();
-    EXPECT_FALSE(mp3(a, "/m/a.mp3"));
-    EXPECT_EQ(lastError(), "ConnectMp3Filters: CRITICAL ERROR: no sample grabber pins, exiting");
-    EXPECT_TRUE(events.logged("ConnectMp3Filters: CRITICAL ERROR: no sample grabber pins, exiting"));
-    EXPECT_EQ(count("File Source (Async.)"), 0);
-    EXPECT_TRUE(a.sgIn && a.sgOut);
-}
-
 // ---- WAVE ------------------------------------------------------------------------------------
 
 TEST_F(FormatsTest, WaveInAnotherFormatGoesThroughTheConverter) {
@@ -473,18 +461,6 @@ TEST_F(OggTest, MissingDemuxerTakesTheDecoderOutAgain) {
     load("/m/a.mp3"); // without the demuxer no Ogg source loads either
     Args a = args();
     EXPECT_FALSE(ogg(a, "/m/e.ogg"));
-    EXPECT_EQ(count("Xiph.Org Vorbis Decoder PLUS"), 0);
-    EXPECT_EQ(count("File Source (Async.)"), 1);
-}
-
-TEST_F(OggTest, SourceTheDemuxerRefusesFailsAndRemovesOurFilters) {
-    sim->addFile("/m/fake.ogg", media("stream/mpeg-audio", 10));
-    makePlayer();
-    in->addSourceFilter("/m/a.mp3"); // an MPEG source under an Ogg name
-    Args a = args();
-    EXPECT_FALSE(ogg(a, "/m/fake.ogg"));
-    EXPECT_TRUE(events.logged("Failed to connect source pin to vorbis splitter in pin"));
-    EXPECT_EQ(count("dsf Ogg Demuxer2+"), 0);
     EXPECT_EQ(count("Xiph.Org Vorbis Decoder PLUS"), 0);
     EXPECT_EQ(count("File Source (Async.)"), 1);
 }
