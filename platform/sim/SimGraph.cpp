@@ -25,12 +25,12 @@ std::string produce(const PinSpec& out, const std::string& arriving) {
 }
 
 // What a transform of this descriptor would put out for `type`, or empty.
-std::string through(const FilterSpec& spec, const std::string& type) {
+std::string through(const FilterSpec& desc, const std::string& type) {
     bool accepted = false;
-    for (const auto& pin : spec.pins)
+    for (const auto& pin : desc.pins)
         if (pin.direction == PinDirection::Input && matchesAny(pin.accepts, type)) accepted = true;
     if (!accepted) return {};
-    for (const auto& pin : spec.pins)
+    for (const auto& pin : desc.pins)
         if (pin.direction == PinDirection::Output) {
             auto produced = produce(pin, type);
             if (!produced.empty()) return produced;
@@ -38,14 +38,14 @@ std::string through(const FilterSpec& spec, const std::string& type) {
     return {};
 }
 
-bool acceptsInput(const FilterSpec& spec, const std::string& type) {
-    for (const auto& pin : spec.pins)
+bool acceptsInput(const FilterSpec& desc, const std::string& type) {
+    for (const auto& pin : desc.pins)
         if (pin.direction == PinDirection::Input && matchesAny(pin.accepts, type)) return true;
     return false;
 }
 
-bool isSource(const FilterSpec& spec) {
-    return spec.kind == FilterKind::Source || spec.kind == FilterKind::StreamSource;
+bool isSource(const FilterSpec& desc) {
+    return desc.kind == FilterKind::Source || desc.kind == FilterKind::StreamSource;
 }
 
 } // namespace
@@ -53,8 +53,8 @@ bool isSource(const FilterSpec& spec) {
 // ---------------------------------------------------------------------------------------------
 // Pins
 
-SimPin::SimPin(const std::shared_ptr<SimFilter>& owner, const PinSpec& spec)
-    : owner_(owner), spec_(spec) {}
+SimPin::SimPin(const std::shared_ptr<SimFilter>& owner, const PinSpec& desc)
+    : owner_(owner), spec_(desc) {}
 
 std::shared_ptr<platform::Filter> SimPin::filter() const { return owner_.lock(); }
 
@@ -132,15 +132,15 @@ SimFilter::SimFilter(std::shared_ptr<detail::World> world,
 
 void SimFilter::init() {
     auto self = shared_from_this();
-    for (const auto& spec : reg_->spec.pins) {
+    for (const auto& desc : reg_->desc.pins) {
         Status ignored;
-        const bool missing = spec.appearsOnConnect ||
-                             world_->filterFails(FaultPoint::PinAppears, *this, spec.name, ignored);
-        pins_.push_back(missing ? nullptr : std::make_shared<SimPin>(self, spec));
+        const bool missing = desc.appearsOnConnect ||
+                             world_->filterFails(FaultPoint::PinAppears, *this, desc.name, ignored);
+        pins_.push_back(missing ? nullptr : std::make_shared<SimPin>(self, desc));
     }
 }
 
-const FilterSpec& SimFilter::spec() const { return reg_->spec; }
+const FilterSpec& SimFilter::desc() const { return reg_->desc; }
 
 std::vector<platform::PinPtr> SimFilter::pins() {
     std::vector<platform::PinPtr> result;
@@ -161,15 +161,15 @@ std::shared_ptr<SimPin> SimFilter::firstInput() const {
     return nullptr;
 }
 
-bool SimFilter::isFileSource() const { return isSource(spec()); }
+bool SimFilter::isFileSource() const { return isSource(desc()); }
 
 bool SimFilter::loaded() const {
-    if (spec().kind == FilterKind::StreamSource) return openState_ == OpenState::Open;
+    if (desc().kind == FilterKind::StreamSource) return openState_ == OpenState::Open;
     return loaded_;
 }
 
 std::string SimFilter::arrivingType() const {
-    if (isSource(spec())) return loaded() ? loadedType_ : std::string();
+    if (isSource(desc())) return loaded() ? loadedType_ : std::string();
     for (const auto& pin : pins_)
         if (pin && pin->direction() == PinDirection::Input && pin->peer()) return pin->mediaType();
     return {};
@@ -177,14 +177,14 @@ std::string SimFilter::arrivingType() const {
 
 void SimFilter::refreshPins() {
     bool fed = false;
-    if (isSource(spec())) {
+    if (isSource(desc())) {
         fed = loaded();
     } else {
         for (const auto& pin : pins_)
             if (pin && pin->direction() == PinDirection::Input && pin->peer()) fed = true;
     }
     auto self = shared_from_this();
-    const auto& specs = reg_->spec.pins;
+    const auto& specs = reg_->desc.pins;
     for (std::size_t i = 0; i < specs.size(); ++i) {
         if (!specs[i].appearsOnConnect) continue;
         Status ignored;
@@ -211,15 +211,15 @@ void SimFilter::load(const std::string& item, const std::string& type, double du
 }
 
 Status SimFilter::setFileName(const std::string& fileName) {
-    if (spec().kind == FilterKind::StreamSource) return open(fileName);
-    if (spec().kind != FilterKind::Source) return Filter::setFileName(fileName);
+    if (desc().kind == FilterKind::StreamSource) return open(fileName);
+    if (desc().kind != FilterKind::Source) return Filter::setFileName(fileName);
     Status failure;
     if (world_->filterFails(FaultPoint::SetFileName, *this, fileName, failure))
         return failure; // a fault with a success status: the call "works" but loads nothing
     if (loaded_) return fail(hr::WrongState, "The source has loaded a file already.");
 
     if (detail::isAddress(fileName)) {
-        if (!spec().opensAddresses)
+        if (!desc().opensAddresses)
             return fail(hr::UnsupportedStream, "The source cannot open network addresses.");
         const SimStream* stream = world_->stream(fileName);
         if (!stream) return fail(hr::FileNotFound, "The stream address could not be reached.");
@@ -229,7 +229,7 @@ Status SimFilter::setFileName(const std::string& fileName) {
             return fail(hr::Timeout, "The stream did not answer in time.");
         world_->advance(copy.afterMs);
         if (copy.outcome == SimStream::Outcome::Fails) return copy.failure;
-        if (!matchesAny(spec().fileTypes, copy.mediaType))
+        if (!matchesAny(desc().fileTypes, copy.mediaType))
             return fail(hr::InvalidFileFormat, "The source cannot read this kind of stream.");
         load(fileName, copy.mediaType, copy.durationSeconds, copy.levels);
         return Status::success();
@@ -238,36 +238,36 @@ Status SimFilter::setFileName(const std::string& fileName) {
     const SimFile* file = world_->file(fileName);
     if (!file) return fail(hr::FileNotFound, "The system cannot find the file specified.");
     if (!file->readable) return fail(hr::AccessDenied, "Access is denied.");
-    if (!matchesAny(spec().fileTypes, file->mediaType))
+    if (!matchesAny(desc().fileTypes, file->mediaType))
         return fail(hr::InvalidFileFormat, "The source cannot read this kind of file.");
     load(fileName, file->mediaType, file->durationSeconds, file->levels);
     return Status::success();
 }
 
-bool SimFilter::hasPropertyPage() const { return spec().propertyPage; }
+bool SimFilter::hasPropertyPage() const { return desc().propertyPage; }
 
 Status SimFilter::showPropertyPage(int32_t ownerWindow) {
-    if (!spec().propertyPage) return Filter::showPropertyPage(ownerWindow);
+    if (!desc().propertyPage) return Filter::showPropertyPage(ownerWindow);
     ++propertyPagesShown_;
     return Status::success();
 }
 
 platform::PitchShifterControl* SimFilter::pitchShifter() {
-    return spec().pitchShifter ? static_cast<platform::PitchShifterControl*>(this) : nullptr;
+    return desc().pitchShifter ? static_cast<platform::PitchShifterControl*>(this) : nullptr;
 }
 
 platform::PipeSenderControl* SimFilter::pipeSender() {
-    return spec().pipeSender ? static_cast<platform::PipeSenderControl*>(this) : nullptr;
+    return desc().pipeSender ? static_cast<platform::PipeSenderControl*>(this) : nullptr;
 }
 
 platform::StreamSourceControl* SimFilter::streamSource() {
-    return spec().kind == FilterKind::StreamSource
+    return desc().kind == FilterKind::StreamSource
                ? static_cast<platform::StreamSourceControl*>(this)
                : nullptr;
 }
 
 RenderLog* SimFilter::renderLog() {
-    return spec().kind == FilterKind::Renderer ? &reg_->heard : nullptr;
+    return desc().kind == FilterKind::Renderer ? &reg_->heard : nullptr;
 }
 
 Status SimFilter::setRate(double rate) {
@@ -320,7 +320,7 @@ void SimFilter::streamDue() {
         openFailure_ = stream_.failure;
         return;
     }
-    if (!matchesAny(spec().fileTypes, stream_.mediaType)) {
+    if (!matchesAny(desc().fileTypes, stream_.mediaType)) {
         openState_ = OpenState::Failed;
         openFailure_ = fail(hr::UnsupportedStream, "The stream's format is not supported.");
         return;
@@ -374,7 +374,7 @@ bool SimFilter::fireOdStreamSeg(double seg) {
 Status createFilterIn(SimGraph& graph, const std::shared_ptr<detail::Registration>& reg,
                       const std::string& name, std::shared_ptr<SimFilter>& made) {
     Status failure;
-    if (graph.world_->fails(FaultPoint::CreateFilter, {reg->spec.displayName, name}, {}, failure))
+    if (graph.world_->fails(FaultPoint::CreateFilter, {reg->desc.displayName, name}, {}, failure))
         return failure;
     if (!reg->registered) return fail(detail::ClassNotRegistered, "Class not registered.");
     return graph.addInstance(reg, name, made);
@@ -385,7 +385,7 @@ Status createFilterIn(SimGraph& graph, const std::shared_ptr<detail::Registratio
 
 SimGraph::SimGraph(std::shared_ptr<detail::World> world, int id) : world_(std::move(world)), id_(id) {}
 
-const FilterSpec& SimGraph::Candidate::spec() const { return existing ? existing->spec() : reg->spec; }
+const FilterSpec& SimGraph::Candidate::desc() const { return existing ? existing->desc() : reg->desc; }
 
 Status SimGraph::addInstance(const std::shared_ptr<detail::Registration>& reg,
                              const std::string& name, std::shared_ptr<SimFilter>& made) {
@@ -393,7 +393,7 @@ Status SimGraph::addInstance(const std::shared_ptr<detail::Registration>& reg,
     made->init();
     made->graph_ = weak_from_this();
     filters_.push_back(made);
-    if (reg->spec.kind == FilterKind::StreamSource) world_->streamSources.push_back(made);
+    if (reg->desc.kind == FilterKind::StreamSource) world_->streamSources.push_back(made);
     return Status::success();
 }
 
@@ -499,7 +499,7 @@ Status SimGraph::join(const std::shared_ptr<SimPin>& out, const std::shared_ptr<
     if (type.empty() && up->arrivingType().empty())
         return fail(hr::NotConnected, "The filter's input is not connected, so its output has "
                                       "no media type yet.");
-    if (type.empty() || !matchesAny(in->spec().accepts, type))
+    if (type.empty() || !matchesAny(in->desc().accepts, type))
         return fail(hr::NoAcceptableTypes, "There is no common media type between these pins.");
     if (upstreamOf(up, down.get()))
         return fail(hr::CannotConnect, "The connection would make a loop.");
@@ -523,7 +523,7 @@ std::vector<SimGraph::Candidate> SimGraph::candidates(const SimFilter* upstream,
                                                       const SimFilter* downstream) const {
     std::vector<Candidate> result;
     for (const auto& f : filters_) {
-        if (f.get() == upstream || f.get() == downstream || f->spec().kind != FilterKind::Transform)
+        if (f.get() == upstream || f.get() == downstream || f->desc().kind != FilterKind::Transform)
             continue;
         bool free = true, hasInput = false;
         for (const auto& pin : f->pins_) {
@@ -535,12 +535,12 @@ std::vector<SimGraph::Candidate> SimGraph::candidates(const SimFilter* upstream,
     }
     std::vector<std::shared_ptr<detail::Registration>> regs;
     for (const auto& r : world_->registrations)
-        if (r->registered && r->spec.kind == FilterKind::Transform &&
-            detail::equalsNoCase(r->spec.category, platform::category::LegacyFilters) &&
-            r->spec.merit > merit::DoNotUse)
+        if (r->registered && r->desc.kind == FilterKind::Transform &&
+            detail::equalsNoCase(r->desc.category, platform::category::LegacyFilters) &&
+            r->desc.merit > merit::DoNotUse)
             regs.push_back(r);
     std::stable_sort(regs.begin(), regs.end(),
-                     [](const auto& a, const auto& b) { return a->spec.merit > b->spec.merit; });
+                     [](const auto& a, const auto& b) { return a->desc.merit > b->desc.merit; });
     for (const auto& r : regs) result.push_back({nullptr, r});
     return result;
 }
@@ -559,7 +559,7 @@ bool SimGraph::tryChain(const std::vector<Candidate>& steps, const std::shared_p
     for (std::size_t i = 0; i < steps.size(); ++i) {
         auto f = steps[i].existing;
         if (!f) {
-            if (!createFilterIn(*this, steps[i].reg, steps[i].reg->spec.nameInGraph(), f))
+            if (!createFilterIn(*this, steps[i].reg, steps[i].reg->desc.nameInGraph(), f))
                 return rollback();
             created.push_back(f);
         }
@@ -571,13 +571,13 @@ bool SimGraph::tryChain(const std::vector<Candidate>& steps, const std::shared_p
             }
         if (!fin || !join(current, fin)) return rollback();
         joined.push_back(fin);
-        const auto& nextAccepts = i + 1 < steps.size() ? steps[i + 1].spec() : in->simFilter()->spec();
+        const auto& nextAccepts = i + 1 < steps.size() ? steps[i + 1].desc() : in->simFilter()->desc();
         std::shared_ptr<SimPin> next;
         for (const auto& pin : f->pins_) {
             if (!pin || pin->direction() != PinDirection::Output || pin->peer()) continue;
             auto type = pin->mediaType();
             bool fits = i + 1 < steps.size() ? acceptsInput(nextAccepts, type)
-                                             : matchesAny(in->spec().accepts, type);
+                                             : matchesAny(in->desc().accepts, type);
             if (!type.empty() && fits) {
                 next = pin;
                 break;
@@ -594,7 +594,7 @@ Status SimGraph::connectIntelligently(const std::shared_ptr<SimPin>& out,
                                       const std::shared_ptr<SimPin>& in) {
     if (auto s = checkPair(out, in); !s) return s;
     const std::string type = out->mediaType();
-    if (!type.empty() && matchesAny(in->spec().accepts, type))
+    if (!type.empty() && matchesAny(in->desc().accepts, type))
         if (join(out, in)) return Status::success();
     const Status none = fail(hr::CannotConnect,
                              "No combination of intermediate filters could be found to make the "
@@ -604,18 +604,18 @@ Status SimGraph::connectIntelligently(const std::shared_ptr<SimPin>& out,
     const auto up = out->simFilter();
     const auto down = in->simFilter();
     const auto all = candidates(up.get(), down.get());
-    const auto& accepts = in->spec().accepts;
+    const auto& accepts = in->desc().accepts;
     for (const auto& c : all) {
-        auto t1 = through(c.spec(), type);
+        auto t1 = through(c.desc(), type);
         if (!t1.empty() && matchesAny(accepts, t1) && tryChain({c}, out, in))
             return Status::success();
     }
     for (const auto& c1 : all) {
-        auto t1 = through(c1.spec(), type);
+        auto t1 = through(c1.desc(), type);
         if (t1.empty()) continue;
         for (const auto& c2 : all) {
             if (c2.existing && c2.existing == c1.existing) continue;
-            auto t2 = through(c2.spec(), t1);
+            auto t2 = through(c2.desc(), t1);
             if (!t2.empty() && matchesAny(accepts, t2) && tryChain({c1, c2}, out, in))
                 return Status::success();
         }
@@ -629,7 +629,7 @@ Status SimGraph::renderPin(const std::shared_ptr<SimPin>& out) {
     if (world_->filterFails(FaultPoint::Render, *owner, std::string(), failure)) return failure;
     if (out->peer()) return fail(hr::AlreadyConnected, "The pin is already connected.");
     for (const auto& f : std::vector<std::shared_ptr<SimFilter>>(filters_)) {
-        if (f->spec().kind != FilterKind::Renderer || !f->reg_->registered) continue;
+        if (f->desc().kind != FilterKind::Renderer || !f->reg_->registered) continue;
         for (const auto& pin : f->pins_)
             if (pin && pin->direction() == PinDirection::Input && !pin->peer() &&
                 connectIntelligently(out, pin))
@@ -638,9 +638,9 @@ Status SimGraph::renderPin(const std::shared_ptr<SimPin>& out) {
     const Status cannot =
         fail(hr::CannotRender, "No combination of filters could be found to render the stream.");
     auto reg = world_->registered(world_->defaultRenderer);
-    if (!reg || reg->spec.kind != FilterKind::Renderer) return cannot;
+    if (!reg || reg->desc.kind != FilterKind::Renderer) return cannot;
     std::shared_ptr<SimFilter> renderer;
-    if (!createFilterIn(*this, reg, reg->spec.nameInGraph(), renderer)) return cannot;
+    if (!createFilterIn(*this, reg, reg->desc.nameInGraph(), renderer)) return cannot;
     auto pin = renderer->firstInput();
     if (pin && connectIntelligently(out, pin)) return Status::success();
     detach(renderer);
@@ -653,7 +653,7 @@ std::vector<SimGraph::Route> SimGraph::routes() const {
     std::vector<Route> result;
     for (const auto& renderer : filters_) {
         // A device that went away hears nothing.
-        if (renderer->spec().kind != FilterKind::Renderer || !renderer->reg_->registered) continue;
+        if (renderer->desc().kind != FilterKind::Renderer || !renderer->reg_->registered) continue;
         Route route;
         route.renderer = renderer;
         auto current = renderer;
@@ -665,16 +665,16 @@ std::vector<SimGraph::Route> SimGraph::routes() const {
                     break;
                 }
             if (!up) break;
-            if (isSource(up->spec())) {
+            if (isSource(up->desc())) {
                 if (up->loaded()) {
                     route.source = up;
                     result.push_back(route);
                 }
                 break;
             }
-            if (up->spec().pitchShifter && !up->passThrough_) route.rateFactor *= up->pitchRate_;
-            if (up->spec().pipeSender && up->pipeMute_) route.muted = true;
-            if (!up->spec().speakerPair.empty()) route.speakerPair = up->spec().speakerPair;
+            if (up->desc().pitchShifter && !up->passThrough_) route.rateFactor *= up->pitchRate_;
+            if (up->desc().pipeSender && up->pipeMute_) route.muted = true;
+            if (!up->desc().speakerPair.empty()) route.speakerPair = up->desc().speakerPair;
             current = up;
         }
     }
@@ -687,7 +687,7 @@ std::string SimGraph::item() const {
     auto rs = routes();
     if (!rs.empty()) return rs.front().source->fileName();
     for (const auto& f : filters_)
-        if (isSource(f->spec()) && f->loaded()) return f->fileName();
+        if (isSource(f->desc()) && f->loaded()) return f->fileName();
     return {};
 }
 
@@ -695,7 +695,7 @@ double SimGraph::sourceDuration() const {
     auto rs = routes();
     if (!rs.empty()) return rs.front().source->loadedDuration();
     for (const auto& f : filters_)
-        if (isSource(f->spec()) && f->loaded()) return f->loadedDuration();
+        if (isSource(f->desc()) && f->loaded()) return f->loadedDuration();
     return -1;
 }
 

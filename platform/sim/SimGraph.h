@@ -26,7 +26,7 @@ class SimGraph;
 
 class SimPin : public platform::Pin, public std::enable_shared_from_this<SimPin> {
 public:
-    SimPin(const std::shared_ptr<SimFilter>& owner, const PinSpec& spec);
+    SimPin(const std::shared_ptr<SimFilter>& owner, const PinSpec& desc);
 
     std::string name() const override { return spec_.name; }
     PinDirection direction() const override { return spec_.direction; }
@@ -40,7 +40,7 @@ public:
     // The type this pin carries now: an output's produced type, an input's connected type;
     // empty when it has none.
     std::string mediaType() const;
-    const PinSpec& spec() const { return spec_; }
+    const PinSpec& desc() const { return spec_; }
     // False once the pin has disappeared from its filter (its input was disconnected); a
     // pin that appears again is a new object.
     bool present() const { return present_; }
@@ -81,7 +81,7 @@ public:
     platform::StreamSourceControl* streamSource() override;
 
     // Simulation surface.
-    const FilterSpec& spec() const;
+    const FilterSpec& desc() const;
     std::shared_ptr<SimGraph> graph() const { return graph_.lock(); }
     // Sources: whether a file is loaded or the stream is open, and what it holds.
     bool loaded() const;
@@ -221,7 +221,7 @@ private:
     struct Candidate {
         std::shared_ptr<SimFilter> existing;
         std::shared_ptr<detail::Registration> reg;
-        const FilterSpec& spec() const;
+        const FilterSpec& desc() const;
     };
     Status checkPair(const std::shared_ptr<SimPin>& out, const std::shared_ptr<SimPin>& in) const;
     Status join(const std::shared_ptr<SimPin>& out, const std::shared_ptr<SimPin>& in);

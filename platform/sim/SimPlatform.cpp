@@ -54,17 +54,17 @@ SimEventLoop& SimPlatform::eventLoop() { return world_->loop; }
 
 // Machine --------------------------------------------------------------------------------------
 
-void SimPlatform::registerFilter(FilterSpec spec) {
+void SimPlatform::registerFilter(FilterSpec desc) {
     auto reg = std::make_shared<detail::Registration>();
-    reg->spec = std::move(spec);
+    reg->desc = std::move(desc);
     world_->registrations.push_back(std::move(reg));
 }
 
 int SimPlatform::unregisterFilter(const std::string& displayName) {
     int n = 0;
     for (auto& reg : world_->registrations)
-        if (reg->registered && reg->spec.displayName == displayName &&
-            reg->spec.kind != FilterKind::Renderer) {
+        if (reg->registered && reg->desc.displayName == displayName &&
+            reg->desc.kind != FilterKind::Renderer) {
             reg->registered = false;
             ++n;
         }
@@ -77,32 +77,32 @@ bool SimPlatform::isRegistered(const std::string& displayName) const {
 
 FilterSpec* SimPlatform::filterSpec(const std::string& displayName) {
     auto reg = world_->registered(displayName);
-    return reg ? &reg->spec : nullptr;
+    return reg ? &reg->desc : nullptr;
 }
 
 void SimPlatform::addAudioRenderer(const std::string& name, int32_t numSpeakers) {
-    FilterSpec spec;
-    spec.displayName = name;
-    spec.category = platform::category::AudioRenderers;
-    spec.kind = FilterKind::Renderer;
-    spec.merit = merit::DoNotUse;
-    spec.numSpeakers = numSpeakers;
-    spec.pins = {PinSpec::input(names::RendererInputPin, {"audio/pcm16"})};
-    registerFilter(std::move(spec));
+    FilterSpec desc;
+    desc.displayName = name;
+    desc.category = platform::category::AudioRenderers;
+    desc.kind = FilterKind::Renderer;
+    desc.merit = merit::DoNotUse;
+    desc.numSpeakers = numSpeakers;
+    desc.pins = {PinSpec::input(names::RendererInputPin, {"audio/pcm16"})};
+    registerFilter(std::move(desc));
 }
 
 int SimPlatform::removeAudioRenderer(const std::string& name) {
     int n = 0;
     for (auto& reg : world_->registrations) {
-        if (!reg->registered || reg->spec.displayName != name ||
-            reg->spec.kind != FilterKind::Renderer)
+        if (!reg->registered || reg->desc.displayName != name ||
+            reg->desc.kind != FilterKind::Renderer)
             continue;
         reg->registered = false;
         ++n;
         // Graphs that render to the device learn that it is gone, as from a sound server.
         for (const auto& graph : graphs())
             for (const auto& f : graph->filters())
-                if (&std::static_pointer_cast<SimFilter>(f)->spec() == &reg->spec) {
+                if (&std::static_pointer_cast<SimFilter>(f)->desc() == &reg->desc) {
                     graph->postEvent(platform::GraphEvent::DeviceLost);
                     break;
                 }
@@ -191,7 +191,7 @@ int SimPlatform::failures(int faultId) const {
 const RenderLog& SimPlatform::heard(const std::string& deviceName, int index) const {
     static const RenderLog none;
     for (const auto& reg : world_->registrations)
-        if (reg->spec.kind == FilterKind::Renderer && reg->spec.displayName == deviceName &&
+        if (reg->desc.kind == FilterKind::Renderer && reg->desc.displayName == deviceName &&
             index-- == 0)
             return reg->heard;
     return none;

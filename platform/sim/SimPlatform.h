@@ -50,7 +50,7 @@ public:
     SimEventLoop& eventLoop() override;
 
     // Machine: filters, devices, files, streams.
-    void registerFilter(FilterSpec spec);
+    void registerFilter(FilterSpec desc);
     // Takes every registration of that display name away; entries already handed out can
     // no longer make instances. Returns how many went.
     int unregisterFilter(const std::string& displayName);

@@ -214,7 +214,7 @@ SimCatalogueEntry::SimCatalogueEntry(std::shared_ptr<detail::World> world,
     : world_(std::move(world)), reg_(std::move(reg)), name_(std::move(name)) {}
 
 int32_t SimCatalogueEntry::numSpeakers() const {
-    return reg_->spec.kind == FilterKind::Renderer ? reg_->spec.numSpeakers : 0;
+    return reg_->desc.kind == FilterKind::Renderer ? reg_->desc.numSpeakers : 0;
 }
 
 Status SimCatalogueEntry::createIn(platform::Graph& graph, platform::FilterPtr& filter) {
@@ -222,7 +222,7 @@ Status SimCatalogueEntry::createIn(platform::Graph& graph, platform::FilterPtr& 
     if (!sim) return Status::failure(hr::InvalidArg, "The graph is not a simulated graph.");
     // A renderer entry of a speaker pair makes the device's renderer under the pair's name.
     const std::string name =
-        reg_->spec.kind == FilterKind::Renderer ? name_ : reg_->spec.nameInGraph();
+        reg_->desc.kind == FilterKind::Renderer ? name_ : reg_->desc.nameInGraph();
     std::shared_ptr<SimFilter> made;
     Status s = createFilterIn(*sim, reg_, name, made);
     if (s) filter = made;
@@ -237,8 +237,8 @@ Status SimCatalogue::enumerate(const std::string& categoryId,
     if (world_.fails(FaultPoint::Enumerate, categoryId, failure)) return failure;
     auto world = world_.shared_from_this();
     for (const auto& reg : world_.registrations)
-        if (reg->registered && detail::equalsNoCase(reg->spec.category, categoryId))
-            entries.push_back(std::make_shared<SimCatalogueEntry>(world, reg, reg->spec.displayName));
+        if (reg->registered && detail::equalsNoCase(reg->desc.category, categoryId))
+            entries.push_back(std::make_shared<SimCatalogueEntry>(world, reg, reg->desc.displayName));
     return Status::success();
 }
 
@@ -250,11 +250,11 @@ Status SimCatalogue::enumerateRenderersWithPairs(std::vector<platform::Catalogue
     static const char* const suffixes[] = {" [1-2]", " [3-4]", " [5-6]", " [7-8]"};
     auto world = world_.shared_from_this();
     for (const auto& reg : world_.registrations) {
-        if (!reg->registered || reg->spec.kind != FilterKind::Renderer) continue;
-        const auto& name = reg->spec.displayName;
+        if (!reg->registered || reg->desc.kind != FilterKind::Renderer) continue;
+        const auto& name = reg->desc.displayName;
         entries.push_back(std::make_shared<SimCatalogueEntry>(world, reg, name));
-        if (reg->spec.numSpeakers <= 2) continue;
-        const int pairs = std::min(4, reg->spec.numSpeakers / 2);
+        if (reg->desc.numSpeakers <= 2) continue;
+        const int pairs = std::min(4, reg->desc.numSpeakers / 2);
         for (int p = 0; p < pairs; ++p)
             entries.push_back(std::make_shared<SimCatalogueEntry>(world, reg, name + suffixes[p]));
     }

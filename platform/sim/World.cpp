@@ -18,7 +18,7 @@ World::World() = default;
 
 std::shared_ptr<Registration> World::registered(const std::string& displayName) const {
     for (const auto& r : registrations)
-        if (r->registered && r->spec.displayName == displayName) return r;
+        if (r->registered && r->desc.displayName == displayName) return r;
     return nullptr;
 }
 
@@ -61,13 +61,13 @@ bool World::fails(FaultPoint point, const std::vector<std::string>& subjects,
 bool World::filterFails(FaultPoint point, const SimFilter& filter, const SimFilter* other,
                         Status& failure) {
     std::vector<std::string> objects;
-    if (other) objects = {other->name(), other->spec().displayName};
-    return fails(point, {filter.name(), filter.spec().displayName}, objects, failure);
+    if (other) objects = {other->name(), other->desc().displayName};
+    return fails(point, {filter.name(), filter.desc().displayName}, objects, failure);
 }
 
 bool World::filterFails(FaultPoint point, const SimFilter& filter, const std::string& object,
                         Status& failure) {
-    return fails(point, {filter.name(), filter.spec().displayName}, {object}, failure);
+    return fails(point, {filter.name(), filter.desc().displayName}, {object}, failure);
 }
 
 int64_t World::nextDue(int64_t limit) {

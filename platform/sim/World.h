@@ -23,7 +23,7 @@ namespace corvid::sim::detail {
 inline constexpr int32_t ClassNotRegistered = static_cast<int32_t>(0x80040154);
 
 struct Registration {
-    FilterSpec spec;
+    FilterSpec desc;
     bool registered = true;
     // Renderers: what reached this device.
     RenderLog heard;

@@ -695,11 +695,11 @@ TEST_F(SimPlatformTest, AnUnregisteredFilterCannotBeMadeFromAnEntryTakenEarlier)
     // A repair command may put it back, as a registration would.
     sim->operatorServices().onProcess([&](const StartedProcess& p) {
         if (p.commandLine == "regsvr32 brindlepitch.dll /s") {
-            FilterSpec spec;
-            spec.displayName = "Brindle Pitch Shifter";
-            spec.pins = {PinSpec::input("Input", {"audio/pcm16"}),
+            FilterSpec desc;
+            desc.displayName = "Brindle Pitch Shifter";
+            desc.pins = {PinSpec::input("Input", {"audio/pcm16"}),
                          PinSpec::output("Output", {{"*", SameAsInput}})};
-            sim->registerFilter(spec);
+            sim->registerFilter(desc);
         }
     });
     sim->operatorServices().startProcess("regsvr32 brindlepitch.dll /s",
