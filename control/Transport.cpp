@@ -309,12 +309,18 @@ void Player::put_CurrentPosition(double& value) {
     } seeking(seeking_);
 
     if (value < 0) value = 0;
+    // Setting the elapsed time stops the stopwatch; a seek while playing goes on counting from
+    // the new place, as an operator watching the elapsed time expects.
+    auto rebaseElapsed = [&](double seconds) {
+        Stopwatch().put_ElapsedTime(checked::toInt32(seconds * 1000));
+        if (playstate_ == MpPlaying) Stopwatch().StartTiming();
+    };
     try {
         if (pflGraph_ && PFLGraphMan) {
             m_Endraised = false;
             trap(PFLGraphMan->setCurrentPosition(value));
             value = value / cachedRate_;
-            Stopwatch().put_ElapsedTime(checked::toInt32(value * 1000));
+            rebaseElapsed(value);
         } else if (MainGraphMan) {
             if (cachedRate_ <= 0) cachedRate_ = 1.0;
             m_Endraised = false;
@@ -323,7 +329,7 @@ void Player::put_CurrentPosition(double& value) {
             if (trap(MainGraphMan->currentPosition(position))) cachedPosition_ = position;
             // Elapsed counts play time: at a faster rate a position is reached sooner.
             value = value / cachedRate_;
-            Stopwatch().put_ElapsedTime(checked::toInt32(value * 1000));
+            rebaseElapsed(value);
         }
     } catch (const AutomationError&) {
         // An elapsed time beyond the stopwatch's range is lost; the seek stands.

@@ -132,10 +132,11 @@ TEST_F(TransportTest, SeekElapsedAndRateArithmetic) {
     EXPECT_DOUBLE_EQ(to, 80);
     EXPECT_FLOAT_EQ(player->get_Elapsed(), 80.0f);
     EXPECT_NEAR(player->get_GraphPosition(), 100.0, 1e-9);
+    sim->advanceMs(1000); // a seek while playing goes on counting from there
+    EXPECT_FLOAT_EQ(player->get_Elapsed(), 81.0f);
     to = -5;
     player->put_CurrentPosition(to);
     EXPECT_EQ(to, 0);
-
 
     player->StopPlaying();
     player->Play();
