@@ -155,6 +155,10 @@ int main(int argc, char** argv) {
         return 0;
     }
 
+    // Our Windows Media reader is a real decoder on this platform, not the old one the ban is
+    // about: a command-line player should play WMA files.
+    bool off = false;
+    player.put_ASFReaderBanned(off);
     player.Init();
     if (!opt.device.empty()) {
         std::string device = opt.device;
