@@ -304,6 +304,15 @@ private:
     void CriticalMessage(const std::string& text, const std::string& title);
 
     // ---- Format chains (formats/) ----
+    // How a chain starts: it takes the source pin it was given (and says so), or adds the source
+    // itself and takes its pin. The texts are the chain's own; false when no pin stands.
+    struct SourcePinTexts {
+        const char* cannotAdd;
+        const char* givenPrefix;
+        const char* noPin;
+    };
+    bool TakeSourcePin(platform::PinPtr& sourcePin, const std::string& fileName,
+                       bool mustUseAsfReader, const SourcePinTexts& texts);
     static void GetPins(platform::PinPtr& inPin, platform::PinPtr& outPin,
                         const platform::FilterPtr& filter);
     bool ConnectMp3Filters(platform::PinPtr& sourcePin, platform::PinPtr& splitterIn,

@@ -2,6 +2,7 @@
 // reader the current item was loaded into (the MP3 chain routes by them).
 
 #include "control/Player.h"
+#include "formats/ChainSupport.h"
 
 namespace corvid {
 
@@ -19,6 +20,23 @@ void Player::GetPins(platform::PinPtr& inPin, platform::PinPtr& outPin,
         else
             outPin = pin;
     }
+}
+
+bool Player::TakeSourcePin(platform::PinPtr& sourcePin, const std::string& fileName,
+                           bool mustUseAsfReader, const SourcePinTexts& texts) {
+    if (!sourcePin) {
+        if (AddSourceFilter(fileName, mustUseAsfReader))
+            sourcePin = MainSourcePin;
+        else
+            Log(texts.cannotAdd);
+    } else if (logging()) {
+        Log(texts.givenPrefix + fileName + " Source is: " + formats::ownerName(sourcePin));
+    }
+    if (!sourcePin) {
+        Log(texts.noPin);
+        return false;
+    }
+    return true;
 }
 
 bool Player::get_UsingHaldenSource() { return UsingHaldenSource_; }

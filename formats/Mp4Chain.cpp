@@ -55,19 +55,11 @@ bool Player::ConnectMp4Filters(platform::PinPtr& sourcePin, platform::PinPtr& sg
     // Other MPEG-4 endings are left to the other routes, silently.
     if (!text::equalsNoCase(text::lastChars(fileName, 3), "m4a")) return false;
 
-    if (!sourcePin) {
-        bool mustUseAsfReader = false;
-        if (AddSourceFilter(fileName, mustUseAsfReader))
-            sourcePin = MainSourcePin;
-        else
-            Log("ConnectMp4Filters: cannot add source filter");
-    } else if (logging()) {
-        Log("Connectmp4Filters, for: " + fileName + " Source is: " + ownerName(sourcePin));
-    }
-    if (!sourcePin) {
-        Log("Connectmp4Filters: no source pin, cannot continue");
+    if (!TakeSourcePin(sourcePin, fileName, false,
+                       {"ConnectMp4Filters: cannot add source filter",
+                        "Connectmp4Filters, for: ",
+                        "Connectmp4Filters: no source pin, cannot continue"}))
         return false;
-    }
 
     RaisePlayerLogInfo("ConnectMp4Filters: Started. Adding new mp4 filters...");
     bool force = true;

@@ -83,19 +83,11 @@ bool Player::ConnectOggFilters(platform::PinPtr& sourcePin, platform::PinPtr& sg
         return fail();
     };
 
-    if (!sourcePin) {
-        bool mustUseAsfReader = false;
-        if (AddSourceFilter(fileName, mustUseAsfReader))
-            sourcePin = MainSourcePin;
-        else
-            Log("ConnectOggFilters: cannot add source filter");
-    } else if (logging()) {
-        Log("ConnectOggFilters, for: " + fileName + " Source is: " + ownerName(sourcePin));
-    }
-    if (!sourcePin) {
-        Log("ConnectOggFilters: no source pin, cannot continue");
+    if (!TakeSourcePin(sourcePin, fileName, false,
+                       {"ConnectOggFilters: cannot add source filter",
+                        "ConnectOggFilters, for: ",
+                        "ConnectOggFilters: no source pin, cannot continue"}))
         return false;
-    }
 
     const auto ending = text::lastChars(fileName, 3);
     if (!text::equalsNoCase(ending, "ogg") && !text::equalsNoCase(ending, "lac")) {

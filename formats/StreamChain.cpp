@@ -34,19 +34,11 @@ bool Player::ConnectStreamFilters(platform::PinPtr& sourcePin, platform::PinPtr&
         return false;
     };
 
-    if (!sourcePin) {
-        bool mustUseAsfReader = false;
-        if (AddSourceFilter(fileName, mustUseAsfReader))
-            sourcePin = MainSourcePin;
-        else
-            Log("ConnectStreamFilters: cannot add source filter");
-    } else if (logging()) {
-        Log("ConnectStreamFilters, for: " + fileName + " Source is: " + ownerName(sourcePin));
-    }
-    if (!sourcePin) {
-        Log("ConnectStreamFilters: no source pin, cannot continue");
+    if (!TakeSourcePin(sourcePin, fileName, false,
+                       {"ConnectStreamFilters: cannot add source filter",
+                        "ConnectStreamFilters, for: ",
+                        "ConnectStreamFilters: no source pin, cannot continue"}))
         return false;
-    }
 
     RemoveFilterTrapped(sampleGrabber);
     sampleGrabber.reset();

@@ -27,19 +27,11 @@ bool Player::ConnectWaveFilters(platform::PinPtr& sourcePin, platform::PinPtr& w
     };
     auto renderName = [&] { return ownerName(renderIn); };
 
-    if (!sourcePin) {
-        bool mustUseAsfReader = true;
-        if (AddSourceFilter(fileName, mustUseAsfReader))
-            sourcePin = MainSourcePin;
-        else
-            Log("ConnectWavFilters: cannot add source filter");
-    } else if (logging()) {
-        Log("ConnectWavFilters, for: " + fileName + " Source is: " + ownerName(sourcePin));
-    }
-    if (!sourcePin) {
-        Log("ConnectWMAFilters: no source pin, cannot continue");
+    if (!TakeSourcePin(sourcePin, fileName, true,
+                       {"ConnectWavFilters: cannot add source filter",
+                        "ConnectWavFilters, for: ",
+                        "ConnectWMAFilters: no source pin, cannot continue"}))
         return false;
-    }
 
     Log("ConnectWaveFilters: ConnectDirect SourcePin -> Wave Splitter In Pin");
     trap(connectDirect(sourcePin, waveParserIn));

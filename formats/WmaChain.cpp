@@ -24,19 +24,11 @@ bool Player::ConnectWMAFilters(platform::PinPtr& sourcePin, platform::PinPtr& sg
         return false;
     };
 
-    if (!sourcePin) {
-        bool mustUseAsfReader = true;
-        if (AddSourceFilter(fileName, mustUseAsfReader))
-            sourcePin = MainSourcePin;
-        else
-            Log("ConnectWMAFilters: cannot add source filter");
-    } else if (logging()) {
-        Log("ConnectWMAFilters, for: " + fileName + " Source is: " + ownerName(sourcePin));
-    }
-    if (!sourcePin) {
-        Log("ConnectWMAFilters: no source pin, cannot continue");
+    if (!TakeSourcePin(sourcePin, fileName, true,
+                       {"ConnectWMAFilters: cannot add source filter",
+                        "ConnectWMAFilters, for: ",
+                        "ConnectWMAFilters: no source pin, cannot continue"}))
         return false;
-    }
 
     platform::PinPtr dmoIn, dmoOut;
     GetPins(dmoIn, dmoOut, fWMADecoder);
