@@ -2,6 +2,7 @@
 
 #include "support/CheckedInt.h"
 #include "support/PlayerSettings.h"
+#include "support/Text.h"
 
 #include <cmath>
 #include <string>
@@ -83,7 +84,7 @@ void clsSilenceDet::Save() {
     try {
         const std::string text = std::to_string(det_.dBDownSilence) + "," +
                                  settings::formatNumber(det_.HowLongFor) + "," +
-                                 settings::booleanText(det_.Enabled);
+                                 text::boolWord(det_.Enabled);
         (void)PlayerSettings(store_).writeSilenceData(text);
     } catch (...) {
     }

@@ -77,7 +77,7 @@ bool PlayerSettings::get_NewGraphEveryTime() {
 
 platform::Status PlayerSettings::put_NewGraphEveryTime(bool value) {
     return store_.write(settings::NewGraphApp, settings::NewGraphSection, settings::NewGraphKey,
-                        settings::booleanText(value));
+                        text::boolWord(value));
 }
 
 std::string PlayerSettings::pipeMuteKey(const std::string& playerId) {
@@ -91,7 +91,7 @@ bool PlayerSettings::get_PipeSenderDownstreamMute(const std::string& playerId) {
 platform::Status PlayerSettings::put_PipeSenderDownstreamMute(const std::string& playerId,
                                                               bool value) {
     return store_.write(settings::PipeMuteApp, settings::PipeMuteSection, pipeMuteKey(playerId),
-                        settings::booleanText(value));
+                        text::boolWord(value));
 }
 
 std::string PlayerSettings::readSilenceData() {

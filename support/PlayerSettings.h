@@ -46,7 +46,6 @@ bool parseBoolean(std::string_view text, bool& value);
 bool parseNumber(std::string_view text, double& value);
 // The shortest decimal text that reads back as the same number ("30", "2.5", "-0.1").
 std::string formatNumber(double value);
-inline const char* booleanText(bool value) { return value ? "True" : "False"; }
 
 } // namespace settings
 
