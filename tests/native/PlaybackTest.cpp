@@ -203,6 +203,32 @@ TEST_F(NativePlayback, PitchShifterRateKeepsTheFrequencyAndShortensThePlayingTim
     EXPECT_NEAR(position, kToneSeconds, 0.25) << "the position counts media time";
 }
 
+TEST_F(NativePlayback, PitchShifterMovesThePitchByOctavesAndPassThroughLeavesItAlone) {
+    ASSERT_NO_FATAL_FAILURE(build(mediaPath("tone.wav"),
+                                  {"File Source (Async.)", "Wave Parser", "Brindle Pitch Shifter"},
+                                  renderer(kSinkADescription)));
+    FilterPtr shifter;
+    for (auto& f : graph_->filters())
+        if (f->name() == "Brindle Pitch Shifter") shifter = f;
+    auto* control = shifter->pitchShifter();
+    ASSERT_TRUE(control->setPitchSemitones(-12));
+    EXPECT_EQ(control->pitchSemitones(), -12);
+    auto m = measureTone(playToEnd(kSinkA, 2), 2, 0, MonitorRecorder::kRate);
+    EXPECT_NEAR(m.frequency, kToneHz / 2, 10);
+    EXPECT_NEAR(m.loudSeconds, kToneSeconds, 0.25);
+
+    ASSERT_TRUE(graph_->stop());
+    ASSERT_TRUE(graph_->setCurrentPosition(0));
+    ASSERT_TRUE(control->setRate(1.5));
+    ASSERT_TRUE(control->setPassThrough(true));
+    EXPECT_TRUE(control->passThrough());
+    ends_ = 0;
+    m = measureTone(playToEnd(kSinkA, 2), 2, 0, MonitorRecorder::kRate);
+    EXPECT_NEAR(m.frequency, kToneHz, 10);
+    EXPECT_NEAR(m.loudSeconds, kToneSeconds, 0.25);
+    EXPECT_FALSE(control->setRate(0));
+}
+
 TEST_F(NativePlayback, GraphRateSpeedsThePlayUpPitchAndAll) {
     ASSERT_NO_FATAL_FAILURE(build(mediaPath("tone.wav"), {"File Source (Async.)", "Wave Parser"},
                                   renderer(kSinkADescription)));
