@@ -149,6 +149,29 @@ INSTANTIATE_TEST_SUITE_P(
         return n;
     });
 
+TEST_F(NativePlayback, ASeekBeforeRunStartsCompressedItemsWhereAsked) {
+    const std::pair<const char*, std::vector<std::string>> cases[] = {
+        {"tone.mp3", {"File Source (Async.)", "MPEG-I Stream Splitter", "MPEG Layer-3 Decoder"}},
+        {"tone.ogg", {"OggDSFMux2", "dsf Ogg Demuxer2+", "Xiph.Org Vorbis Decoder PLUS"}},
+        {"tone.m4a", {"File Source (Async.)", "GDCL Mpeg-4 Demultiplexor2", "Microsoft DTV-DVD Audio Decoder"}},
+        {"tone.flac", {"Native FLAC Decoder"}},
+    };
+    for (const auto& [file, chain] : cases) {
+        SCOPED_TRACE(file);
+        platform_->createGraph(graph_);
+        graph_->setEventHandler([this](GraphEvent e) { ends_ += e == GraphEvent::EndOfStream; });
+        ends_ = 0;
+        ASSERT_NO_FATAL_FAILURE(build(mediaPath(file), chain, renderer(kSinkADescription)));
+        ASSERT_TRUE(graph_->setCurrentPosition(1.2));
+        double position = 0;
+        graph_->currentPosition(position);
+        EXPECT_DOUBLE_EQ(position, 1.2);
+        const auto m = measureTone(playToEnd(kSinkA, 2), 2, 0, MonitorRecorder::kRate);
+        EXPECT_NEAR(m.loudSeconds, kToneSeconds - 1.2, 0.15);
+        EXPECT_NEAR(m.frequency, kToneHz, 10);
+    }
+}
+
 TEST_F(NativePlayback, VolumeMinus600LowersTheToneBySixDecibels) {
     ASSERT_NO_FATAL_FAILURE(build(mediaPath("tone.wav"), {"File Source (Async.)", "Wave Parser"},
                                   renderer(kSinkADescription)));
