@@ -61,6 +61,8 @@ std::vector<FilterDescriptor> buildList() {
          [] { return makeDecodingSource("Halden WM ASF Reader", kAsfReader); }},
         {"WM ASF READER", kLegacy, merit::DoNotUse, Input::None,
          [] { return makeDecodingSource("WM ASF Reader", kAsfReader); }},
+        {"_DShowShoutCast", kLegacy, merit::DoNotUse, Input::None,
+         [] { return makeStreamSource("_DShowShoutCast"); }},
         {"ACM Wrapper", kLegacy, merit::Normal, Input::Pcm,
          [] { return makeConverter("ACM Wrapper", true); }},
         {"Brindle Format Converter", kLegacy, merit::Unlikely, Input::Pcm,

@@ -10,6 +10,10 @@
 #include <fstream>
 #include <thread>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -261,6 +265,75 @@ ToneMeasure measureTone(const std::vector<float>& samples, int channels, int cha
     }
     m.frequency = double(crossings) * rate / double(to - from - 1);
     return m;
+}
+
+namespace {
+constexpr size_t kMetaInterval = 8192;
+}
+
+IcyServer::IcyServer(Mode mode, std::string file) : mode_(mode), file_(std::move(file)) {
+    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ::bind(listener_, reinterpret_cast<sockaddr*>(&a), sizeof a);
+    ::listen(listener_, 4);
+    socklen_t len = sizeof a;
+    ::getsockname(listener_, reinterpret_cast<sockaddr*>(&a), &len);
+    port_ = ntohs(a.sin_port);
+    thread_ = std::thread([this] { serve(); });
+}
+
+IcyServer::~IcyServer() {
+    stop_ = true;
+    thread_.join();
+    ::close(listener_);
+}
+
+std::string IcyServer::address() const {
+    return "icystream://127.0.0.1:" + std::to_string(port_) + "/live";
+}
+
+void IcyServer::serve() {
+    pollfd p{listener_, POLLIN, 0};
+    int waited = 0;
+    while (!stop_ && ::poll(&p, 1, 50) == 0 && (waited += 50) < 10000) {
+    }
+    if (stop_ || !(p.revents & POLLIN)) return;
+    const int fd = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    char buf[4096];
+    std::string req;
+    while (req.find("\r\n\r\n") == std::string::npos) {
+        const ssize_t n = ::recv(fd, buf, sizeof buf, 0);
+        if (n <= 0) break;
+        req.append(buf, size_t(n));
+    }
+    request_ = req;
+    if (mode_ == Mode::NotFound) {
+        const std::string r = "HTTP/1.0 404 Not Found\r\n\r\n";
+        ::send(fd, r.data(), r.size(), MSG_NOSIGNAL);
+    } else if (mode_ == Mode::Stream || mode_ == Mode::Stall) {
+        const std::string r = "ICY 200 OK\r\nicy-name: Corvid Test\r\ncontent-type: audio/mpeg\r\n"
+                              "icy-metaint: " + std::to_string(kMetaInterval) + "\r\n\r\n";
+        ::send(fd, r.data(), r.size(), MSG_NOSIGNAL);
+        std::ifstream in(file_, std::ios::binary);
+        std::vector<char> audio((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        std::string meta = std::string("StreamTitle='") + kStreamTitle + "';StreamUrl='http://127.0.0.1/';";
+        meta.resize((meta.size() + 15) / 16 * 16, '\0');
+        for (size_t at = 0; at < audio.size() && !stop_; at += kMetaInterval) {
+            const size_t n = std::min(kMetaInterval, audio.size() - at);
+            ::send(fd, audio.data() + at, n, MSG_NOSIGNAL);
+            if (n < kMetaInterval) break;
+            const char length = char(at == 0 ? meta.size() / 16 : 0); // the title once, then empty blocks
+            ::send(fd, &length, 1, MSG_NOSIGNAL);
+            if (length) ::send(fd, meta.data(), meta.size(), MSG_NOSIGNAL);
+            if (mode_ == Mode::Stall && at < 40960 && at + kMetaInterval >= 40960)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+        }
+    } else {
+        while (!stop_) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    ::close(fd);
 }
 
 NativeOptions testOptions() {

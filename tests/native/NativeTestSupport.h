@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <thread>
 #include <functional>
 #include <string>
 #include <vector>
@@ -74,6 +76,29 @@ struct HelperRecorder : platform::GraphHelperEvents {
     void endOfStream() override { ++ends; }
     void cueInFound(int32_t ms) override { cueIns.push_back(ms); }
     void segueFound(int32_t ms) override { segues.push_back(ms); }
+};
+
+inline constexpr const char* kStreamTitle = "Test Artist - Test Title";
+
+// Serves one connection on 127.0.0.1: an ICY stream of a file with a title in its first
+// metadata block (Stall: with a pause of 1.5 s after 40 kB), a 404, or silence.
+class IcyServer {
+public:
+    enum class Mode { Stream, Stall, NotFound, Silent };
+    IcyServer(Mode mode, std::string file);
+    ~IcyServer();
+    std::string address() const;
+    std::string request() const { return request_; }
+
+private:
+    void serve();
+    Mode mode_;
+    std::string file_;
+    int listener_ = -1;
+    int port_ = 0;
+    std::atomic<bool> stop_{false};
+    std::string request_;
+    std::thread thread_;
 };
 
 // A platform on the private server, with the log kept.

@@ -6,6 +6,7 @@
 #include "platform/native/Catalogue.h"
 
 #include <cmath>
+#include <fstream>
 
 namespace corvid::native::test {
 namespace {
@@ -23,6 +24,7 @@ protected:
         ASSERT_TRUE(platform_->createGraph(graph_));
         graph_->setEventHandler([this](GraphEvent e) {
             if (e == GraphEvent::EndOfStream) ++ends_;
+            if (e == GraphEvent::DeviceLost) ++lost_;
         });
     }
     void TearDown() override {
@@ -95,7 +97,7 @@ protected:
     std::unique_ptr<NativePlatform> platform_;
     platform::GraphPtr graph_;
     FilterPtr source_, grabber_;
-    int ends_ = 0;
+    int ends_ = 0, lost_ = 0;
 };
 
 struct FormatCase {
@@ -200,6 +202,19 @@ TEST_F(NativePlayback, PitchShifterRateKeepsTheFrequencyAndShortensThePlayingTim
     EXPECT_NEAR(position, kToneSeconds, 0.25) << "the position counts media time";
 }
 
+TEST_F(NativePlayback, GraphRateSpeedsThePlayUpPitchAndAll) {
+    ASSERT_NO_FATAL_FAILURE(build(mediaPath("tone.wav"), {"File Source (Async.)", "Wave Parser"},
+                                  renderer(kSinkADescription)));
+    ASSERT_TRUE(graph_->setRate(1.25));
+    double rate = 0;
+    graph_->rate(rate);
+    EXPECT_EQ(rate, 1.25);
+    const auto m = measureTone(playToEnd(kSinkA, 2), 2, 0, MonitorRecorder::kRate);
+    EXPECT_NEAR(m.frequency, kToneHz * 1.25, 15);
+    EXPECT_NEAR(m.loudSeconds, kToneSeconds / 1.25, 0.25);
+    EXPECT_FALSE(graph_->setRate(0));
+}
+
 TEST_F(NativePlayback, PauseHoldsThePositionAndSeekMovesIt) {
     ASSERT_NO_FATAL_FAILURE(build(mediaPath("tone.wav"), {"File Source (Async.)", "Wave Parser"},
                                   renderer(kSinkADescription)));
@@ -232,6 +247,23 @@ TEST_F(NativePlayback, PauseHoldsThePositionAndSeekMovesIt) {
     ASSERT_TRUE(graph_->setCurrentPosition(0));
     graph_->currentPosition(a);
     EXPECT_EQ(a, 0);
+}
+
+TEST_F(NativePlayback, ADeviceThatGoesAwayIsReportedAndNotReplaced) {
+    const std::string module = workDir() + "/gone-module";
+    ASSERT_EQ(runCommand("pactl load-module module-null-sink sink_name=corvid_gone "
+                         "sink_properties=device.description=Corvid_Gone > " + module),
+              0);
+    std::string index;
+    std::ifstream(module) >> index;
+    ASSERT_NO_FATAL_FAILURE(build(mediaPath("tone.wav"), {"File Source (Async.)", "Wave Parser"},
+                                  renderer("Corvid_Gone")));
+    ASSERT_TRUE(graph_->run());
+    pumpUntil(*platform_, [] { return false; }, 300);
+    ASSERT_EQ(runCommand("pactl unload-module " + index), 0);
+    EXPECT_TRUE(pumpUntil(*platform_, [&] { return lost_ > 0; }, 5000));
+    EXPECT_EQ(lost_, 1);
+    EXPECT_TRUE(graph_->stop());
 }
 
 } // namespace

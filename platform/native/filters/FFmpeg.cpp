@@ -118,10 +118,13 @@ int64_t Demuxer::seekStream(void* opaque, int64_t offset, int whence) {
     auto* self = static_cast<Demuxer*>(opaque);
     const int64_t size = self->reader_->size();
     switch (whence & ~AVSEEK_FORCE) {
-    case AVSEEK_SIZE: return size;
+    case AVSEEK_SIZE: return size >= 0 ? size : -1;
     case SEEK_SET: break;
     case SEEK_CUR: offset += self->position_; break;
-    case SEEK_END: offset += size; break;
+    case SEEK_END:
+        if (size < 0) return -1;
+        offset += size;
+        break;
     default: return -1;
     }
     if (offset < 0) return -1;
@@ -150,6 +153,7 @@ Status Demuxer::open(std::shared_ptr<ByteReader> reader, const std::vector<std::
         av_free(buffer);
         return Status::failure(hr::Fail, "Out of memory opening " + path);
     }
+    if (!d->reader_->seekable()) d->io_->seekable = 0;
     d->deadlineMs_ = nowMs() + kOpenDeadlineMs;
 
     const AVInputFormat* input = nullptr;

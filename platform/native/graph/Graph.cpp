@@ -251,6 +251,7 @@ void NativeGraph::stopStreaming() {
         }
         runner->wake.notify_all();
     }
+    for (auto& f : filters_) f->unblock();
     for (auto& runner : runners_)
         if (runner->thread.joinable()) runner->thread.join();
     runners_.clear();
@@ -453,6 +454,16 @@ void NativeGraph::postError(uint64_t generation) {
     context_.loop->post([weak, generation] {
         auto g = weak.lock();
         if (g && generation == g->generation()) g->raise(GraphEvent::ErrorAbort);
+    });
+}
+
+void NativeGraph::postDeviceLost() {
+    if (!context_.loop) return;
+    std::weak_ptr<NativeGraph> weak = weak_from_this();
+    const uint64_t generation = this->generation();
+    context_.loop->post([weak, generation] {
+        auto g = weak.lock();
+        if (g && generation == g->generation()) g->raise(GraphEvent::DeviceLost);
     });
 }
 

@@ -114,6 +114,9 @@ public:
     virtual double durationSeconds() const { return 0; }
 
     virtual AudioRenderer* asRenderer() { return nullptr; }
+    // Control thread, while the streaming threads are being stopped: a producer that may wait
+    // for outside data (the network) gives up waiting.
+    virtual void unblock() {}
 
 protected:
     NativePinPtr addPin(const std::string& name, platform::PinDirection direction);
@@ -170,6 +173,8 @@ public:
     // Stream thread: a renderer has played out its end of stream (or a head failed).
     void postRendererEnd(AudioRenderer* renderer, uint64_t generation);
     void postError(uint64_t generation);
+    // Any thread: a renderer's device went away.
+    void postDeviceLost();
 
     // Pin operations, reached through NativePin.
     Status connectDirect(NativePin& out, NativePin& in);

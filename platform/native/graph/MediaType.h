@@ -27,7 +27,10 @@ struct PcmFormat {
 class ByteReader {
 public:
     virtual ~ByteReader() = default;
+    // The byte count, or -1 for a live stream.
     virtual int64_t size() const = 0;
+    // Whether earlier bytes can be read again (false: a network stream).
+    virtual bool seekable() const { return true; }
     // Reads up to `count` bytes at `offset`; returns the count read, 0 at the end, -1 on error.
     virtual int read(int64_t offset, uint8_t* destination, int count) = 0;
     virtual std::string path() const = 0;

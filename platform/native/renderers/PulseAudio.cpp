@@ -136,26 +136,36 @@ protected:
         attr.prebuf = 0; // play at once: the callback always writes, silence when it has nothing
         attr.minreq = uint32_t(-1);
         attr.fragsize = uint32_t(-1);
-        const auto flags = pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY | PA_STREAM_VARIABLE_RATE);
+        // A device the operator named is not swapped for another behind their back: when it
+        // goes, the stream fails and the graph reports the loss.
+        auto flags = pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY | PA_STREAM_VARIABLE_RATE);
+        if (!sink_.name.empty()) flags = pa_stream_flags_t(flags | PA_STREAM_DONT_MOVE);
         ok = pa_stream_connect_playback(stream_, sink_.name.empty() ? nullptr : sink_.name.c_str(),
                                         &attr, flags, nullptr, nullptr) >= 0;
         ok = ok && waitFor([&] {
                  auto s = pa_stream_get_state(stream_);
                  return s == PA_STREAM_READY ? 1 : (s == PA_STREAM_FAILED || s == PA_STREAM_TERMINATED) ? -1 : 0;
              });
+        if (ok) {
+            pa_stream_set_state_callback(stream_, &PulseRenderer::onStreamState, this);
+            pa_context_set_state_callback(context_, &PulseRenderer::onContextState, this);
+        }
         pa_threaded_mainloop_unlock(loop_);
         if (!ok) {
             closeDevice();
             return Status::failure(hr::NoAudioHardware, "The sound device " + name() + " cannot be opened.");
         }
         rate_ = rate;
+        lostReported_.store(false);
         return Status::success();
     }
 
     void closeDevice() override {
         if (!loop_) return;
         pa_threaded_mainloop_lock(loop_);
+        if (context_) pa_context_set_state_callback(context_, nullptr, nullptr);
         if (stream_) {
+            pa_stream_set_state_callback(stream_, nullptr, nullptr);
             pa_stream_set_write_callback(stream_, nullptr, nullptr);
             pa_stream_disconnect(stream_);
             pa_stream_unref(stream_);
@@ -204,7 +214,23 @@ private:
         pa_stream_write(stream, data, frames * self->frameBytes_, nullptr, 0, PA_SEEK_RELATIVE);
     }
 
+    static void onStreamState(pa_stream* stream, void* user) {
+        const auto state = pa_stream_get_state(stream);
+        if (state == PA_STREAM_FAILED || state == PA_STREAM_TERMINATED)
+            static_cast<PulseRenderer*>(user)->lost();
+    }
+    static void onContextState(pa_context* context, void* user) {
+        const auto state = pa_context_get_state(context);
+        if (state == PA_CONTEXT_FAILED || state == PA_CONTEXT_TERMINATED)
+            static_cast<PulseRenderer*>(user)->lost();
+    }
+    void lost() {
+        if (lostReported_.exchange(true)) return;
+        if (NativeGraph* g = graph()) g->postDeviceLost();
+    }
+
     SinkInfo sink_;
+    std::atomic<bool> lostReported_{false};
     pa_threaded_mainloop* loop_ = nullptr;
     pa_context* context_ = nullptr;
     pa_stream* stream_ = nullptr;
