@@ -445,6 +445,8 @@ TEST_F(NativeStreamSource, AnOpenThatHangsEndsByCancelRemovalOrTheGraphsEnd) {
 constexpr const char* kSourcePassword = "corvid-source";
 constexpr const char* kAdminPassword = "corvid-admin";
 constexpr const char* kMount = "/live.mp3";
+constexpr const char* kAacMount = "/live.aac";
+constexpr const char* kOggMount = "/live.ogg";
 constexpr double kIcecastTone = 0.5; // -6 dBFS
 
 // One icecast2 for the suite, on a free port with a private configuration, and an ffmpeg
@@ -469,7 +471,7 @@ public:
         {
             std::ofstream xml(dir_ + "/icecast.xml");
             xml << "<icecast>\n"
-                << " <limits><clients>20</clients><sources>2</sources><burst-size>65536</burst-size>"
+                << " <limits><clients>20</clients><sources>4</sources><burst-size>65536</burst-size>"
                 << "<source-timeout>10</source-timeout></limits>\n"
                 << " <authentication><source-password>" << kSourcePassword << "</source-password>"
                 << "<admin-user>admin</admin-user><admin-password>" << kAdminPassword
@@ -492,17 +494,27 @@ public:
         if (!pumpWait([&] { return !httpStatus(port_, "/status-json.xsl").empty(); })) return;
         const std::string tone = "aevalsrc=exprs=" + std::to_string(kIcecastTone) + "*sin(2*PI*1000*t)|" +
                                  std::to_string(kIcecastTone) + "*sin(2*PI*1000*t):s=44100";
-        source_ = std::make_unique<Child>(
-            std::vector<std::string>{"ffmpeg", "-nostdin", "-loglevel", "error", "-re", "-f", "lavfi", "-i", tone,
-                                     "-c:a", "libmp3lame", "-b:a", "128k", "-content_type", "audio/mpeg", "-f",
-                                     "mp3",
-                                     "icecast://source:" + std::string(kSourcePassword) + "@127.0.0.1:" +
-                                         std::to_string(port_) + kMount},
-            dir_ + "/source.out");
-        up_ = pumpWait([&] { return httpStatus(port_, kMount).find(" 200") != std::string::npos; });
+        // One mount per format the source decodes, each fed by its own source client.
+        const std::vector<std::vector<std::string>> encodings = {
+            {kMount, "libmp3lame", "audio/mpeg", "mp3"},
+            {kAacMount, "aac", "audio/aac", "adts"},
+            {kOggMount, "libvorbis", "application/ogg", "ogg"},
+        };
+        for (const auto& e : encodings)
+            sources_.push_back(std::make_unique<Child>(
+                std::vector<std::string>{"ffmpeg", "-nostdin", "-loglevel", "error", "-re", "-f", "lavfi", "-i",
+                                         tone, "-c:a", e[1], "-b:a", "128k", "-content_type", e[2], "-f", e[3],
+                                         "icecast://source:" + std::string(kSourcePassword) + "@127.0.0.1:" +
+                                             std::to_string(port_) + e[0]},
+                dir_ + "/source.out"));
+        up_ = pumpWait([&] {
+            for (const char* mount : {kMount, kAacMount, kOggMount})
+                if (httpStatus(port_, mount).find(" 200") == std::string::npos) return false;
+            return true;
+        });
     }
     ~Icecast() {
-        source_.reset();
+        sources_.clear();
         server_.reset();
     }
 
@@ -535,7 +547,8 @@ private:
     std::string dir_;
     int port_ = 0;
     bool up_ = false;
-    std::unique_ptr<Child> server_, source_;
+    std::unique_ptr<Child> server_;
+    std::vector<std::unique_ptr<Child>> sources_;
 };
 
 class StreamOnIcecast : public ::testing::Test {
@@ -625,6 +638,22 @@ TEST_F(StreamOnIcecast, ALiveStreamLoadsPlaysCarriesItsTitlesAndStops) {
     EXPECT_TRUE(pump([&] { return events_.vuPeaks.size() >= peaks + 10; }, 5000));
     player_->StopPlaying();
     load("");
+}
+
+TEST_F(StreamOnIcecast, AacAndOggStreamsPlayByTheirContentType) {
+    for (const char* mount : {kAacMount, kOggMount}) {
+        SCOPED_TRACE(mount);
+        events_.clear();
+        load(icecast_->address(mount));
+        ASSERT_EQ(player_->get_FileName(), icecast_->address(mount)) << player_->get_LastError();
+        EXPECT_EQ(events_.count("StreamBuffering: 100"), 1) << "opened at the first attempt";
+        player_->Play();
+        EXPECT_EQ(player_->get_Playstate(), MpPlaying);
+        EXPECT_TRUE(pump([&] { return events_.vuPeaks.size() >= 10; }, 5000));
+        EXPECT_TRUE(events_.endOfStreams.empty());
+        player_->StopPlaying();
+        load("");
+    }
 }
 
 TEST_F(StreamOnIcecast, AMountThatDoesNotExistFailsTheLoadWithTheServersAnswer) {

@@ -90,11 +90,13 @@ void StreamBuffer::skipToLive(size_t keep) {
     base_ += drop;
 }
 
-bool StreamBuffer::waitForBytes(size_t count) {
+bool StreamBuffer::waitForBytes(size_t count, std::chrono::steady_clock::time_point deadline) {
     std::unique_lock lock(mutex_);
-    wake_.wait(lock, [&] {
+    const auto done = [&] {
         return cancelled_ || finished_ || base_ + int64_t(data_.size()) >= int64_t(count);
-    });
+    };
+    if (deadline == std::chrono::steady_clock::time_point::max()) wake_.wait(lock, done);
+    else wake_.wait_until(lock, deadline, done);
     return !cancelled_;
 }
 

@@ -9,6 +9,7 @@
 
 #include "platform/native/graph/MediaType.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -50,8 +51,10 @@ public:
     void skipToLive(size_t keep);
 
     // --- readers ---
-    // Waits until `count` bytes have arrived in all, or no more can come. False if cancelled.
-    bool waitForBytes(size_t count);
+    // Waits until `count` bytes have arrived in all, no more can come, or `deadline`.
+    // False if cancelled.
+    bool waitForBytes(size_t count, std::chrono::steady_clock::time_point deadline =
+                                        std::chrono::steady_clock::time_point::max());
     // Reads at `offset` (moved forward when those bytes were dropped): up to `count` bytes,
     // waiting for at least one. 0 at the end, -1 when cancelled or interrupted.
     int read(int64_t& offset, uint8_t* destination, int count);

@@ -53,8 +53,13 @@ constexpr int kAnswerDeadlineMs = 20000;
 constexpr int kIdleDeadlineMs = 15000;
 // How often a connected session asks whether its filter is still in a graph.
 constexpr int kOrphanCheckMs = 1000;
-constexpr size_t kPrerollBytes = 32 * 1024;     // about 2 s at 128 kbit/s, before the probe
-constexpr size_t kRefillBytes = 16 * 1024;      // what ends a starvation while playing
+// The pre-roll before the probe: 32 kB (about 2 s at 128 kbit/s), or what came in the 2 s
+// after the first byte, so that a stream of few bytes per second opens as soon.
+constexpr size_t kPrerollBytes = 32 * 1024;
+constexpr auto kPrerollTime = std::chrono::seconds(2);
+// What ends a starvation while playing: 16 kB, or what came in 2 s.
+constexpr size_t kRefillBytes = 16 * 1024;
+constexpr auto kRefillTime = std::chrono::seconds(2);
 constexpr size_t kCapacityBytes = 2u << 20;     // the most of a stream ever held
 constexpr size_t kKeepBehindBytes = 256 * 1024; // for the probe's second look at the start
 constexpr size_t kReceiveBytes = 16 * 1024;
@@ -452,6 +457,7 @@ void NetworkStreamSource::runNetwork(std::shared_ptr<Session> s, std::weak_ptr<N
 
     int32_t reported = 0;  // the pre-roll's last report, then a starvation's
     bool starving = false;
+    Clock::time_point starvedAt;
     std::string lastMeta;
     icy::MetadataSplitter splitter(head.metaInterval);
     auto take = [&](const uint8_t* data, size_t size) {
@@ -479,8 +485,9 @@ void NetworkStreamSource::runNetwork(std::shared_ptr<Session> s, std::weak_ptr<N
             starving = false;
             return;
         }
+        if (!starving) starvedAt = Clock::now();
         const size_t unread = s->buffer->unread();
-        if (unread >= kRefillBytes) {
+        if (unread >= kRefillBytes || (unread > 0 && Clock::now() - starvedAt >= kRefillTime)) {
             if (s->buffer->endStarving()) buffering(-1);
             starving = false;
             return;
@@ -525,7 +532,8 @@ void NetworkStreamSource::runNetwork(std::shared_ptr<Session> s, std::weak_ptr<N
 }
 
 void NetworkStreamSource::runProbe(const std::shared_ptr<Session>& s, const std::weak_ptr<NativeFilter>& self) {
-    if (!s->buffer->waitForBytes(kPrerollBytes)) return; // cancelled
+    if (!s->buffer->waitForBytes(1) || !s->buffer->waitForBytes(kPrerollBytes, Clock::now() + kPrerollTime))
+        return; // cancelled
     std::vector<std::string> demuxers;
     Status failure;
     {
