@@ -1,6 +1,7 @@
 #include "platform/native/stream/StreamBuffer.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace corvid::native {
 
@@ -103,7 +104,11 @@ bool StreamBuffer::waitForBytes(size_t count, std::chrono::steady_clock::time_po
 int StreamBuffer::read(int64_t& offset, uint8_t* destination, int count) {
     std::unique_lock lock(mutex_);
     for (;;) {
-        if (cancelled_ || (live_ && interrupted_)) return -1;
+        if (cancelled_) return -1;
+        if (live_ && interrupted_) {
+            readCut_ = true;
+            return -1;
+        }
         offset = std::max(offset, base_);
         const int64_t end = base_ + int64_t(data_.size());
         if (offset < end && !starving_) {
@@ -138,14 +143,9 @@ int64_t StreamBuffer::readPosition() const {
     return std::max(readTo_, base_);
 }
 
-bool StreamBuffer::cancelled() const {
+bool StreamBuffer::takeReadCut() {
     std::lock_guard lock(mutex_);
-    return cancelled_;
-}
-
-bool StreamBuffer::interruptedOrCancelled() const {
-    std::lock_guard lock(mutex_);
-    return cancelled_ || interrupted_;
+    return std::exchange(readCut_, false);
 }
 
 void StreamBuffer::trimLocked() {

@@ -61,8 +61,8 @@ public:
     int64_t written() const;
     // Where a new reader starts: the first byte not read yet.
     int64_t readPosition() const;
-    bool cancelled() const;
-    bool interruptedOrCancelled() const;
+    // Whether a read failed because of interrupt() since the last call.
+    bool takeReadCut();
 
 private:
     void trimLocked();
@@ -76,6 +76,7 @@ private:
     int64_t readTo_ = 0;  // furthest offset read
     bool finished_ = false, cancelled_ = false, interrupted_ = false;
     bool live_ = false, starving_ = false;
+    bool readCut_ = false;
     std::function<void()> onStarve_;
 };
 

@@ -193,14 +193,15 @@ public:
     }
 
     Produced produce(uint64_t generation) override {
-        if (spent_ && !reopen()) return Produced::End;
+        // A stop that cut a read short leaves FFmpeg's reader at its end for good (even when
+        // the demuxer still made a packet of what it had): the next start opens the demuxer
+        // again at the live edge.
+        if (spent_ && !reopen()) return buffer_->takeReadCut() ? Produced::Data : Produced::End;
         auto packet = std::make_shared<Packet>();
         const bool more = demuxer_->read(packet->packet);
-        if (!more && buffer_->interruptedOrCancelled()) {
-            // A stop cut a read short, and FFmpeg's reader stays at its end after that: the
-            // next start opens the demuxer again at the live edge.
+        if (buffer_->takeReadCut()) {
             spent_ = true;
-            return buffer_->cancelled() ? Produced::End : Produced::Data;
+            return Produced::Data; // the graph is stopping
         }
         decoder_->decode(more ? packet->packet : nullptr,
                          [&](std::vector<uint8_t>&& pcm, double time) {
@@ -265,6 +266,7 @@ private:
 
     // ---- streaming thread ----
     bool reopen() {
+        buffer_->takeReadCut();
         std::unique_ptr<Demuxer> demuxer;
         buffer_->skipToLive(kPrerollBytes);
         auto view = std::make_shared<StreamView>(buffer_, buffer_->readPosition(), address_);
