@@ -131,7 +131,8 @@ void Player::LoadItem(const std::string& newNameArg) {
         UsingASFReaderAsFallback_ = false;
         if (logging()) Log("Setting filename = " + newName);
 
-        // 7. A write made by the host from inside that announcement and left busy wins.
+        // 7. A write the host made from inside that announcement and left busy (it failed):
+        //    this one gives way.
         if (loadBusy_) {
             Log("Filename: BUSY - quitting!");
             return;

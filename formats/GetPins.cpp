@@ -1,3 +1,6 @@
+// GetPins, with which every chain finds a filter's pins, and the two properties that say which
+// reader the current item was loaded into (the MP3 chain routes by them).
+
 #include "control/Player.h"
 
 namespace corvid {

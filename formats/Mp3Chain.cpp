@@ -91,20 +91,20 @@ bool Player::ConnectMp3Filters(platform::PinPtr& sourcePin, platform::PinPtr& sp
         if (!(usingWM || usingHalden)) return Mp3Next::SplitterRoute; // FLAC through another source
 
         clearErr();
-        RaisePlayerLogInfo("For " + fileName + ":" +
-                           "UsingWM or UsingHalden. Test connecting source pin (possibly via ACM) to render");
+        RaisePlayerLogInfo("For " + fileName +
+                           ":UsingWM or UsingHalden. Test connecting source pin (possibly via ACM) to render");
         removeGrabber();
         if (!trap(connect(sourcePin, renderIn))) {
-            RaisePlayerLogInfo("ConnectMp3Filters: " + std::string("For ") + fileName + ":" +
-                               "UsingWM or UsingHalden. Failed to connect source pin (possibly via acm) to render");
+            RaisePlayerLogInfo("ConnectMp3Filters: For " + fileName +
+                               ":UsingWM or UsingHalden. Failed to connect source pin (possibly via acm) to render");
             RaisePlayerLogInfo(PrintFilters(nullptr));
             return Mp3Next::CleanUp;
         }
         recreateGrabber();
         if (logging()) {
             RaisePlayerLogInfo("ConnectMp3Filters...");
-            RaisePlayerLogInfo("For " + fileName + ":" +
-                               "UsingWM or UsingHalden. OK, connected source pin (possibly via acm) to render");
+            RaisePlayerLogInfo("For " + fileName +
+                               ":UsingWM or UsingHalden. OK, connected source pin (possibly via acm) to render");
             RaisePlayerLogInfo(PrintFilters(MainGraphMan));
         }
         trap(disconnect(sourcePin));

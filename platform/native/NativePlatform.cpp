@@ -21,8 +21,8 @@ NativePlatform::NativePlatform(NativeOptions options)
 
 NativePlatform::~NativePlatform() {
     releaseProcessWide();
-    // Tasks still queued may hold graphs or helpers; they go with the loop's last owner.
-    loop_->processPending();
+    // Tasks still queued are dropped unrun with the loop: the objects they would report to
+    // are gone or going.
 }
 
 Status NativePlatform::createGraph(platform::GraphPtr& graph) {

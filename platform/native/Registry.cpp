@@ -16,7 +16,7 @@ using Input = FilterDescriptor::Input;
 constexpr const char* kLegacy = platform::category::LegacyFilters;
 
 // The demuxer names FFmpeg gives the containers each parser reads.
-const std::vector<std::string> kMpegAudio = {"mp3"};
+const std::vector<std::string> kMpegAudio = {"mp3", "mpeg"}; // MPEG audio, and MPEG-1 system streams
 const std::vector<std::string> kWave = {"wav"};
 const std::vector<std::string> kOgg = {"ogg"};
 const std::vector<std::string> kMp4 = {"mov,mp4,m4a,3gp,3g2,mj2"};

@@ -133,6 +133,7 @@ void makeMedia(const std::string& name) {
     if (name == "tone.wav") cmd = ff + tone + "-c:a pcm_s16le " + out;
     else if (name == "tone24.wav") cmd = ff + tone + "-c:a pcm_s24le " + out;
     else if (name == "tone.mp3") cmd = ff + tone + meta + "-c:a libmp3lame -b:a 192k " + out;
+    else if (name == "tone.mpg") cmd = ff + tone + "-c:a mp2 -b:a 192k -f mpeg " + out;
     else if (name == "tone.flac") cmd = ff + tone + meta + "-c:a flac " + out;
     else if (name == "tone.ogg") cmd = ff + tone + meta + "-c:a libvorbis -q:a 6 " + out;
     else if (name == "tone.m4a") cmd = ff + tone + meta + "-c:a aac -b:a 192k " + out;

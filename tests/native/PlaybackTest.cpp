@@ -135,6 +135,7 @@ INSTANTIATE_TEST_SUITE_P(
         FormatCase{"tone.wav", {"File Source (Async.)", "Wave Parser"}},
         FormatCase{"tone.mp3", {"File Source (Async.)", "MPEG-I Stream Splitter", "MPEG Layer-3 Decoder"}},
         FormatCase{"tone.mp3", {"Halden WM ASF Reader"}},
+        FormatCase{"tone.mpg", {"File Source (Async.)", "MPEG-I Stream Splitter", "MPEG Layer-3 Decoder"}},
         FormatCase{"tone.flac", {"Native FLAC Decoder"}},
         FormatCase{"tone.ogg", {"OggDSFMux2", "dsf Ogg Demuxer2+", "Xiph.Org Vorbis Decoder PLUS"}},
         FormatCase{"tone.m4a",
@@ -147,6 +148,29 @@ INSTANTIATE_TEST_SUITE_P(
             if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
         return n;
     });
+
+TEST_F(NativePlayback, ASeekBeforeRunStartsCompressedItemsWhereAsked) {
+    const std::pair<const char*, std::vector<std::string>> cases[] = {
+        {"tone.mp3", {"File Source (Async.)", "MPEG-I Stream Splitter", "MPEG Layer-3 Decoder"}},
+        {"tone.ogg", {"OggDSFMux2", "dsf Ogg Demuxer2+", "Xiph.Org Vorbis Decoder PLUS"}},
+        {"tone.m4a", {"File Source (Async.)", "GDCL Mpeg-4 Demultiplexor2", "Microsoft DTV-DVD Audio Decoder"}},
+        {"tone.flac", {"Native FLAC Decoder"}},
+    };
+    for (const auto& [file, chain] : cases) {
+        SCOPED_TRACE(file);
+        platform_->createGraph(graph_);
+        graph_->setEventHandler([this](GraphEvent e) { ends_ += e == GraphEvent::EndOfStream; });
+        ends_ = 0;
+        ASSERT_NO_FATAL_FAILURE(build(mediaPath(file), chain, renderer(kSinkADescription)));
+        ASSERT_TRUE(graph_->setCurrentPosition(1.2));
+        double position = 0;
+        graph_->currentPosition(position);
+        EXPECT_DOUBLE_EQ(position, 1.2);
+        const auto m = measureTone(playToEnd(kSinkA, 2), 2, 0, MonitorRecorder::kRate);
+        EXPECT_NEAR(m.loudSeconds, kToneSeconds - 1.2, 0.15);
+        EXPECT_NEAR(m.frequency, kToneHz, 10);
+    }
+}
 
 TEST_F(NativePlayback, VolumeMinus600LowersTheToneBySixDecibels) {
     ASSERT_NO_FATAL_FAILURE(build(mediaPath("tone.wav"), {"File Source (Async.)", "Wave Parser"},
@@ -200,6 +224,32 @@ TEST_F(NativePlayback, PitchShifterRateKeepsTheFrequencyAndShortensThePlayingTim
     double position = 0;
     graph_->currentPosition(position);
     EXPECT_NEAR(position, kToneSeconds, 0.25) << "the position counts media time";
+}
+
+TEST_F(NativePlayback, PitchShifterMovesThePitchByOctavesAndPassThroughLeavesItAlone) {
+    ASSERT_NO_FATAL_FAILURE(build(mediaPath("tone.wav"),
+                                  {"File Source (Async.)", "Wave Parser", "Brindle Pitch Shifter"},
+                                  renderer(kSinkADescription)));
+    FilterPtr shifter;
+    for (auto& f : graph_->filters())
+        if (f->name() == "Brindle Pitch Shifter") shifter = f;
+    auto* control = shifter->pitchShifter();
+    ASSERT_TRUE(control->setPitchSemitones(-12));
+    EXPECT_EQ(control->pitchSemitones(), -12);
+    auto m = measureTone(playToEnd(kSinkA, 2), 2, 0, MonitorRecorder::kRate);
+    EXPECT_NEAR(m.frequency, kToneHz / 2, 10);
+    EXPECT_NEAR(m.loudSeconds, kToneSeconds, 0.25);
+
+    ASSERT_TRUE(graph_->stop());
+    ASSERT_TRUE(graph_->setCurrentPosition(0));
+    ASSERT_TRUE(control->setRate(1.5));
+    ASSERT_TRUE(control->setPassThrough(true));
+    EXPECT_TRUE(control->passThrough());
+    ends_ = 0;
+    m = measureTone(playToEnd(kSinkA, 2), 2, 0, MonitorRecorder::kRate);
+    EXPECT_NEAR(m.frequency, kToneHz, 10);
+    EXPECT_NEAR(m.loudSeconds, kToneSeconds, 0.25);
+    EXPECT_FALSE(control->setRate(0));
 }
 
 TEST_F(NativePlayback, GraphRateSpeedsThePlayUpPitchAndAll) {

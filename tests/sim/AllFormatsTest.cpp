@@ -38,7 +38,8 @@ const Kind kKinds[] = {
 // The filters upstream of the device, from the source down.
 std::string chainBefore(const platform::PinPtr& renderIn) {
     std::string chain;
-    for (platform::PinPtr pin = renderIn; pin && pin->connectedTo();) {
+    platform::PinPtr pin = renderIn;
+    for (int step = 0; step < 16 && pin && pin->connectedTo(); ++step) {
         auto up = pin->connectedTo()->filter();
         chain = chain.empty() ? up->name() : up->name() + " > " + chain;
         platform::PinPtr upIn, upOut;

@@ -237,6 +237,18 @@ TEST_F(RoutingTest, ASpeakerPairGetsItsSurroundFilterInFrontOfTheCard) {
     EXPECT_EQ(player->GetMainSoundcard(), SurroundDevice);
 }
 
+TEST_F(RoutingTest, APairWithoutItsSurroundFilterIsReportedAndDoesNotPlayHalfRouted) {
+    sim->unregisterFilter("Sondrel 5-6");
+    const std::string pair = std::string(SurroundDevice) + " [5-6]";
+    EXPECT_TRUE(setMain(pair));
+    EXPECT_TRUE(boxShown("Critical error with surround sound support in Orvo 2012+ - reinstall me?",
+                         "Orvo 2012+ surround problem"));
+    EXPECT_FALSE(build(Mp3));
+    EXPECT_NE(player->get_LastError().find("7779 InsertSurroundFilter NEEDS a Surround in pin"), std::string::npos)
+        << player->get_LastError();
+    EXPECT_FALSE(pi().sourceFilter());
+}
+
 TEST_F(RoutingTest, AnUnknownOrOtherBracketedNameIsRefusedButRemembered) {
     EXPECT_FALSE(setMain(std::string(SurroundDevice) + " [9-10]"));
     EXPECT_EQ(player->GetMainSoundcard(), std::string(SurroundDevice) + " [9-10]");

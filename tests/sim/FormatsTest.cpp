@@ -119,7 +119,8 @@ protected:
     // The chain that stands upstream of the renderer, as "A > B > renderer".
     std::string chainToRenderer() {
         std::string chain;
-        for (PinPtr pin = in->soundCardInPin(); pin && pin->connectedTo();) {
+        PinPtr pin = in->soundCardInPin();
+        for (int step = 0; step < 16 && pin && pin->connectedTo(); ++step) {
             auto up = pin->connectedTo()->filter();
             chain = up->name() + " > " + chain;
             PinPtr upIn, upOut;
@@ -341,6 +342,20 @@ TEST_F(FormatsTest, WaveParserRejectingTheFileFailsWithTheConnectionError) {
     EXPECT_EQ(count("File Source (Async.)"), 0);
     EXPECT_EQ(a.source, nullptr);
     EXPECT_EQ(lastError(), "");
+}
+
+TEST_F(FormatsTest, WaveParserWithoutOutputFailsWithNoOperationError) {
+    makePlayer();
+    load("/m/c.wav");
+    sim::Fault noOutput;
+    noOutput.point = FaultPoint::PinAppears;
+    noOutput.subject = "Wave Parser";
+    sim->inject(noOutput);
+    Args a = args();
+    EXPECT_FALSE(wave(a, "/m/c.wav"));
+    EXPECT_TRUE(events.logged("ConnectWaveFilters:  No Wave Splitter Out Pin"));
+    EXPECT_TRUE(events.logged("ConnectWaveFilters Failed, with 0 "));
+    EXPECT_EQ(count("File Source (Async.)"), 0);
 }
 
 TEST_F(FormatsTest, WaveFailingAfterRemovingTheGrabberLeavesNone) {

@@ -52,7 +52,7 @@ public:
     }
 
     void flush(NativePin& in, double newPosition) override {
-        if (decoder_) decoder_->flush();
+        if (decoder_) decoder_->flush(newPosition);
         NativeFilter::flush(in, newPosition);
     }
 

@@ -49,7 +49,7 @@ public:
 
     Status seekTo(double seconds) override {
         if (!demuxer_) return Status::success();
-        decoder_->flush();
+        decoder_->flush(seconds);
         return demuxer_->seek(seconds);
     }
 

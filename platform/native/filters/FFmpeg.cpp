@@ -243,11 +243,12 @@ bool Demuxer::read(AVPacket* packet) {
 
 Status Demuxer::seek(double seconds) {
     if (pending_) av_packet_free(&pending_);
-    const AVStream* st = stream();
-    int64_t ts = int64_t(seconds / av_q2d(st->time_base));
-    if (st->start_time != AV_NOPTS_VALUE) ts += st->start_time;
-    int ret = av_seek_frame(format_, streamIndex_, ts, AVSEEK_FLAG_BACKWARD);
-    if (ret < 0) ret = av_seek_frame(format_, streamIndex_, ts, AVSEEK_FLAG_ANY);
+    // As the ffmpeg tools seek: in AV_TIME_BASE units over the whole container, landing at or
+    // before the target (every demuxer takes this form; a per-stream seek fails quietly in Ogg).
+    int64_t target = int64_t(seconds * AV_TIME_BASE);
+    if (format_->start_time != AV_NOPTS_VALUE) target += format_->start_time;
+    int ret = avformat_seek_file(format_, -1, INT64_MIN, target, target, 0);
+    if (ret < 0) ret = avformat_seek_file(format_, -1, INT64_MIN, target, INT64_MAX, 0);
     if (ret < 0) return Status::failure(hr::Fail, "Seek failed: " + ffmpegError(ret));
     return Status::success();
 }
@@ -292,10 +293,11 @@ AudioDecoder::~AudioDecoder() {
     avcodec_free_context(&context_);
 }
 
-void AudioDecoder::flush() {
+void AudioDecoder::flush(double from) {
     avcodec_flush_buffers(context_);
     swr_free(&swr_);
     swrRate_ = 0;
+    trimBefore_ = from;
 }
 
 void AudioDecoder::decode(const AVPacket* packet,
@@ -328,8 +330,9 @@ void AudioDecoder::decode(const AVPacket* packet,
             av_channel_layout_copy(&swrLayout_, &frame_->ch_layout);
         }
         double time = nextTime_;
-        if (frame_->best_effort_timestamp != AV_NOPTS_VALUE)
-            time = frame_->best_effort_timestamp * av_q2d(timeBase_);
+        const bool stamped = frame_->best_effort_timestamp != AV_NOPTS_VALUE;
+        if (stamped) time = frame_->best_effort_timestamp * av_q2d(timeBase_);
+        else trimBefore_ = -1; // without a time there is nothing to trim by
         const int capacity = swr_get_out_samples(swr_, samples);
         std::vector<uint8_t> bytes(size_t(std::max(capacity, 0)) * out_.channels * 4);
         uint8_t* outPlanes[1] = {bytes.data()};
@@ -338,6 +341,15 @@ void AudioDecoder::decode(const AVPacket* packet,
         av_frame_unref(frame_);
         if (produced <= 0) continue;
         bytes.resize(size_t(produced) * out_.channels * 4);
+        if (trimBefore_ >= 0) {
+            const double end = time + double(produced) / out_.rate;
+            if (end <= trimBefore_) continue; // wholly before the seek target
+            const auto skip = size_t(std::max(0.0, (trimBefore_ - time) * out_.rate));
+            bytes.erase(bytes.begin(), bytes.begin() + long(skip * out_.channels * 4));
+            if (skip > 0) time = trimBefore_;
+            trimBefore_ = -1;
+            if (bytes.empty()) continue;
+        }
         sink(std::move(bytes), time);
     }
 }

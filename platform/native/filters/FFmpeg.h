@@ -96,7 +96,9 @@ public:
     // Feeds one packet (nullptr drains) and hands each decoded block to `sink`.
     void decode(const AVPacket* packet,
                 const std::function<void(std::vector<uint8_t>&&, double time)>& sink);
-    void flush();
+    // Forgets the stream so far; with `from` >= 0 (after a seek, which lands on a packet or
+    // page at or before the target), drops what decodes before `from` seconds.
+    void flush(double from = -1);
 
 private:
     AudioDecoder() = default;
@@ -108,6 +110,7 @@ private:
     int swrRate_ = 0, swrFormat_ = -1;
     AVChannelLayout swrLayout_{};
     double nextTime_ = 0;
+    double trimBefore_ = -1;
 };
 
 // Converts interleaved PCM between formats, rates and channel counts.

@@ -128,8 +128,8 @@ public:
         return n;
     }
 
-    // Network thread. False when the queue is full (a reader that stopped reading).
-    bool append(const uint8_t* bytes, size_t n) {
+    // Network thread. A reader that falls further behind than the limit loses the oldest bytes.
+    void append(const uint8_t* bytes, size_t n) {
         {
             std::lock_guard lock(mutex);
             if (data.size() + n > kMaxQueuedBytes) {
@@ -140,13 +140,13 @@ public:
             data.insert(data.end(), bytes, bytes + n);
         }
         wake.notify_all();
-        return true;
     }
     size_t queued() {
         std::lock_guard lock(mutex);
         return size_t(base + int64_t(data.size()) - readTo);
     }
-    void set(bool StreamBytes::*flag, bool value) {
+    // Stored under the lock, so that a waiting reader cannot miss the change.
+    void set(std::atomic<bool> StreamBytes::*flag, bool value) {
         {
             std::lock_guard lock(mutex);
             this->*flag = value;
@@ -159,8 +159,9 @@ public:
     std::condition_variable wake;
     std::deque<uint8_t> data;
     int64_t base = 0, readTo = 0;
-    bool ended = false, cancelled = false, interrupted = false;
-    bool playing = false; // set once the stream is open: a dry spell after that is rebuffering
+    // Read without the lock by the network thread; see set().
+    std::atomic<bool> ended{false}, cancelled{false}, interrupted{false};
+    std::atomic<bool> playing{false}; // the stream is open: a dry spell now is rebuffering
     std::function<void(int)> onBuffering; // any thread; posts to the control thread
 };
 

@@ -199,9 +199,11 @@ Status NativeGraph::startStreaming(GraphState target) {
     endedRenderers_.clear();
     for (auto& f : filters_) {
         if (!f->isStreamHead()) continue;
-        f->seekTo(stoppedPosition_); // also rewinds a stream that ended before
         auto runner = std::make_unique<HeadRunner>();
         runner->filter = f.get();
+        // The first thing each head does is a seek to where the play starts: it rewinds a
+        // stream that ended before, and tells the chain where the play begins.
+        runner->seek = stoppedPosition_;
         runners_.push_back(std::move(runner));
     }
     for (auto& runner : runners_) {

@@ -48,6 +48,7 @@ Status AudioRenderer::activate() {
     else streamChannels_ = input_.channels;
     ring_.reset(size_t(input_.rate * kRingSeconds) * size_t(streamChannels_));
     mediaFrames_.store(0);
+    latency_.store(0);
     seeking_.store(false);
     Status s = openDevice(input_.rate, streamChannels_);
     if (s && rateFactor() != 1.0) applyRate(rateFactor());
@@ -114,12 +115,15 @@ void AudioRenderer::endOfStream(NativePin&, uint64_t generation) {
     // The end is reached when the device has taken the last sample, not when it was queued.
     const uint64_t last = ring_.written();
     while (generation == g->generation()) {
-        if (!ring_.flushPending() && ring_.consumed() >= last) {
-            g->postRendererEnd(this, generation);
-            return;
-        }
+        if (!ring_.flushPending() && ring_.consumed() >= last) break;
         std::this_thread::sleep_for(kProducerPoll);
     }
+    // And then until the device has played it out.
+    const auto heard = std::chrono::steady_clock::now() +
+                       std::chrono::duration<double>(latency_.load(std::memory_order_acquire));
+    while (generation == g->generation() && std::chrono::steady_clock::now() < heard)
+        std::this_thread::sleep_for(kProducerPoll);
+    if (generation == g->generation()) g->postRendererEnd(this, generation);
 }
 
 void AudioRenderer::flush(NativePin&, double newPosition) {
@@ -129,7 +133,16 @@ void AudioRenderer::flush(NativePin&, double newPosition) {
     seeking_.store(false, std::memory_order_release);
 }
 
+void AudioRenderer::setPaused(bool paused) {
+    // While paused the device plays out what it holds and then silence; the position stays
+    // where the pause found it.
+    pausedAt_ = -1;
+    if (paused) pausedAt_ = position();
+    paused_.store(paused, std::memory_order_release);
+}
+
 void AudioRenderer::markSeek(double seconds) {
+    if (pausedAt_ >= 0) pausedAt_ = seconds;
     seekPosition_.store(seconds);
     seeking_.store(true, std::memory_order_release);
     if (streamChannels_ == 0) basePosition_.store(seconds);
@@ -137,9 +150,13 @@ void AudioRenderer::markSeek(double seconds) {
 
 double AudioRenderer::position() const {
     if (seeking_.load(std::memory_order_acquire)) return seekPosition_.load();
+    if (pausedAt_ >= 0) return pausedAt_;
     const double base = basePosition_.load(std::memory_order_acquire);
     if (streamChannels_ == 0 || input_.rate <= 0 || ring_.flushPending()) return base;
-    return base + mediaFrames_.load(std::memory_order_acquire) / input_.rate;
+    // What the device took, less what it has not yet played.
+    const double taken = mediaFrames_.load(std::memory_order_acquire) / input_.rate;
+    const double pending = latency_.load(std::memory_order_acquire) * speed_.load() * rate_.load();
+    return base + std::max(0.0, taken - pending);
 }
 
 void AudioRenderer::setVolume(int32_t hundredthsDb) {

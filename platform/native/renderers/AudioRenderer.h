@@ -34,7 +34,7 @@ public:
     void setStartPosition(double seconds) { basePosition_.store(seconds); }
     void markSeek(double seconds);
     double position() const;
-    void setPaused(bool paused) { paused_.store(paused, std::memory_order_release); }
+    void setPaused(bool paused);
     void setVolume(int32_t hundredthsDb);
     void setRate(double rate);
     bool inputConnected() const;
@@ -50,6 +50,8 @@ protected:
     void render(float* out, size_t frames);
     // Device thread: takes `frames` frames and throws them away (the silent device).
     void discard(size_t frames);
+    // Device thread: how long what was handed over takes to reach the speakers.
+    void setDeviceLatency(double seconds) { latency_.store(seconds, std::memory_order_release); }
     int streamChannels() const { return streamChannels_; }
     int streamRate() const { return input_.rate; }
     double rateFactor() const { return rate_.load(std::memory_order_acquire); }
@@ -70,6 +72,8 @@ private:
     std::atomic<double> speed_{1.0};
     std::atomic<double> basePosition_{0};
     std::atomic<double> mediaFrames_{0}; // consumer's count since the last flush, in media frames
+    std::atomic<double> latency_{0};
+    double pausedAt_ = -1; // control thread: the position a pause holds (-1: not paused)
     std::atomic<bool> seeking_{false};
     std::atomic<double> seekPosition_{0};
 };

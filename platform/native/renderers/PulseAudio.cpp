@@ -138,7 +138,8 @@ protected:
         attr.fragsize = uint32_t(-1);
         // A device the operator named is not swapped for another behind their back: when it
         // goes, the stream fails and the graph reports the loss.
-        auto flags = pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY | PA_STREAM_VARIABLE_RATE);
+        auto flags = pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY | PA_STREAM_VARIABLE_RATE |
+                                       PA_STREAM_INTERPOLATE_TIMING | PA_STREAM_AUTO_TIMING_UPDATE);
         if (!sink_.name.empty()) flags = pa_stream_flags_t(flags | PA_STREAM_DONT_MOVE);
         ok = pa_stream_connect_playback(stream_, sink_.name.empty() ? nullptr : sink_.name.c_str(),
                                         &attr, flags, nullptr, nullptr) >= 0;
@@ -212,6 +213,10 @@ private:
         const size_t frames = size / self->frameBytes_;
         self->render(static_cast<float*>(data), frames);
         pa_stream_write(stream, data, frames * self->frameBytes_, nullptr, 0, PA_SEEK_RELATIVE);
+        pa_usec_t latency = 0;
+        int negative = 0;
+        if (pa_stream_get_latency(stream, &latency, &negative) == 0)
+            self->setDeviceLatency(negative ? 0.0 : double(latency) / 1e6);
     }
 
     static void onStreamState(pa_stream* stream, void* user) {
