@@ -138,6 +138,12 @@ int64_t StreamBuffer::written() const {
     return base_ + int64_t(data_.size());
 }
 
+std::string StreamBuffer::copyStart(size_t count) const {
+    std::lock_guard lock(mutex_);
+    if (base_ != 0) return {};
+    return std::string(data_.begin(), data_.begin() + int64_t(std::min(count, data_.size())));
+}
+
 int64_t StreamBuffer::readPosition() const {
     std::lock_guard lock(mutex_);
     return std::max(readTo_, base_);
@@ -160,11 +166,35 @@ void StreamBuffer::trimLocked() {
 }
 
 int StreamView::read(int64_t offset, uint8_t* destination, int count) {
+    const int64_t prefix = int64_t(prefix_.size());
+    if (offset < prefix) {
+        const int n = int(std::min<int64_t>(prefix - offset, count));
+        std::copy_n(prefix_.data() + offset, n, destination);
+        return n;
+    }
+    offset -= prefix;
     const int64_t wanted = origin_ + skipped_ + offset;
     int64_t at = wanted;
     const int n = buffer_->read(at, destination, count);
     skipped_ += at - wanted;
     return n;
+}
+
+size_t oggHeaderLength(const uint8_t* data, size_t size) {
+    constexpr size_t kPageHead = 27;
+    size_t at = 0;
+    while (at + kPageHead <= size && std::equal(data + at, data + at + 4, "OggS")) {
+        uint64_t granule = 0;
+        for (int i = 7; i >= 0; --i) granule = granule << 8 | data[at + 6 + size_t(i)];
+        if (granule != 0 && granule != ~uint64_t(0)) break; // the first page of audio
+        const size_t segments = data[at + 26];
+        if (at + kPageHead + segments > size) break;
+        size_t body = 0;
+        for (size_t i = 0; i < segments; ++i) body += data[at + kPageHead + i];
+        if (at + kPageHead + segments + body > size) break;
+        at += kPageHead + segments + body;
+    }
+    return at;
 }
 
 } // namespace corvid::native

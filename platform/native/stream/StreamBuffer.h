@@ -59,6 +59,8 @@ public:
     // waiting for at least one. 0 at the end, -1 when cancelled or interrupted.
     int read(int64_t& offset, uint8_t* destination, int count);
     int64_t written() const;
+    // The stream's first bytes, up to `count`, while they are still held (else empty).
+    std::string copyStart(size_t count) const;
     // Where a new reader starts: the first byte not read yet.
     int64_t readPosition() const;
     // Whether a read failed because of interrupt() since the last call.
@@ -80,12 +82,15 @@ private:
     std::function<void()> onStarve_;
 };
 
-// A demuxer's view of the buffer: offsets from where it started reading, as a ByteReader.
-// Used by one thread at a time (the probe, then the streaming thread).
+// A demuxer's view of the buffer: offsets from where it started reading, as a ByteReader,
+// after `prefix` (the codec headers of a stream that is opened again mid-way). Used by one
+// thread at a time (the probe, then the streaming thread).
 class StreamView final : public ByteReader {
 public:
-    StreamView(std::shared_ptr<StreamBuffer> buffer, int64_t origin, std::string address)
-        : buffer_(std::move(buffer)), origin_(origin), address_(std::move(address)) {}
+    StreamView(std::shared_ptr<StreamBuffer> buffer, int64_t origin, std::string address,
+               std::string prefix = {})
+        : buffer_(std::move(buffer)), origin_(origin), address_(std::move(address)),
+          prefix_(std::move(prefix)) {}
     int64_t size() const override { return -1; }
     bool seekable() const override { return false; }
     std::string path() const override { return address_; }
@@ -96,6 +101,11 @@ private:
     int64_t origin_;
     int64_t skipped_ = 0; // bytes the buffer dropped under this reader
     std::string address_;
+    std::string prefix_;
 };
+
+// The length of the Ogg pages at the start of `data` that carry codec headers (granule
+// position 0, or -1 for a page that ends no packet), or 0 when `data` is not Ogg.
+size_t oggHeaderLength(const uint8_t* data, size_t size);
 
 } // namespace corvid::native

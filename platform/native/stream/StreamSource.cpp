@@ -63,6 +63,7 @@ constexpr auto kRefillTime = std::chrono::seconds(2);
 constexpr size_t kCapacityBytes = 2u << 20;     // the most of a stream ever held
 constexpr size_t kKeepBehindBytes = 256 * 1024; // for the probe's second look at the start
 constexpr size_t kReceiveBytes = 16 * 1024;
+constexpr size_t kMaxHeaderPages = 64 * 1024; // an Ogg stream's codec headers, kept for a reopen
 // The duration by which a live stream is known (a year of minutes).
 constexpr double kLiveDurationSeconds = 525600.0;
 
@@ -249,9 +250,10 @@ private:
     }
 
     void opened(std::shared_ptr<Demuxer> demuxer, std::shared_ptr<AudioDecoder> decoder,
-                std::vector<std::string> demuxers) {
+                std::vector<std::string> demuxers, std::string headers) {
         demuxer_ = std::move(demuxer);
         demuxers_ = std::move(demuxers);
+        headers_ = std::move(headers);
         decoder_ = std::move(decoder);
         spent_ = false;
         played_ = false;
@@ -269,7 +271,7 @@ private:
         buffer_->takeReadCut();
         std::unique_ptr<Demuxer> demuxer;
         buffer_->skipToLive(kPrerollBytes);
-        auto view = std::make_shared<StreamView>(buffer_, buffer_->readPosition(), address_);
+        auto view = std::make_shared<StreamView>(buffer_, buffer_->readPosition(), address_, headers_);
         if (!Demuxer::open(view, demuxers_, demuxer)) return false;
         demuxer_ = std::shared_ptr<Demuxer>(demuxer.release());
         decoder_->flush();
@@ -296,6 +298,9 @@ private:
     std::shared_ptr<Session> session_;
     std::shared_ptr<StreamBuffer> buffer_;
     std::vector<std::string> demuxers_;
+    // An Ogg stream's codec header pages, which only its start carries: a demuxer opened
+    // again mid-way reads them first.
+    std::string headers_;
     NativePinPtr output_;
     // Streaming state: touched by the control thread only while no streaming thread runs.
     std::shared_ptr<Demuxer> demuxer_;
@@ -563,9 +568,11 @@ void NetworkStreamSource::runProbe(const std::shared_ptr<Session>& s, const std:
         fail(s->failure.ok() ? status : s->failure); // a network failure explains a short stream best
         return;
     }
+    const std::string start = s->buffer->copyStart(kMaxHeaderPages);
+    std::string headers = start.substr(0, oggHeaderLength(reinterpret_cast<const uint8_t*>(start.data()), start.size()));
     post(*s, self, [d = std::shared_ptr<Demuxer>(std::move(demuxer)), c = std::shared_ptr<AudioDecoder>(std::move(decoder)),
-                    demuxers](NetworkStreamSource& f) {
-        if (f.state_ == OpenState::Opening) f.opened(d, c, demuxers);
+                    demuxers, headers = std::move(headers)](NetworkStreamSource& f) mutable {
+        if (f.state_ == OpenState::Opening) f.opened(d, c, demuxers, std::move(headers));
     });
 }
 
