@@ -6,6 +6,7 @@
 #include "platform/Catalogue.h"
 #include "platform/native/filters/FFmpeg.h"
 #include "platform/native/filters/Filters.h"
+#include "platform/native/stream/StreamSource.h"
 
 namespace corvid::native {
 
@@ -62,7 +63,7 @@ std::vector<FilterDescriptor> buildList() {
         {"WM ASF READER", kLegacy, merit::DoNotUse, Input::None,
          [] { return makeDecodingSource("WM ASF Reader", kAsfReader); }},
         {"_DShowShoutCast", kLegacy, merit::DoNotUse, Input::None,
-         [] { return makeStreamSource("_DShowShoutCast"); }},
+         [] { return makeNetworkStreamSource("_DShowShoutCast"); }},
         {"ACM Wrapper", kLegacy, merit::Normal, Input::Pcm,
          [] { return makeConverter("ACM Wrapper", true); }},
         {"Brindle Format Converter", kLegacy, merit::Unlikely, Input::Pcm,
