@@ -1,4 +1,5 @@
 #include "platform/native/Helpers.h"
+#include "platform/native/renderers/AudioRenderer.h"
 
 #include "platform/native/filters/FFmpeg.h"
 #include "platform/native/filters/Filters.h"
@@ -70,11 +71,19 @@ void NativeGraphHelper::tick() {
     if (!events_) return;
     int32_t left = 0, right = 0;
     if (auto native = std::dynamic_pointer_cast<NativeGraph>(graph_)) {
-        for (auto& f : native->nativeFilters())
-            if (auto* grabber = dynamic_cast<SampleGrabberFilter*>(f.get())) {
-                grabber->takePeaks(left, right);
-                break;
-            }
+        // The meters read the sample grabber that audio passes through; where the chain
+        // leaves the grabber aside (streams go straight to the card), the renderer's own.
+        SampleGrabberFilter* grabber = nullptr;
+        AudioRenderer* renderer = nullptr;
+        for (auto& f : native->nativeFilters()) {
+            if (auto* g = dynamic_cast<SampleGrabberFilter*>(f.get()); g && !grabber && g->fed())
+                grabber = g;
+            if (auto* r = f->asRenderer(); r && !renderer) renderer = r;
+        }
+        if (grabber)
+            grabber->takePeaks(left, right);
+        else if (renderer)
+            renderer->takePeaks(left, right);
     }
     events_->threadEvent(left, right);
 }

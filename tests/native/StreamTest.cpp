@@ -755,9 +755,12 @@ TEST_F(StreamOnIcecast, ALiveStreamLoadsPlaysCarriesItsTitlesAndStops) {
     // A new title on the air reaches the host while it plays.
     ASSERT_TRUE(icecast_->setSong("Corvid Artist - Second Song"));
     EXPECT_TRUE(pump([&] { return sawTitle("Corvid Artist - Second Song"); }, 10000));
-    // The meters tick while it plays. (Their level is the sample grabber's, which the stream
-    // chain leaves unconnected: the source feeds the device directly.)
+    // The meters tick while it plays, with the tone's level: the stream chain leaves the sample
+    // grabber aside, so the helper meters what reaches the device.
     EXPECT_TRUE(pump([&] { return events_.vuPeaks.size() >= 20 && events_.timings.size() >= 20; }, 5000));
+    int32_t loudest = 0;
+    for (const auto& [left, right] : events_.vuPeaks) loudest = std::max({loudest, left, right});
+    EXPECT_NEAR(loudest, kIcecastTone * 32768, 32768 * 0.08);
     const float elapsed = player_->get_Elapsed();
     EXPECT_GT(elapsed, 0.5f) << "the play clock runs";
     EXPECT_TRUE(events_.endOfStreams.empty()) << "a live stream goes on";

@@ -30,6 +30,18 @@ NativeFilterPtr makeStreamSource(const std::string& name);
 NativeFilterPtr makeChannelRouter(const std::string& name, int pair);
 
 // Pass-through that keeps the per-channel peaks of what went through since the last read.
+// The loudest left and right sample seen since the last take, on the 16-bit scale; written
+// by the streaming thread, taken by the helper's ticker.
+class PeakKeeper {
+public:
+    void see(const Buffer& buffer);
+    void take(int32_t& left, int32_t& right);
+    void clear();
+
+private:
+    std::atomic<int32_t> left_{0}, right_{0};
+};
+
 class SampleGrabberFilter final : public NativeFilter {
 public:
     explicit SampleGrabberFilter(const std::string& name);
@@ -40,10 +52,12 @@ public:
 
     // Any thread: left and right peaks on the 16-bit scale (full scale 32768) since the last
     // call; mono counts for both.
-    void takePeaks(int32_t& left, int32_t& right);
+    void takePeaks(int32_t& left, int32_t& right) { peaks_.take(left, right); }
+    // Whether audio can reach it at all (its input is connected).
+    bool fed();
 
 private:
-    std::atomic<int32_t> left_{0}, right_{0};
+    PeakKeeper peaks_;
 };
 
 // The peak of each of the first two channels of interleaved PCM, on the 16-bit scale.

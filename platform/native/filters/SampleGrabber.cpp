@@ -51,22 +51,35 @@ std::vector<MediaType> SampleGrabberFilter::outputTypes(NativePin&, NativePin*) 
 }
 
 void SampleGrabberFilter::receive(NativePin&, Buffer& buffer) {
-    int32_t l = 0, r = 0;
-    measurePeaks(buffer.format, buffer.bytes.data(), buffer.frames(), l, r);
-    raiseTo(left_, l);
-    raiseTo(right_, r);
+    peaks_.see(buffer);
     deliverAll(buffer);
 }
 
 void SampleGrabberFilter::flush(NativePin& in, double newPosition) {
-    left_.store(0);
-    right_.store(0);
+    peaks_.clear();
     NativeFilter::flush(in, newPosition);
 }
 
-void SampleGrabberFilter::takePeaks(int32_t& left, int32_t& right) {
+bool SampleGrabberFilter::fed() {
+    auto in = firstInput();
+    return in && in->peer();
+}
+
+void PeakKeeper::see(const Buffer& buffer) {
+    int32_t l = 0, r = 0;
+    measurePeaks(buffer.format, buffer.bytes.data(), buffer.frames(), l, r);
+    raiseTo(left_, l);
+    raiseTo(right_, r);
+}
+
+void PeakKeeper::take(int32_t& left, int32_t& right) {
     left = left_.exchange(0);
     right = right_.exchange(0);
+}
+
+void PeakKeeper::clear() {
+    left_.store(0);
+    right_.store(0);
 }
 
 } // namespace corvid::native

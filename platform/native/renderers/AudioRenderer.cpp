@@ -91,6 +91,7 @@ void AudioRenderer::receive(NativePin&, Buffer& buffer) {
     NativeGraph* g = graph();
     if (!g || streamChannels_ == 0 || buffer.generation != g->generation()) return;
     if (buffer.format != input_) return; // a format change would need a reconnect
+    peaks_.see(buffer);
     toDeviceLayout(buffer);
     speed_.store(buffer.speed, std::memory_order_release);
     size_t offset = 0;

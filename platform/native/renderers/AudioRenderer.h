@@ -4,6 +4,7 @@
 // volume and the speaker-pair placement. Backends (PulseAudio, the silent clock-paced device)
 // open the device and call render() or discard() from their own thread.
 
+#include "platform/native/filters/Filters.h"
 #include "platform/native/graph/Graph.h"
 #include "platform/native/renderers/SpscRing.h"
 
@@ -39,6 +40,9 @@ public:
     void setRate(double rate);
     bool inputConnected() const;
     int deviceChannels() const { return deviceChannels_; }
+    // Any thread: the peaks of what reached this renderer since the last call. The helper
+    // meters here when no sample grabber carries the audio (the stream route bypasses it).
+    void takePeaks(int32_t& left, int32_t& right) { peaks_.take(left, right); }
 
 protected:
     // Control thread: open the device for float samples at `rate` with `channels`.
@@ -75,6 +79,7 @@ private:
     std::atomic<double> latency_{0};
     double pausedAt_ = -1; // control thread: the position a pause holds (-1: not paused)
     std::atomic<bool> seeking_{false};
+    PeakKeeper peaks_;
     std::atomic<double> seekPosition_{0};
 };
 
