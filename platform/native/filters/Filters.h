@@ -25,7 +25,6 @@ NativeFilterPtr makeConverter(const std::string& name, bool s16);
 NativeFilterPtr makePitchShifter(const std::string& name);
 NativeFilterPtr makePipeSender(const std::string& name);
 // The network stream source ("_DShowShoutCast"): HTTP/ICY in, decoded PCM out.
-NativeFilterPtr makeStreamSource(const std::string& name);
 // Stereo onto speaker pair `pair` (0 = 1-2 ... 3 = 7-8).
 NativeFilterPtr makeChannelRouter(const std::string& name, int pair);
 
