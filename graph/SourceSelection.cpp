@@ -115,10 +115,14 @@ bool Player::AddSourceFilter(const std::string& FileName, bool& bMustUseASFReade
         }
 
         // 12. The source's output pin. A route's own failure is the reason when no pin is found.
+        // A source that could not load its item offers no pin to start from, even where its
+        // platform shows the pin before a file is loaded.
         if (source) fSourceFilter = source;
         if (failure.number == 0) failure = Err;
         clearErr();
-        if (fSourceFilter) {
+        const bool loaded = fSourceFilter && (!fSourceFilter->isFileSource() ||
+                                              !fSourceFilter->fileName().empty());
+        if (loaded) {
             const bool windowsMediaStream = text::containsNoCase(fSourceFilter->name(), "icyx://");
             for (const auto& pin : fSourceFilter->pins()) {
                 if (!pin) continue;

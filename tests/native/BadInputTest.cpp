@@ -4,10 +4,12 @@
 
 #include "NativeTestSupport.h"
 
+#include "control/Player.h"
 #include "platform/native/Catalogue.h"
 
 #include <filesystem>
 
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace corvid::native::test {
@@ -112,6 +114,61 @@ TEST_F(NativeBadInput, AnUnreadableFileIsRefused) {
     std::filesystem::permissions(file, std::filesystem::perms::none);
     platform::GraphPtr graph;
     EXPECT_EQ(build(kChains[0], file, graph).number, hr::AccessDenied);
+}
+
+// What a host sees: the load of a bad item leaves no item and says why in LastError.
+std::string loadThroughPlayer(NativePlatform& platform, const std::string& file) {
+    Player player(platform);
+    bool allowed = false; // every source route open, the Windows Media reader included
+    player.put_ASFReaderBanned(allowed);
+    player.Init();
+    std::string item = file;
+    player.put_FileName(item);
+    return player.get_FileName().empty() ? player.get_LastError() : std::string();
+}
+
+TEST_F(NativeBadInput, APlayerGivesAReasonForEveryItemItCannotLoad) {
+    const std::string dir = workDir() + "/media/a-directory.mp3";
+    std::filesystem::create_directories(dir);
+    std::vector<std::string> files = {mediaPath("empty.mp3"), mediaPath("text.mp3"), dir,
+                                      workDir() + "/media/missing.mp3"};
+    for (const char* ext : {"wav", "mp3", "ogg", "m4a", "flac", "wma"})
+        files.push_back(mediaPath(std::string("trunc.") + ext));
+    for (const auto& file : files) {
+        SCOPED_TRACE(file);
+        EXPECT_FALSE(loadThroughPlayer(*platform_, file).empty()) << "a reason in LastError";
+    }
+}
+
+TEST_F(NativeBadInput, APlayerRefusesAnUnreadableFileWithAReason) {
+    const std::string file = workDir() + "/media/unreadable.wav";
+    std::filesystem::copy_file(mediaPath("tone.wav"), file, std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::permissions(file, std::filesystem::perms::none);
+    if (::geteuid() != 0) {
+        EXPECT_FALSE(loadThroughPlayer(*platform_, file).empty());
+        return;
+    }
+    // Root reads every file: the load runs in a child that has become "nobody".
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        if (::setgid(65534) != 0 || ::setuid(65534) != 0) ::_exit(3);
+        NativeOptions o = testOptions();
+        o.output = OutputBackend::Silent;
+        NativePlatform platform(o);
+        ::_exit(loadThroughPlayer(platform, file).empty() ? 1 : 0);
+    }
+    int status = 0;
+    for (int waited = 0; waited < 300 && ::waitpid(child, &status, WNOHANG) == 0; ++waited)
+        ::usleep(100 * 1000);
+    if (::waitpid(child, &status, WNOHANG) == 0) {
+        ::kill(child, SIGKILL);
+        ::waitpid(child, &status, 0);
+        FAIL() << "the load did not end";
+    }
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_NE(WEXITSTATUS(status), 3) << "could not become nobody";
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "the load failed without a reason, or succeeded";
 }
 
 TEST_F(NativeBadInput, DamageFurtherInPlaysToAnEndOrFailsCleanly) {
