@@ -266,27 +266,21 @@ void NativeGraph::quiesce() {
     if (state_ != GraphState::Stopped) stopStreaming();
 }
 
-Status NativeGraph::run() {
-    if (state_ == GraphState::Running) return Status::success();
+// Running and paused both stream; they differ only in whether the renderers consume.
+Status NativeGraph::enter(GraphState target) {
+    if (state_ == target) return Status::success();
     if (state_ == GraphState::Stopped) {
-        Status s = startStreaming(GraphState::Running);
+        Status s = startStreaming(target);
         if (!s) return s;
     }
-    for (auto* r : activeRenderers()) r->setPaused(false);
-    state_ = GraphState::Running;
+    for (auto* r : activeRenderers()) r->setPaused(target == GraphState::Paused);
+    state_ = target;
     return Status::success();
 }
 
-Status NativeGraph::pause() {
-    if (state_ == GraphState::Paused) return Status::success();
-    if (state_ == GraphState::Stopped) {
-        Status s = startStreaming(GraphState::Paused);
-        if (!s) return s;
-    }
-    for (auto* r : activeRenderers()) r->setPaused(true);
-    state_ = GraphState::Paused;
-    return Status::success();
-}
+Status NativeGraph::run() { return enter(GraphState::Running); }
+
+Status NativeGraph::pause() { return enter(GraphState::Paused); }
 
 Status NativeGraph::stop() {
     stopStreaming();

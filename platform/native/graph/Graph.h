@@ -192,6 +192,8 @@ private:
     void stopStreaming();
     // Before a topology change: data must not flow while pins change.
     void quiesce();
+    // Into Running or Paused, starting the streaming when stopped.
+    Status enter(platform::GraphState target);
     void headLoop(HeadRunner& runner);
     std::vector<AudioRenderer*> activeRenderers() const;
     void raise(platform::GraphEvent event);

@@ -118,11 +118,11 @@ protected:
             closeDevice();
             return Status::failure(hr::NoAudioHardware, "The sound server cannot be reached.");
         }
-        pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, uint32_t(rate), uint8_t(channels)};
+        pa_sample_spec sampleSpec{PA_SAMPLE_FLOAT32LE, uint32_t(rate), uint8_t(channels)};
         pa_channel_map map;
         if (!(pa_channel_map_parse(&map, sink_.channelMap.c_str()) && map.channels == channels))
             pa_channel_map_init_extend(&map, unsigned(channels), PA_CHANNEL_MAP_DEFAULT);
-        stream_ = pa_stream_new(context_, "Corvid player", &spec, &map);
+        stream_ = pa_stream_new(context_, "Corvid player", &sampleSpec, &map);
         if (!stream_) {
             pa_threaded_mainloop_unlock(loop_);
             closeDevice();
@@ -132,7 +132,7 @@ protected:
         pa_stream_set_write_callback(stream_, &PulseRenderer::onWrite, this);
         pa_buffer_attr attr;
         attr.maxlength = uint32_t(-1);
-        attr.tlength = uint32_t(pa_usec_to_bytes(kTargetLatencyMs * 1000, &spec));
+        attr.tlength = uint32_t(pa_usec_to_bytes(kTargetLatencyMs * 1000, &sampleSpec));
         attr.prebuf = 0; // play at once: the callback always writes, silence when it has nothing
         attr.minreq = uint32_t(-1);
         attr.fragsize = uint32_t(-1);
