@@ -255,16 +255,27 @@ ToneMeasure measureTone(const std::vector<float>& samples, int channels, int cha
     }
     m.loudSeconds = double(loudBlocks * block) / rate;
     if (first >= last) return m;
-    // Measure inside the loud part, away from its edges (fades of codecs, start-up).
+    // Measure inside the loud part, away from its edges (fades of codecs, start-up), and only
+    // over loud blocks: a dropout under a slow (sanitizer) build is not a change of pitch.
     const size_t margin = std::min(size_t(rate / 10), (last - first) / 4);
     const size_t from = first + margin, to = last - margin;
-    size_t crossings = 0;
-    for (size_t i = from + 1; i < to; ++i) {
-        const float a = samples[(i - 1) * channels + channel], b = samples[i * channels + channel];
-        if ((a < 0 && b >= 0)) ++crossings;
-        m.peak = std::max(m.peak, double(std::fabs(b)));
+    size_t crossings = 0, counted = 0;
+    for (size_t b = from; b + block <= to; b += block) {
+        double blockPeak = 0;
+        size_t blockCrossings = 0;
+        for (size_t i = b; i < b + block; ++i) {
+            const float x = samples[i * channels + channel];
+            const float before = samples[(i - 1) * channels + channel];
+            if (before < 0 && x >= 0) ++blockCrossings;
+            blockPeak = std::max(blockPeak, double(std::fabs(x)));
+        }
+        if (blockPeak < threshold) continue;
+        crossings += blockCrossings;
+        counted += block;
+        m.peak = std::max(m.peak, blockPeak);
     }
-    m.frequency = double(crossings) * rate / double(to - from - 1);
+    if (counted == 0) return m;
+    m.frequency = double(crossings) * rate / double(counted);
     return m;
 }
 
