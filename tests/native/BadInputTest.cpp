@@ -46,17 +46,10 @@ protected:
     // Builds `chain` for `file` up to the renderer; the first failure's Status, or success.
     platform::Status build(const Chain& chain, const std::string& file, platform::GraphPtr& graph) {
         platform_->createGraph(graph);
-        std::vector<platform::CatalogueEntryPtr> filters, devices;
-        platform_->catalogue().enumerate(platform::category::LegacyFilters, filters);
-        platform_->catalogue().enumerate(platform::category::AudioRenderers, devices);
-        auto make = [&](auto& list, const std::string& name) {
-            for (auto& e : list)
-                if (e->name() == name) {
-                    FilterPtr f;
-                    e->createIn(*graph, f);
-                    return f;
-                }
-            return FilterPtr();
+        const std::string filters = platform::category::LegacyFilters;
+        const std::string devices = platform::category::AudioRenderers;
+        auto make = [&](const std::string& category, const std::string& name) {
+            return createFilter(*platform_, *graph, name, category);
         };
         FilterPtr previous = make(filters, chain.filters.front());
         if (auto s = previous->setFileName(file); !s) return s;

@@ -30,16 +30,9 @@ protected:
     }
 
     FilterPtr create(const std::string& name, const std::string& category = platform::category::LegacyFilters) {
-        std::vector<platform::CatalogueEntryPtr> entries;
-        platform_->catalogue().enumerate(category, entries);
-        for (auto& e : entries)
-            if (e->name() == name) {
-                FilterPtr f;
-                EXPECT_TRUE(e->createIn(*graph_, f));
-                return f;
-            }
-        ADD_FAILURE() << "not registered: " << name;
-        return nullptr;
+        FilterPtr f = createFilter(*platform_, *graph_, name, category);
+        if (!f) ADD_FAILURE() << "not made: " << name;
+        return f;
     }
     FilterPtr device() { return create(kDefaultDeviceName, platform::category::AudioRenderers); }
     static PinPtr pin(const FilterPtr& f, PinDirection d) {

@@ -23,17 +23,10 @@ protected:
 
     // File Source -> Wave Parser -> grabber -> silent device.
     void buildWave(const std::string& file) {
-        std::vector<platform::CatalogueEntryPtr> filters, devices;
-        platform_->catalogue().enumerate(platform::category::LegacyFilters, filters);
-        platform_->catalogue().enumerate(platform::category::AudioRenderers, devices);
-        auto make = [&](auto& list, const std::string& name) {
-            for (auto& e : list)
-                if (e->name() == name) {
-                    FilterPtr f;
-                    e->createIn(*graph_, f);
-                    return f;
-                }
-            return FilterPtr();
+        const std::string filters = platform::category::LegacyFilters;
+        const std::string devices = platform::category::AudioRenderers;
+        auto make = [&](const std::string& category, const std::string& name) {
+            return createFilter(*platform_, *graph_, name, category);
         };
         auto source = make(filters, "File Source (Async.)");
         ASSERT_TRUE(source->setFileName(file));

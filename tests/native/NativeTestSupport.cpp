@@ -358,4 +358,17 @@ bool pumpUntil(NativePlatform& platform, const std::function<bool()>& done, int 
     return platform.loop().runUntil(done, timeoutMs);
 }
 
+platform::FilterPtr createFilter(NativePlatform& platform, platform::Graph& graph, const std::string& name,
+                                 const std::string& category) {
+    std::vector<platform::CatalogueEntryPtr> entries;
+    platform.catalogue().enumerate(category, entries);
+    for (auto& e : entries)
+        if (e->name() == name) {
+            platform::FilterPtr f;
+            e->createIn(graph, f);
+            return f;
+        }
+    return nullptr;
+}
+
 } // namespace corvid::native::test

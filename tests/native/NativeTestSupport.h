@@ -101,6 +101,11 @@ private:
     std::thread thread_;
 };
 
+// Makes the registered filter or device `name` in `graph`; empty when it is not registered
+// or cannot be made.
+platform::FilterPtr createFilter(NativePlatform& platform, platform::Graph& graph, const std::string& name,
+                                 const std::string& category = platform::category::LegacyFilters);
+
 // A platform on the private server, with the log kept.
 NativeOptions testOptions();
 

@@ -391,15 +391,9 @@ protected:
         platform_.reset();
     }
     FilterPtr create(const std::string& name, const std::string& category = platform::category::LegacyFilters) {
-        std::vector<platform::CatalogueEntryPtr> entries;
-        platform_->catalogue().enumerate(category, entries);
-        for (auto& e : entries)
-            if (e->name() == name) {
-                FilterPtr f;
-                EXPECT_TRUE(e->createIn(*graph_, f));
-                return f;
-            }
-        return nullptr;
+        FilterPtr f = createFilter(*platform_, *graph_, name, category);
+        EXPECT_TRUE(f) << name;
+        return f;
     }
     // Opens `address` and pumps until the open has an outcome (as the player's wait does).
     OpenState openAndWait(const FilterPtr& source, const std::string& address) {

@@ -34,29 +34,35 @@ std::shared_ptr<platform::Filter> NativePin::filter() const {
     return owner_ ? owner_->weak_from_this().lock() : nullptr;
 }
 
-Status NativePin::connectDirect(const std::shared_ptr<platform::Pin>& other) {
-    auto peer = std::dynamic_pointer_cast<NativePin>(other);
+// What any connection needs of the two pins: both alive, in one graph, of opposite
+// directions. On success `graph`, `out` and `in` name the graph and the pins in flow order.
+Status NativePin::pairWith(const std::shared_ptr<platform::Pin>& other, NativeGraph*& graph,
+                           NativePin*& out, NativePin*& in) {
+    auto* peer = dynamic_cast<NativePin*>(other.get());
     if (!peer) return Status::failure(hr::Pointer, "No pin to connect to.");
     if (!owner_ || !peer->owner_) return pinGone();
-    NativeGraph* g = owner_->graph();
-    if (!g || g != peer->owner_->graph())
+    graph = owner_->graph();
+    if (!graph || graph != peer->owner_->graph())
         return Status::failure(hr::NotInGraph, "Both filters must be in the same graph.");
     if (direction_ == peer->direction_)
         return Status::failure(hr::CannotConnect, "Two pins of the same direction cannot connect.");
-    return isInput() ? g->connectDirect(*peer, *this) : g->connectDirect(*this, *peer);
+    out = isInput() ? peer : this;
+    in = isInput() ? this : peer;
+    return Status::success();
+}
+
+Status NativePin::connectDirect(const std::shared_ptr<platform::Pin>& other) {
+    NativeGraph* g = nullptr;
+    NativePin *out = nullptr, *in = nullptr;
+    if (Status s = pairWith(other, g, out, in); !s) return s;
+    return g->connectDirect(*out, *in);
 }
 
 Status NativePin::connect(const std::shared_ptr<platform::Pin>& other) {
-    auto peer = std::dynamic_pointer_cast<NativePin>(other);
-    if (!peer) return Status::failure(hr::Pointer, "No pin to connect to.");
-    if (!owner_ || !peer->owner_) return pinGone();
-    NativeGraph* g = owner_->graph();
-    if (!g || g != peer->owner_->graph())
-        return Status::failure(hr::NotInGraph, "Both filters must be in the same graph.");
-    if (direction_ == peer->direction_)
-        return Status::failure(hr::CannotConnect, "Two pins of the same direction cannot connect.");
-    return isInput() ? g->connectIntelligent(*peer, *this, kIntelligentDepth)
-                     : g->connectIntelligent(*this, *peer, kIntelligentDepth);
+    NativeGraph* g = nullptr;
+    NativePin *out = nullptr, *in = nullptr;
+    if (Status s = pairWith(other, g, out, in); !s) return s;
+    return g->connectIntelligent(*out, *in, kIntelligentDepth);
 }
 
 Status NativePin::disconnect() {

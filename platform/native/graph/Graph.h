@@ -58,6 +58,8 @@ public:
     void deliverFlush(double newPosition);
 
 private:
+    Status pairWith(const std::shared_ptr<platform::Pin>& other, NativeGraph*& graph, NativePin*& out,
+                    NativePin*& in);
     friend class NativeGraph;
     friend class NativeFilter;
     NativeFilter* owner_; // the owner outlives its pins' use: it disconnects them when it goes
