@@ -7,36 +7,13 @@
 namespace corvid::text {
 
 namespace {
-char lower(char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); }
 char upper(char c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); }
 } // namespace
-
-std::string toLower(std::string_view s) {
-    std::string out(s);
-    std::transform(out.begin(), out.end(), out.begin(), lower);
-    return out;
-}
 
 std::string toUpper(std::string_view s) {
     std::string out(s);
     std::transform(out.begin(), out.end(), out.begin(), upper);
     return out;
-}
-
-bool equalsNoCase(std::string_view a, std::string_view b) {
-    return a.size() == b.size() &&
-           std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) { return lower(x) == lower(y); });
-}
-
-bool containsNoCase(std::string_view haystack, std::string_view needle) {
-    if (needle.empty()) return true;
-    auto it = std::search(haystack.begin(), haystack.end(), needle.begin(), needle.end(),
-                          [](char x, char y) { return lower(x) == lower(y); });
-    return it != haystack.end();
-}
-
-bool endsWithNoCase(std::string_view s, std::string_view suffix) {
-    return s.size() >= suffix.size() && equalsNoCase(s.substr(s.size() - suffix.size()), suffix);
 }
 
 std::string_view lastChars(std::string_view s, std::size_t n) {

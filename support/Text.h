@@ -2,16 +2,14 @@
 // Text helpers for the comparisons the player makes: names, extensions and keys compare
 // without regard to case (ASCII, as file names and filter names are).
 
+#include "platform/Text.h"
+
 #include <string>
 #include <string_view>
 
 namespace corvid::text {
 
-std::string toLower(std::string_view s);
 std::string toUpper(std::string_view s);
-bool equalsNoCase(std::string_view a, std::string_view b);
-bool containsNoCase(std::string_view haystack, std::string_view needle);
-bool endsWithNoCase(std::string_view s, std::string_view suffix);
 // The last n characters (all of s when shorter), as the extension tests take them.
 std::string_view lastChars(std::string_view s, std::size_t n);
 // "True" / "False", the words in which booleans are logged and stored.
