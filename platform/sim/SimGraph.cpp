@@ -38,12 +38,6 @@ std::string through(const FilterSpec& desc, const std::string& type) {
     return {};
 }
 
-bool acceptsInput(const FilterSpec& desc, const std::string& type) {
-    for (const auto& pin : desc.pins)
-        if (pin.direction == PinDirection::Input && matchesAny(pin.accepts, type)) return true;
-    return false;
-}
-
 bool isSource(const FilterSpec& desc) {
     return desc.kind == FilterKind::Source || desc.kind == FilterKind::StreamSource;
 }
@@ -385,8 +379,6 @@ Status createFilterIn(SimGraph& graph, const std::shared_ptr<detail::Registratio
 
 SimGraph::SimGraph(std::shared_ptr<detail::World> world, int id) : world_(std::move(world)), id_(id) {}
 
-const FilterSpec& SimGraph::Candidate::desc() const { return existing ? existing->desc() : reg->desc; }
-
 Status SimGraph::addInstance(const std::shared_ptr<detail::Registration>& reg,
                              const std::string& name, std::shared_ptr<SimFilter>& made) {
     made = std::make_shared<SimFilter>(world_, reg, name);
@@ -519,108 +511,61 @@ void SimGraph::unlink(const std::shared_ptr<SimPin>& pin) {
     if (auto f = in->simFilter()) f->refreshPins();
 }
 
-std::vector<SimGraph::Candidate> SimGraph::candidates(const SimFilter* upstream,
-                                                      const SimFilter* downstream) const {
-    std::vector<Candidate> result;
+std::vector<platform::ConnectCandidate> SimGraph::candidates(const platform::PinPtr& outPin,
+                                                             const platform::PinPtr& inPin) {
+    const auto out = std::static_pointer_cast<SimPin>(outPin);
+    const std::string type = out->mediaType();
+    if (type.empty()) return {};
+    const auto up = out->simFilter();
+    const auto down = std::static_pointer_cast<SimPin>(inPin)->simFilter();
+    std::vector<platform::ConnectCandidate> result;
     for (const auto& f : filters_) {
-        if (f.get() == upstream || f.get() == downstream || f->desc().kind != FilterKind::Transform)
+        if (f == up || f == down || f->desc().kind != FilterKind::Transform ||
+            through(f->desc(), type).empty())
             continue;
-        bool free = true, hasInput = false;
-        for (const auto& pin : f->pins_) {
-            if (!pin) continue;
-            if (pin->peer()) free = false;
-            if (pin->direction() == PinDirection::Input) hasInput = true;
-        }
-        if (free && hasInput) result.push_back({f, nullptr});
+        bool free = true;
+        for (const auto& pin : f->pins_)
+            if (pin && pin->peer()) free = false;
+        if (free) result.push_back({f, {}});
     }
     std::vector<std::shared_ptr<detail::Registration>> regs;
     for (const auto& r : world_->registrations)
         if (r->registered && r->desc.kind == FilterKind::Transform &&
             detail::equalsNoCase(r->desc.category, platform::category::LegacyFilters) &&
-            r->desc.merit > merit::DoNotUse)
+            r->desc.merit > merit::DoNotUse && !through(r->desc, type).empty())
             regs.push_back(r);
     std::stable_sort(regs.begin(), regs.end(),
                      [](const auto& a, const auto& b) { return a->desc.merit > b->desc.merit; });
-    for (const auto& r : regs) result.push_back({nullptr, r});
+    for (const auto& r : regs) result.push_back({nullptr, r->desc.displayName});
     return result;
 }
 
-bool SimGraph::tryChain(const std::vector<Candidate>& steps, const std::shared_ptr<SimPin>& out,
-                        const std::shared_ptr<SimPin>& in) {
-    std::vector<std::shared_ptr<SimFilter>> created;
-    std::vector<std::shared_ptr<SimPin>> joined;
-    auto rollback = [&] {
-        for (auto it = joined.rbegin(); it != joined.rend(); ++it)
-            if ((*it)->peer()) unlink(*it);
-        for (const auto& f : created) detach(f);
-        return false;
-    };
-    std::shared_ptr<SimPin> current = out;
-    for (std::size_t i = 0; i < steps.size(); ++i) {
-        auto f = steps[i].existing;
-        if (!f) {
-            if (!createFilterIn(*this, steps[i].reg, steps[i].reg->desc.nameInGraph(), f))
-                return rollback();
-            created.push_back(f);
-        }
-        std::shared_ptr<SimPin> fin;
-        for (const auto& pin : f->pins_)
-            if (pin && pin->direction() == PinDirection::Input && !pin->peer()) {
-                fin = pin;
-                break;
-            }
-        if (!fin || !join(current, fin)) return rollback();
-        joined.push_back(fin);
-        const auto& nextAccepts = i + 1 < steps.size() ? steps[i + 1].desc() : in->simFilter()->desc();
-        std::shared_ptr<SimPin> next;
-        for (const auto& pin : f->pins_) {
-            if (!pin || pin->direction() != PinDirection::Output || pin->peer()) continue;
-            auto type = pin->mediaType();
-            bool fits = i + 1 < steps.size() ? acceptsInput(nextAccepts, type)
-                                             : matchesAny(in->desc().accepts, type);
-            if (!type.empty() && fits) {
-                next = pin;
-                break;
-            }
-        }
-        if (!next) return rollback();
-        current = next;
-    }
-    if (!join(current, in)) return rollback();
-    return true;
+Status SimGraph::joinDirect(const platform::PinPtr& out, const platform::PinPtr& in) {
+    return join(std::static_pointer_cast<SimPin>(out), std::static_pointer_cast<SimPin>(in));
+}
+
+void SimGraph::part(const platform::PinPtr& in) {
+    auto pin = std::static_pointer_cast<SimPin>(in);
+    if (pin->peer()) unlink(pin);
+}
+
+Status SimGraph::place(const platform::ConnectCandidate& candidate, platform::FilterPtr& placed) {
+    auto reg = world_->registered(candidate.displayName);
+    if (!reg) return fail(detail::ClassNotRegistered, "Class not registered.");
+    std::shared_ptr<SimFilter> made;
+    if (auto s = createFilterIn(*this, reg, reg->desc.nameInGraph(), made); !s) return s;
+    placed = made;
+    return Status::success();
+}
+
+void SimGraph::withdraw(const platform::FilterPtr& placed) {
+    detach(std::static_pointer_cast<SimFilter>(placed));
 }
 
 Status SimGraph::connectIntelligently(const std::shared_ptr<SimPin>& out,
                                       const std::shared_ptr<SimPin>& in) {
     if (auto s = checkPair(out, in); !s) return s;
-    const std::string type = out->mediaType();
-    if (!type.empty() && matchesAny(in->desc().accepts, type))
-        if (join(out, in)) return Status::success();
-    const Status none = fail(hr::CannotConnect,
-                             "No combination of intermediate filters could be found to make the "
-                             "connection.");
-    if (type.empty()) return none;
-
-    const auto up = out->simFilter();
-    const auto down = in->simFilter();
-    const auto all = candidates(up.get(), down.get());
-    const auto& accepts = in->desc().accepts;
-    for (const auto& c : all) {
-        auto t1 = through(c.desc(), type);
-        if (!t1.empty() && matchesAny(accepts, t1) && tryChain({c}, out, in))
-            return Status::success();
-    }
-    for (const auto& c1 : all) {
-        auto t1 = through(c1.desc(), type);
-        if (t1.empty()) continue;
-        for (const auto& c2 : all) {
-            if (c2.existing && c2.existing == c1.existing) continue;
-            auto t2 = through(c2.desc(), t1);
-            if (!t2.empty() && matchesAny(accepts, t2) && tryChain({c1, c2}, out, in))
-                return Status::success();
-        }
-    }
-    return none;
+    return platform::connectIntelligently(*this, out, in);
 }
 
 Status SimGraph::renderPin(const std::shared_ptr<SimPin>& out) {

@@ -5,6 +5,7 @@
 //
 // Threads: control thread only, like the interfaces they implement.
 
+#include "platform/ConnectSearch.h"
 #include "platform/GraphHelper.h"
 #include "platform/MediaGraph.h"
 #include "platform/sim/SimTypes.h"
@@ -169,7 +170,9 @@ private:
     int cancelCount_ = 0;
 };
 
-class SimGraph : public platform::Graph, public std::enable_shared_from_this<SimGraph> {
+class SimGraph : public platform::Graph,
+                 private platform::ConnectSpace,
+                 public std::enable_shared_from_this<SimGraph> {
 public:
     SimGraph(std::shared_ptr<detail::World> world, int id);
 
@@ -204,9 +207,8 @@ public:
     // Posts an event of the graph's own to the event loop, as the native graph does.
     void postEvent(platform::GraphEvent event);
 
-    // Intelligent connect from an output pin to an input pin: directly when the types
-    // agree, else through at most two transforms, those already in the graph first, then
-    // registered ones by merit.
+    // Intelligent connect from an output pin to an input pin, by the platform's one search;
+    // the candidates are the transforms whose descriptors say they take what arrives.
     Status connectIntelligently(const std::shared_ptr<SimPin>& out,
                                 const std::shared_ptr<SimPin>& in);
     Status renderPin(const std::shared_ptr<SimPin>& out);
@@ -218,19 +220,20 @@ private:
     friend Status createFilterIn(SimGraph&, const std::shared_ptr<detail::Registration>&,
                                  const std::string&, std::shared_ptr<SimFilter>&);
 
-    struct Candidate {
-        std::shared_ptr<SimFilter> existing;
-        std::shared_ptr<detail::Registration> reg;
-        const FilterSpec& desc() const;
-    };
     Status checkPair(const std::shared_ptr<SimPin>& out, const std::shared_ptr<SimPin>& in) const;
     Status join(const std::shared_ptr<SimPin>& out, const std::shared_ptr<SimPin>& in);
     static void unlink(const std::shared_ptr<SimPin>& pin);
     // Takes a filter out without asking the faults: undoing the graph's own work.
     void detach(const std::shared_ptr<SimFilter>& f);
-    bool tryChain(const std::vector<Candidate>& steps, const std::shared_ptr<SimPin>& out,
-                  const std::shared_ptr<SimPin>& in);
-    std::vector<Candidate> candidates(const SimFilter* upstream, const SimFilter* downstream) const;
+
+    // ConnectSpace
+    std::vector<platform::ConnectCandidate> candidates(const platform::PinPtr& out,
+                                                       const platform::PinPtr& in) override;
+    Status joinDirect(const platform::PinPtr& out, const platform::PinPtr& in) override;
+    void part(const platform::PinPtr& in) override;
+    Status place(const platform::ConnectCandidate& candidate, platform::FilterPtr& placed) override;
+    void withdraw(const platform::FilterPtr& placed) override;
+
     void checkEnd();
 
     struct Route {
