@@ -2,17 +2,8 @@
 // The native settings store: one INI file per application name, under
 // $XDG_CONFIG_HOME/corvid/ (or ~/.config/corvid/).
 //
-//   ~/.config/corvid/orvo2010.ini        [Fenwick]
-//                                        NewGraphEveryTime=True
-//
-// File names are the application name in lower case, with every character other than a-z,
-// 0-9 and '-' written as '_' and two hex digits ("My App" -> "my_20app.ini"), so that names
-// differing only in case share a file and no name can leave the directory. Sections and
-// keys compare without regard to case; the spelling first written is kept.
-//
-// Values may hold any text: backslash, control characters (newline, ...), and in names '=',
-// '[', ']', ';', '#' are escaped, as are blanks at either end, so every value survives a
-// round trip while the file stays readable and editable by hand.
+// What the files hold, how values are escaped and how an application's file is named is the
+// pure text side (platform/native/IniText.h); this side keeps the files.
 //
 // Writes are read-modify-write under an exclusive flock on "<file>.lock", and replace the
 // file atomically (a temporary file in the same directory, fsync, rename, fsync of the

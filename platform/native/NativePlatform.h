@@ -10,9 +10,9 @@
 // own loop). The platform must outlive the players and graphs made over it.
 
 #include "platform/Platform.h"
-#include "platform/native/Catalogue.h"
+#include "platform/native/NativeCatalogue.h"
 #include "platform/native/EventLoop.h"
-#include "platform/native/Services.h"
+#include "platform/native/SystemServices.h"
 
 #include <functional>
 #include <memory>

@@ -5,7 +5,7 @@
 #include "NativeTestSupport.h"
 
 #include "control/Player.h"
-#include "platform/native/Catalogue.h"
+#include "platform/native/NativeCatalogue.h"
 
 #include <filesystem>
 

@@ -3,7 +3,7 @@
 
 #include "NativeTestSupport.h"
 
-#include "platform/native/Catalogue.h"
+#include "platform/native/NativeCatalogue.h"
 
 #include <algorithm>
 #include <filesystem>

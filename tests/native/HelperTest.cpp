@@ -3,7 +3,7 @@
 
 #include "NativeTestSupport.h"
 
-#include "platform/native/Catalogue.h"
+#include "platform/native/NativeCatalogue.h"
 
 namespace corvid::native::test {
 namespace {

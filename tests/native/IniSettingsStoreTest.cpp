@@ -1,7 +1,8 @@
-// The native settings store on a real file system: round trips, case, defaults, damaged
+// The settings text without a disk, then the store on a real file system: defaults, damaged
 // files, concurrent writers and a writer killed in the middle of its work.
 
 #include "platform/native/IniSettingsStore.h"
+#include "platform/native/IniText.h"
 
 #include <gtest/gtest.h>
 
@@ -55,53 +56,47 @@ protected:
     }
 };
 
-TEST_F(IniSettingsStoreTest, RoundTripsAnyTextInAReadableFile) {
-    IniSettingsStore store(dir.string());
+// The text alone: every value survives a round trip, names ignore case and keep their first
+// spelling, lines that are not ours stay.
+TEST(IniTextTest, RoundTripsAnyTextAndKeepsWhatItCannotRead) {
     const std::vector<std::pair<std::string, std::string>> entries = {
-        {"NewGraphEveryTime", "True"},
-        {"Deck A : PipeSenderDownstreamMute", "False"},
-        {"multi", "line one\nline two\r\nend"},
-        {"equals", "a=b=c"},
-        {"padded", "  both ends\t"},
-        {"escapes", "C:\\path\\n\\x41"},
-        {"empty", ""},
-        {"key=with[odd];#chars ", "[not a section]"},
-        {" ", "; not a comment"},
-        {"utf8", "Bj\xc3\xb6rk \xe2\x80\x94 J\xc3\xb3ga"},
-        {"control", std::string("a\x01z\x7f", 4)},
+        {"NewGraphEveryTime", "True"},        {"multi", "line one\nline two\r\nend"},
+        {"equals", "a=b=c"},                  {"padded", "  both ends\t"},
+        {"escapes", "C:\\path\\n\\x41"},      {"empty", ""},
+        {"key=with[odd];#chars ", "[not a section]"}, {" ", "; not a comment"},
+        {"utf8", "Bj\xc3\xb6rk \xe2\x80\x94 J\xc3\xb3ga"}, {"control", std::string("a\x01z\x7f", 4)},
     };
-    for (const auto& [k, v] : entries) ASSERT_TRUE(store.write("Orvo2010", "Fenwick", k, v).ok()) << k;
-    ASSERT_TRUE(store.write("Orvo2010", "odd]section=", "k", "v").ok());
+    std::string text;
+    for (const auto& [k, v] : entries) text = ini::withValue(text, "Fenwick", k, v);
+    text = ini::withValue(text, "odd]section=", "k", "v");
+    for (const auto& [k, v] : entries) EXPECT_EQ(ini::value(text, "Fenwick", k), v) << k;
+    EXPECT_EQ(ini::value(text, "odd]section=", "k"), "v");
+    EXPECT_EQ(text.rfind("[Fenwick]\nNewGraphEveryTime=True\nmulti=line one\\nline two\\r\\nend\n", 0), 0u)
+        << text;
 
-    IniSettingsStore again(dir.string());
-    for (const auto& [k, v] : entries) EXPECT_EQ(again.read("Orvo2010", "Fenwick", k, "<default>"), v) << k;
-    EXPECT_EQ(again.read("Orvo2010", "odd]section=", "k", ""), "v");
+    text = ini::withValue("", "Player-Settings", "Deck1 : PipeSenderDownstreamMute", "True");
+    EXPECT_EQ(ini::value(text, "player-settings", "DECK1 : pipesenderdownstreammute"), "True");
+    text = ini::withValue(text, "PLAYER-SETTINGS", "deck1 : PIPESENDERDOWNSTREAMMUTE", "False");
+    EXPECT_EQ(text, "[Player-Settings]\nDeck1 : PipeSenderDownstreamMute=False\n");
+    EXPECT_EQ(ini::value(text, "Other", "Deck1 : PipeSenderDownstreamMute"), std::nullopt);
 
-    const std::string text = slurp(dir / "orvo2010.ini");
-    EXPECT_EQ(text.rfind("[Fenwick]\nNewGraphEveryTime=True\n", 0), 0u) << text;
-    EXPECT_NE(text.find("multi=line one\\nline two\\r\\nend\n"), std::string::npos) << text;
+    const std::string damaged = "garbage line\n[Fenwick\nbad\\qescape=1\n[Fenwick]\n"
+                                "NewGraphEveryTime = True \n\\x=broken\n";
+    EXPECT_EQ(ini::value(damaged, "Fenwick", "NewGraphEveryTime"), "True");
+    EXPECT_EQ(ini::value(damaged, "Fenwick", "bad\\qescape"), std::nullopt);
+    EXPECT_NE(ini::withValue(damaged, "Fenwick", "NewGraphEveryTime", "False").find("garbage line\n"),
+              std::string::npos);
 }
 
-TEST_F(IniSettingsStoreTest, NamesIgnoreCaseAndKeepTheirFirstSpelling) {
-    IniSettingsStore store(dir.string());
-    ASSERT_TRUE(store.write("Orvo2020PLUS", "Player-Settings", "Deck1 : PipeSenderDownstreamMute", "True").ok());
-    EXPECT_EQ(store.read("ORVO2020plus", "player-settings", "DECK1 : pipesenderdownstreammute", ""), "True");
-    ASSERT_TRUE(store.write("orvo2020plus", "PLAYER-SETTINGS", "deck1 : PIPESENDERDOWNSTREAMMUTE", "False").ok());
-    EXPECT_EQ(store.read("Orvo2020PLUS", "Player-Settings", "Deck1 : PipeSenderDownstreamMute", ""), "False");
-    EXPECT_EQ(slurp(dir / "orvo2020plus.ini"),
-              "[Player-Settings]\nDeck1 : PipeSenderDownstreamMute=False\n");
-
-    // Application names become safe file names; distinct names stay distinct.
-    EXPECT_EQ(IniSettingsStore::fileNameFor("Corvid"), "corvid.ini");
-    EXPECT_EQ(IniSettingsStore::fileNameFor("My App"), "my_20app.ini");
-    EXPECT_EQ(IniSettingsStore::fileNameFor("../../etc/passwd"), "_2e_2e_2f_2e_2e_2fetc_2fpasswd.ini");
-    EXPECT_EQ(IniSettingsStore::fileNameFor(""), "_.ini");
-    EXPECT_NE(IniSettingsStore::fileNameFor("a_b"), IniSettingsStore::fileNameFor("a b"));
+TEST(IniTextTest, ApplicationNamesBecomeSafeDistinctFileNames) {
+    const std::pair<std::string, std::string> names[] = {
+        {"Corvid", "corvid.ini"}, {"My App", "my_20app.ini"}, {"", "_.ini"},
+        {"../../etc/passwd", "_2e_2e_2f_2e_2e_2fetc_2fpasswd.ini"}};
+    for (const auto& [application, file] : names) EXPECT_EQ(ini::fileNameFor(application), file);
+    EXPECT_NE(ini::fileNameFor("a_b"), ini::fileNameFor("a b"));
     const std::string longA(300, 'a'), longB = std::string(299, 'a') + "b";
-    EXPECT_LE(IniSettingsStore::fileNameFor(longA).size(), 255u);
-    EXPECT_NE(IniSettingsStore::fileNameFor(longA), IniSettingsStore::fileNameFor(longB));
-    ASSERT_TRUE(store.write("../escape", "s", "k", "v").ok());
-    EXPECT_TRUE(fs::exists(dir / IniSettingsStore::fileNameFor("../escape")));
+    EXPECT_LE(ini::fileNameFor(longA).size(), 255u);
+    EXPECT_NE(ini::fileNameFor(longA), ini::fileNameFor(longB));
 }
 
 TEST_F(IniSettingsStoreTest, AbsentValuesReadAsDefaultsWithoutWriting) {
@@ -112,6 +107,9 @@ TEST_F(IniSettingsStoreTest, AbsentValuesReadAsDefaultsWithoutWriting) {
     ASSERT_TRUE(store.write("Corvid", "Fenwick1", "Other", "x").ok());
     EXPECT_EQ(store.read("Corvid", "Fenwick1", "SilenceData", "40,30,-1"), "40,30,-1");
     EXPECT_EQ(store.read("Corvid", "Fenwick2", "Other", "d"), "d");
+    EXPECT_EQ(store.read("CORVID", "fenwick1", "OTHER", ""), "x") << "one file whatever the case";
+    ASSERT_TRUE(store.write("../escape", "s", "k", "v").ok());
+    EXPECT_TRUE(fs::exists(dir / "not-yet" / ini::fileNameFor("../escape")));
 }
 
 TEST_F(IniSettingsStoreTest, BaseDirectoryFollowsXdgConfigHome) {
@@ -136,14 +134,6 @@ TEST_F(IniSettingsStoreTest, DamagedFilesReadAsDefaults) {
     ASSERT_TRUE(store.write("Corvid", "Fenwick1", "Other", "x").ok());
     EXPECT_EQ(store.read("Corvid", "Fenwick1", "Other", ""), "x");
     EXPECT_TRUE(fs::exists(dir / "corvid.ini.corrupt"));
-
-    // Text with lines that mean nothing: the readable entries count, the rest is kept.
-    spit(dir / "orvo2010.ini", "garbage line\n[Fenwick\nbad\\qescape=1\n[Fenwick]\n"
-                               "NewGraphEveryTime = True \n\\x=broken\n");
-    EXPECT_EQ(store.read("Orvo2010", "Fenwick", "NewGraphEveryTime", ""), "True");
-    EXPECT_EQ(store.read("Orvo2010", "Fenwick", "bad\\qescape", "def"), "def");
-    ASSERT_TRUE(store.write("Orvo2010", "Fenwick", "NewGraphEveryTime", "False").ok());
-    EXPECT_NE(slurp(dir / "orvo2010.ini").find("garbage line\n"), std::string::npos);
 
     // Oversized.
     spit(dir / "big.ini", "[s]\nk=v\n" + std::string(5 * 1024 * 1024, 'x'));

@@ -9,7 +9,7 @@
 #include "NativeTestSupport.h"
 
 #include "control/Player.h"
-#include "platform/native/Catalogue.h"
+#include "platform/native/NativeCatalogue.h"
 #include "platform/native/filters/Filters.h"
 #include "platform/native/stream/Icy.h"
 #include "tests/sim/RecordingEvents.h"

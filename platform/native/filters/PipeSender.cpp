@@ -2,7 +2,7 @@
 // stream's own format, to a named pipe. The pipe never holds the stream up: without a
 // reader, or when the reader lags, the data for the pipe is dropped.
 
-#include "platform/native/Services.h"
+#include "platform/native/SystemServices.h"
 #include "platform/native/filters/Filters.h"
 #include "platform/native/filters/PassThrough.h"
 

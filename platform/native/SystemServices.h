@@ -1,6 +1,7 @@
 #pragma once
-// The native services outside the media graph: the tick counter, the operator and a settings
-// store kept in memory (for hosts and tests that want no files).
+// What the native runtime takes from the operating system outside the media graph: the steady
+// clock behind the tick counter, the operator (processes, files, messages on the log and stderr),
+// and a settings store kept in memory (for hosts and tests that want no files).
 
 #include "platform/Services.h"
 

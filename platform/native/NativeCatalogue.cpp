@@ -1,4 +1,4 @@
-#include "platform/native/Catalogue.h"
+#include "platform/native/NativeCatalogue.h"
 
 #include "platform/native/Registry.h"
 

@@ -1,4 +1,4 @@
-#include "platform/native/Services.h"
+#include "platform/native/SystemServices.h"
 
 #include <chrono>
 #include <cstdio>
