@@ -187,8 +187,19 @@ public:
     std::vector<NativeFilterPtr> nativeFilters() const { return filters_; }
     const std::shared_ptr<platform::EventLoop>& loop() const { return context_.loop; }
 
+    // Depth of an intelligent connect: parser, decoder, converter and one spare.
+    static constexpr int kIntelligentDepth = 4;
+
 private:
-    struct HeadRunner;
+    // One stream head's streaming thread and what the control thread asks of it.
+    struct HeadRunner {
+        NativeFilter* filter = nullptr;
+        std::thread thread;
+        std::mutex mutex;
+        std::condition_variable wake;
+        std::optional<double> seek;
+        bool stop = false;
+    };
 
     Status startStreaming(platform::GraphState target);
     void stopStreaming();
@@ -197,6 +208,8 @@ private:
     // Into Running or Paused, starting the streaming when stopped.
     Status enter(platform::GraphState target);
     void headLoop(HeadRunner& runner);
+    // Every stream head seeks to `seconds` on its own thread.
+    void seekStreaming(double seconds);
     std::vector<AudioRenderer*> activeRenderers() const;
     void raise(platform::GraphEvent event);
     std::string uniqueName(const std::string& name) const;

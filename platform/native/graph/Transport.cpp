@@ -1,0 +1,92 @@
+#include "platform/native/graph/Graph.h"
+
+#include "platform/native/renderers/AudioRenderer.h"
+
+#include <algorithm>
+
+// Transport and position: run, pause and stop, the position, the rate and the volume.
+
+namespace corvid::native {
+
+using platform::GraphState;
+
+// Running and paused both stream; they differ only in whether the renderers consume.
+Status NativeGraph::enter(GraphState target) {
+    if (state_ == target) return Status::success();
+    if (state_ == GraphState::Stopped) {
+        Status s = startStreaming(target);
+        if (!s) return s;
+    }
+    for (auto* r : activeRenderers()) r->setPaused(target == GraphState::Paused);
+    state_ = target;
+    return Status::success();
+}
+
+Status NativeGraph::run() { return enter(GraphState::Running); }
+
+Status NativeGraph::pause() { return enter(GraphState::Paused); }
+
+Status NativeGraph::stop() {
+    stopStreaming();
+    return Status::success();
+}
+
+Status NativeGraph::duration(double& seconds) {
+    seconds = 0;
+    for (auto& f : filters_) seconds = std::max(seconds, f->durationSeconds());
+    return Status::success();
+}
+
+Status NativeGraph::currentPosition(double& seconds) {
+    seconds = stoppedPosition_;
+    if (state_ == GraphState::Stopped) return Status::success();
+    auto renderers = activeRenderers();
+    if (!renderers.empty()) seconds = renderers.front()->position();
+    return Status::success();
+}
+
+Status NativeGraph::setCurrentPosition(double seconds) {
+    seconds = std::max(0.0, seconds);
+    double length = 0;
+    duration(length);
+    if (length > 0) seconds = std::min(seconds, length);
+    for (auto* r : activeRenderers()) r->markSeek(seconds);
+    if (state_ == GraphState::Stopped) {
+        stoppedPosition_ = seconds;
+        return Status::success();
+    }
+    generation_.fetch_add(1, std::memory_order_acq_rel);
+    endRaised_ = false;
+    endedRenderers_.clear();
+    seekStreaming(seconds);
+    return Status::success();
+}
+
+Status NativeGraph::rate(double& rate) {
+    rate = rate_;
+    return Status::success();
+}
+
+Status NativeGraph::setRate(double rate) {
+    if (!(rate >= 0.1 && rate <= 4.0))
+        return Status::failure(hr::InvalidArg, "The rate must lie between 0.1 and 4.");
+    rate_ = rate;
+    for (auto* r : activeRenderers()) r->setRate(rate);
+    return Status::success();
+}
+
+Status NativeGraph::volume(int32_t& hundredthsDb) {
+    hundredthsDb = volume_;
+    return Status::success();
+}
+
+Status NativeGraph::setVolume(int32_t hundredthsDb) {
+    if (hundredthsDb > 0 || hundredthsDb < -10000)
+        return Status::failure(hr::InvalidArg, "The volume must lie between -10000 and 0.");
+    volume_ = hundredthsDb;
+    for (auto& f : filters_)
+        if (auto* r = f->asRenderer()) r->setVolume(hundredthsDb);
+    return Status::success();
+}
+
+} // namespace corvid::native
