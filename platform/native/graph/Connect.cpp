@@ -57,55 +57,56 @@ Status NativeGraph::disconnectPin(NativePin& pin) {
     return Status::success();
 }
 
-Status NativeGraph::tryThrough(NativePin& out, NativePin& in, NativeFilter& candidate, int depth) {
-    for (auto& candIn : std::vector<NativePinPtr>(candidate.nativePins())) {
-        if (!candIn->isInput() || candIn->peer()) continue;
-        if (!connectDirect(out, *candIn)) continue;
-        for (auto& candOut : std::vector<NativePinPtr>(candidate.nativePins())) {
-            if (candOut->isInput() || candOut->peer()) continue;
-            if (connectIntelligent(*candOut, in, depth - 1)) return Status::success();
-        }
-        disconnectPin(*candIn);
-    }
-    return Status::failure(hr::CannotConnect, "no route");
-}
-
-Status NativeGraph::connectIntelligent(NativePin& out, NativePin& in, int depth) {
-    Status direct = connectDirect(out, in);
-    if (direct || direct.number == hr::AlreadyConnected || depth <= 0) return direct;
-
-    // Filters already standing in the graph come first, as free intermediates.
-    for (auto& f : std::vector<NativeFilterPtr>(filters_)) {
+std::vector<platform::ConnectCandidate> NativeGraph::candidates(const platform::PinPtr& outPin,
+                                                                const platform::PinPtr& inPin) {
+    auto& out = static_cast<NativePin&>(*outPin);
+    auto& in = static_cast<NativePin&>(*inPin);
+    std::vector<platform::ConnectCandidate> result;
+    for (auto& f : filters_) {
         if (f.get() == out.owner_ || f.get() == in.owner_ || f->asRenderer()) continue;
         bool busy = false;
         for (auto& p : f->nativePins()) busy = busy || p->peer() != nullptr;
-        if (busy) continue;
-        if (tryThrough(out, in, *f, depth)) return Status::success();
+        if (!busy) result.push_back({f, {}});
     }
-
-    // Then registered transforms, highest merit first, that take what the pin offers.
     auto offered = out.owner_->outputTypes(out, nullptr);
-    if (offered.empty()) return direct;
+    if (offered.empty()) return result;
     FilterDescriptor::Input kind = FilterDescriptor::Input::Pcm;
     switch (offered.front().kind) {
     case MediaType::Kind::ByteStream: kind = FilterDescriptor::Input::ByteStream; break;
     case MediaType::Kind::Compressed: kind = FilterDescriptor::Input::Compressed; break;
     case MediaType::Kind::Pcm: kind = FilterDescriptor::Input::Pcm; break;
     }
-    std::vector<const FilterDescriptor*> candidates;
+    std::vector<const FilterDescriptor*> registered;
     for (auto& d : registeredFilters())
-        if (d.merit > merit::DoNotUse && d.input == kind) candidates.push_back(&d);
-    std::stable_sort(candidates.begin(), candidates.end(),
+        if (d.merit > merit::DoNotUse && d.input == kind) registered.push_back(&d);
+    std::stable_sort(registered.begin(), registered.end(),
                      [](auto* a, auto* b) { return a->merit > b->merit; });
-    for (auto* d : candidates) {
-        auto filter = d->factory();
-        if (!filter || !addFilter(filter, instanceName(*d))) continue;
-        if (tryThrough(out, in, *filter, depth)) return Status::success();
-        removeFilter(filter);
+    for (auto* d : registered) result.push_back({nullptr, d->displayName});
+    return result;
+}
+
+Status NativeGraph::joinDirect(const platform::PinPtr& out, const platform::PinPtr& in) {
+    return connectDirect(static_cast<NativePin&>(*out), static_cast<NativePin&>(*in));
+}
+
+void NativeGraph::part(const platform::PinPtr& in) { disconnectPin(static_cast<NativePin&>(*in)); }
+
+Status NativeGraph::place(const platform::ConnectCandidate& candidate, platform::FilterPtr& placed) {
+    for (auto& d : registeredFilters()) {
+        if (candidate.displayName != d.displayName) continue;
+        auto filter = d.factory();
+        if (!filter) break;
+        if (Status s = addFilter(filter, instanceName(d)); !s) return s;
+        placed = filter;
+        return Status::success();
     }
-    return Status::failure(hr::CannotConnect,
-                           "No combination of intermediate filters could be found to connect " +
-                               out.owner_->name() + " to " + in.owner_->name() + ".");
+    return Status::failure(hr::CannotConnect, candidate.displayName + " cannot be made.");
+}
+
+void NativeGraph::withdraw(const platform::FilterPtr& placed) { removeFilter(placed); }
+
+Status NativeGraph::connectIntelligent(NativePin& out, NativePin& in) {
+    return platform::connectIntelligently(*this, out.shared_from_this(), in.shared_from_this());
 }
 
 Status NativeGraph::renderPin(NativePin& out) {
@@ -113,14 +114,14 @@ Status NativeGraph::renderPin(NativePin& out) {
     for (auto& f : std::vector<NativeFilterPtr>(filters_)) {
         if (!f->asRenderer()) continue;
         for (auto& in : f->nativePins())
-            if (in->isInput() && !in->peer() && connectIntelligent(out, *in, kIntelligentDepth))
+            if (in->isInput() && !in->peer() && connectIntelligent(out, *in))
                 return Status::success();
     }
     if (context_.makeDefaultRenderer) {
         auto renderer = context_.makeDefaultRenderer();
         if (renderer && addFilter(renderer, renderer->name())) {
             for (auto& in : std::vector<NativePinPtr>(renderer->nativePins()))
-                if (in->isInput() && connectIntelligent(out, *in, kIntelligentDepth))
+                if (in->isInput() && connectIntelligent(out, *in))
                     return Status::success();
             removeFilter(renderer);
         }

@@ -10,6 +10,7 @@
 // first. The streaming threads only call the streaming members (receive, endOfStream, flush,
 // produce) and post the graph's events to the event loop.
 
+#include "platform/ConnectSearch.h"
 #include "platform/MediaGraph.h"
 #include "platform/Services.h"
 #include "platform/native/graph/MediaType.h"
@@ -144,7 +145,9 @@ struct GraphContext {
     std::function<NativeFilterPtr()> makeDefaultRenderer;
 };
 
-class NativeGraph final : public platform::Graph, public std::enable_shared_from_this<NativeGraph> {
+class NativeGraph final : public platform::Graph,
+                          private platform::ConnectSpace,
+                          public std::enable_shared_from_this<NativeGraph> {
 public:
     explicit NativeGraph(GraphContext context);
     ~NativeGraph() override;
@@ -180,15 +183,13 @@ public:
 
     // Pin operations, reached through NativePin.
     Status connectDirect(NativePin& out, NativePin& in);
-    Status connectIntelligent(NativePin& out, NativePin& in, int depth);
+    // Intelligent connect, by the platform's one search over this graph's candidates.
+    Status connectIntelligent(NativePin& out, NativePin& in);
     Status disconnectPin(NativePin& pin);
     Status renderPin(NativePin& out);
 
     std::vector<NativeFilterPtr> nativeFilters() const { return filters_; }
     const std::shared_ptr<platform::EventLoop>& loop() const { return context_.loop; }
-
-    // Depth of an intelligent connect: parser, decoder, converter and one spare.
-    static constexpr int kIntelligentDepth = 4;
 
 private:
     // One stream head's streaming thread and what the control thread asks of it.
@@ -213,7 +214,15 @@ private:
     std::vector<AudioRenderer*> activeRenderers() const;
     void raise(platform::GraphEvent event);
     std::string uniqueName(const std::string& name) const;
-    Status tryThrough(NativePin& out, NativePin& in, NativeFilter& candidate, int depth);
+
+    // ConnectSpace: free filters standing in the graph, then registered transforms whose
+    // input takes the kind of media the pin offers, highest merit first.
+    std::vector<platform::ConnectCandidate> candidates(const platform::PinPtr& out,
+                                                       const platform::PinPtr& in) override;
+    Status joinDirect(const platform::PinPtr& out, const platform::PinPtr& in) override;
+    void part(const platform::PinPtr& in) override;
+    Status place(const platform::ConnectCandidate& candidate, platform::FilterPtr& placed) override;
+    void withdraw(const platform::FilterPtr& placed) override;
 
     GraphContext context_;
     platform::GraphState state_ = platform::GraphState::Stopped;

@@ -49,7 +49,7 @@ Status NativePin::connect(const std::shared_ptr<platform::Pin>& other) {
     NativeGraph* g = nullptr;
     NativePin *out = nullptr, *in = nullptr;
     if (Status s = pairWith(other, g, out, in); !s) return s;
-    return g->connectIntelligent(*out, *in, NativeGraph::kIntelligentDepth);
+    return g->connectIntelligent(*out, *in);
 }
 
 Status NativePin::disconnect() {
