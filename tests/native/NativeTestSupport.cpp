@@ -23,85 +23,24 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string shellQuote(const std::string& s) {
-    std::string out = "'";
-    for (char c : s) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return out + "'";
-}
-
-// The private server lives for the whole test run; it is killed at the end.
+// The private server of the test run: ctest starts it before the native tests (the
+// sound-server.sh fixture); a binary run by hand starts one itself and stops it at its end.
 class SoundServerEnvironment final : public ::testing::Environment {
 public:
     void SetUp() override {
-        std::error_code ec;
-        fs::remove_all(workDir() + "/pulse", ec);
-        fs::create_directories(workDir() + "/pulse/home", ec);
-        fs::create_directories(workDir() + "/pulse/runtime", ec);
-        fs::create_directories(workDir() + "/pulse/state", ec);
-        fs::create_directories(workDir() + "/pulse/config", ec);
-        ::chmod((workDir() + "/pulse/runtime").c_str(), 0700);
-        const std::string socket = workDir() + "/pulse/native";
-        {
-            std::ofstream script(workDir() + "/pulse/server.pa");
-            script << "load-module module-native-protocol-unix socket=" << socket << " auth-anonymous=1\n"
-                   << "load-module module-null-sink sink_name=" << kSinkA << " channels=2 rate=48000"
-                   << " sink_properties=device.description=Corvid_Test_A\n"
-                   << "load-module module-null-sink sink_name=" << kSinkB << " channels=2 rate=48000"
-                   << " sink_properties=device.description=Corvid_Test_B\n"
-                   << "load-module module-null-sink sink_name=" << kSink8 << " channels=8 rate=48000"
-                   << " channel_map=front-left,front-right,rear-left,rear-right,front-center,lfe,side-left,side-right"
-                   << " sink_properties=device.description=Corvid_Test_8ch\n"
-                   << "set-default-sink " << kSinkA << "\n";
-        }
-        ::setenv("HOME", (workDir() + "/pulse/home").c_str(), 1);
-        ::setenv("XDG_RUNTIME_DIR", (workDir() + "/pulse/runtime").c_str(), 1);
-        ::setenv("XDG_STATE_HOME", (workDir() + "/pulse/state").c_str(), 1);
-        ::setenv("XDG_CONFIG_HOME", (workDir() + "/pulse/config").c_str(), 1);
-        ::setenv("PULSE_SERVER", ("unix:" + socket).c_str(), 1);
-        pid_ = ::fork();
-        if (pid_ == 0) {
-            const std::string log = workDir() + "/pulse/server.log";
-            std::freopen(log.c_str(), "w", stdout);
-            std::freopen(log.c_str(), "a", stderr);
-            const std::string script = workDir() + "/pulse/server.pa";
-            ::execlp("pulseaudio", "pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1",
-                     "--use-pid-file=no", "--disallow-exit", "-F", script.c_str(), (char*)nullptr);
-            ::_exit(127);
-        }
-        for (int i = 0; i < 100 && !up_; ++i) { // at most 10 s
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            up_ = runCommand("pactl info > /dev/null 2>&1", 5) == 0 &&
-                  runCommand("pactl list short sinks | grep -q " + std::string(kSink8), 5) == 0;
-        }
-        serverUp() = up_;
-        // An idle null sink runs seconds ahead of real time, and a new stream would wait that
-        // long for its first request; silent players keep every sink awake at low latency.
-        for (const char* sink : {kSinkA, kSinkB, kSink8}) {
-            pid_t p = ::fork();
-            if (p == 0) {
-                const std::string device = std::string("--device=") + sink;
-                ::execlp("pacat", "pacat", "--playback", device.c_str(), "--raw", "--latency-msec=20",
-                         "--format=s16le", "--channels=1", "--rate=8000", "/dev/zero", (char*)nullptr);
-                ::_exit(127);
-            }
-            keepAwake_.push_back(p);
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+        const std::string dir = workDir() + "/pulse";
+        ::setenv("HOME", (dir + "/home").c_str(), 1);
+        ::setenv("XDG_RUNTIME_DIR", (dir + "/runtime").c_str(), 1);
+        ::setenv("XDG_STATE_HOME", (dir + "/state").c_str(), 1);
+        ::setenv("XDG_CONFIG_HOME", (dir + "/config").c_str(), 1);
+        ::setenv("PULSE_SERVER", ("unix:" + dir + "/native").c_str(), 1);
+        serverUp() = answers();
+        if (serverUp()) return;
+        owned_ = true;
+        serverUp() = script("start") == 0 && answers();
     }
     void TearDown() override {
-        for (pid_t p : keepAwake_) {
-            ::kill(p, SIGKILL);
-            ::waitpid(p, nullptr, 0);
-        }
-        if (pid_ > 0) {
-            ::kill(pid_, SIGTERM);
-            for (int i = 0; i < 50; ++i) {
-                if (::waitpid(pid_, nullptr, WNOHANG) == pid_) return;
-                std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            }
-            ::kill(pid_, SIGKILL);
-            ::waitpid(pid_, nullptr, 0);
-        }
+        if (owned_) script("stop");
     }
     static bool& serverUp() {
         static bool up = false;
@@ -109,79 +48,20 @@ public:
     }
 
 private:
-    pid_t pid_ = -1;
-    bool up_ = false;
-    std::vector<pid_t> keepAwake_;
+    static bool answers() {
+        return runCommand("pactl list short sinks 2>/dev/null | grep -q " + std::string(kSink8), 5) == 0;
+    }
+    static int script(const std::string& command) {
+        return runCommand("sh " CORVID_SOUND_SERVER_SCRIPT " " + command + " " + workDir(), 30);
+    }
+    bool owned_ = false;
 };
 
 const auto* const kEnvironment = ::testing::AddGlobalTestEnvironment(new SoundServerEnvironment);
 
-std::string toneExpression() {
-    char e[128];
-    std::snprintf(e, sizeof e, "%g*sin(2*PI*%g*t)", kToneAmplitude, kToneHz);
-    return e;
-}
-
-void makeMedia(const std::string& name) {
-    const std::string out = workDir() + "/media/" + name;
-    const std::string tone = "-f lavfi -i \"aevalsrc=" + toneExpression() + "|" + toneExpression() +
-                             ":s=44100:d=" + std::to_string(kToneSeconds) + "\" ";
-    const std::string ff = "ffmpeg -nostdin -loglevel error -y ";
-    const std::string meta = "-metadata artist='Test Artist' -metadata title='Test Title' "
-                             "-metadata date=2001 -metadata genre=Jazz ";
-    std::string cmd;
-    if (name == "tone.wav") cmd = ff + tone + "-c:a pcm_s16le " + out;
-    else if (name == "tone24.wav") cmd = ff + tone + "-c:a pcm_s24le " + out;
-    else if (name == "tone.mp3") cmd = ff + tone + meta + "-c:a libmp3lame -b:a 192k " + out;
-    else if (name == "tone.mpg") cmd = ff + tone + "-c:a mp2 -b:a 192k -f mpeg " + out;
-    else if (name == "tone.flac") cmd = ff + tone + meta + "-c:a flac " + out;
-    else if (name == "tone.ogg") cmd = ff + tone + meta + "-c:a libvorbis -q:a 6 " + out;
-    else if (name == "tone.m4a") cmd = ff + tone + meta + "-c:a aac -b:a 192k " + out;
-    else if (name == "tone.wma") // ASF names its year attribute itself
-        cmd = ff + tone + "-metadata artist='Test Artist' -metadata title='Test Title' "
-                          "-metadata WM/Year=2001 -metadata genre=Jazz -c:a wmav2 -b:a 192k " + out;
-    else if (name == "cue.wav")
-        cmd = ff + "-f lavfi -i \"aevalsrc=if(between(t\\,1\\,2)\\," + toneExpression() +
-              "\\,0):s=44100:d=3\" -c:a pcm_s16le " + out;
-    else if (name == "empty.mp3") cmd = "truncate -s 0 " + out;
-    else if (name == "text.mp3") cmd = "printf 'This is not audio at all.\\n%.0s' $(seq 1 200) > " + out;
-    else if (name.rfind("trunc.", 0) == 0) // cut inside the header: no audio at all
-        cmd = "head -c 40 " + mediaPath("tone." + name.substr(6)) + " > " + out;
-    else if (name.rfind("half.", 0) == 0) // cut in the middle of the audio
-        cmd = "f=" + mediaPath("tone." + name.substr(5)) + "; head -c $(( $(stat -c %s $f) / 2 )) $f > " + out;
-    else if (name.rfind("corrupt.", 0) == 0) // the header kept, the rest random bytes
-        cmd = "{ head -c 600 " + mediaPath("tone." + name.substr(8)) +
-              "; head -c 60000 /dev/urandom; } > " + out;
-    ASSERT_FALSE(cmd.empty()) << name;
-    ASSERT_EQ(runCommand(cmd), 0) << cmd;
-}
-
 } // namespace
 
-const std::string& workDir() {
-    static const std::string dir = [] {
-        std::string d = CORVID_TEST_WORKDIR;
-        std::error_code ec;
-        fs::create_directories(d + "/media", ec);
-        return d;
-    }();
-    return dir;
-}
-
 bool soundServerUp() { return SoundServerEnvironment::serverUp(); }
-
-std::string mediaPath(const std::string& name) {
-    const std::string path = workDir() + "/media/" + name;
-    if (!fs::exists(path)) makeMedia(name);
-    return path;
-}
-
-int runCommand(const std::string& command, int timeoutSeconds) {
-    const std::string bounded =
-        "timeout -k 2 " + std::to_string(timeoutSeconds) + " sh -c " + shellQuote(command);
-    int status = std::system(bounded.c_str());
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
 
 MonitorRecorder::MonitorRecorder(const std::string& sink, int channels, int maxSeconds)
     : channels_(channels) {

@@ -1,20 +1,29 @@
-// The player itself on the native runtime: its own chains, built by name from the native
-// catalogue, play every format to a real sink; a speaker pair gets its router; a stream
-// address opens through the stream source. What the host hears and sees is checked.
+// The player itself on the native runtime, heard at a real sink: its own chains play every
+// format; what a host sets (volume, mute, rate, pause, a seek, a speaker pair) is what arrives;
+// the meters, the end and the silence alarm come from the audio; a stream address opens.
 
 #include "NativeTestSupport.h"
 
 #include "control/Player.h"
+#include "levels/SilenceDet.h"
+
+#include <cmath>
 
 namespace corvid::native::test {
 namespace {
 
 struct HostEvents : PlayerEvents {
-    int ends = 0;
+    int ends = 0, vuPeaks = 0, timings = 0;
     int32_t loudest = 0;
+    std::vector<int32_t> silences;
     std::vector<std::string> titles;
-    void VUPeak(int32_t& left, int32_t& right) override { loudest = std::max({loudest, left, right}); }
+    void VUPeak(int32_t& left, int32_t& right) override {
+        ++vuPeaks;
+        loudest = std::max({loudest, left, right});
+    }
+    void Timing(int32_t&) override { ++timings; }
     void EndOfStream(int32_t result) override { ends += result == 1; }
+    void SilenceDetected(int32_t seconds) override { silences.push_back(seconds); }
     void ShoutCastMeta(std::string& artistTitle, std::string&, std::string&) override {
         titles.push_back(artistTitle);
     }
@@ -26,73 +35,155 @@ protected:
         if (!soundServerUp()) GTEST_SKIP() << "no private sound server";
         platform_ = std::make_unique<NativePlatform>(testOptions());
         player_ = std::make_unique<Player>(*platform_);
-        player_->setEvents(&events_);
+        player_->setEvents(&host_);
         player_->Init();
-        bool allowed = false; // the native reader is current: nothing to fear from it
-        player_->put_ASFReaderBanned(allowed);
+        std::string device = kSinkADescription;
+        ASSERT_TRUE(player_->SetSoundcard(device));
     }
     void TearDown() override {
         player_.reset();
         platform_.reset();
     }
 
-    // Loads `item` on `device`, plays it to its end and returns the monitor's recording.
-    std::vector<float> play(const std::string& item, const std::string& device, const std::string& sink,
-                            int channels) {
-        std::string name = device;
-        EXPECT_TRUE(player_->SetSoundcard(name)) << device;
-        std::string file = item;
-        player_->put_FileName(file);
-        EXPECT_EQ(player_->get_FileName(), item) << player_->get_LastError();
-        if (player_->get_FileName() != item) return {};
+    void load(const std::string& item) {
+        host_ = HostEvents{};
+        std::string name = item;
+        player_->put_FileName(name);
+        ASSERT_EQ(player_->get_FileName(), item) << player_->get_LastError();
+    }
+
+    // Plays the loaded item to its end (bounded) while recording `sink`.
+    std::vector<float> playToEnd(const std::string& sink = kSinkA, int channels = 2, int timeoutMs = 15000) {
         MonitorRecorder recorder(sink, channels);
         player_->Play();
-        EXPECT_TRUE(pumpUntil(*platform_, [&] { return events_.ends > 0; }, 15000)) << item;
+        EXPECT_TRUE(pumpUntil(*platform_, [&] { return host_.ends > 0; }, timeoutMs)) << "no end";
+        pumpUntil(*platform_, [] { return false; }, 300); // a second end would arrive now
         return recorder.stop();
+    }
+    static ToneMeasure left(const std::vector<float>& samples, double threshold = 0.02) {
+        return measureTone(samples, 2, 0, MonitorRecorder::kRate, threshold);
     }
 
     std::unique_ptr<NativePlatform> platform_;
     std::unique_ptr<Player> player_;
-    HostEvents events_;
+    HostEvents host_;
 };
 
 TEST_F(PlayerOnNative, EveryFormatPlaysThroughThePlayersOwnChain) {
+    bool banned = false; // the native reader is current: nothing to fear from it
+    player_->put_ASFReaderBanned(banned);
     for (const char* file : {"tone.wav", "tone.mp3", "tone.flac", "tone.ogg", "tone.m4a", "tone.wma"}) {
         SCOPED_TRACE(file);
-        events_ = HostEvents{};
-        const auto samples = play(mediaPath(file), kSinkADescription, kSinkA, 2);
-        const auto m = measureTone(samples, 2, 0, MonitorRecorder::kRate);
+        ASSERT_NO_FATAL_FAILURE(load(mediaPath(file)));
+        const auto m = left(playToEnd());
         EXPECT_NEAR(m.frequency, kToneHz, 10);
         EXPECT_NEAR(m.peak, kToneAmplitude, 0.06);
-        EXPECT_NEAR(events_.loudest, kToneAmplitude * 32768, 32768 * 0.06) << "the meters saw the tone";
+        EXPECT_NEAR(host_.loudest, kToneAmplitude * 32768, 32768 * 0.06) << "the meters saw the tone";
         EXPECT_NEAR(player_->get_Duration(), kToneSeconds, 0.15);
+        EXPECT_EQ(host_.ends, 1) << "the end is raised once";
         player_->StopPlaying();
     }
 }
 
+TEST_F(PlayerOnNative, MetersTimingAndTheEndComeFromTheAudio) {
+    ASSERT_NO_FATAL_FAILURE(load(mediaPath("tone.mp3")));
+    playToEnd();
+    EXPECT_EQ(host_.ends, 1);
+    // About 20 ticks a second over two seconds; the bounds only say "steadily, while playing".
+    EXPECT_GE(host_.vuPeaks, 10);
+    EXPECT_LE(host_.vuPeaks, 100);
+    EXPECT_GE(host_.timings, host_.vuPeaks - 1); // the end adds one VUPeak of zeros
+    EXPECT_EQ(player_->get_Playstate(), MpPlaying) << "the end leaves the playstate to the host";
+}
+
+TEST_F(PlayerOnNative, VolumeLowersTheToneMuteSilencesItAndRateKeepsItsPitch) {
+    ASSERT_NO_FATAL_FAILURE(load(mediaPath("tone.wav")));
+    int32_t volume = -600;
+    player_->put_Volume(volume);
+    const auto quieter = left(playToEnd(), 0.01);
+    EXPECT_NEAR(quieter.frequency, kToneHz, 10);
+    EXPECT_NEAR(20 * std::log10(quieter.peak / kToneAmplitude), -6.0, 1.0);
+
+    ASSERT_NO_FATAL_FAILURE(load(mediaPath("tone.wav")));
+    bool mute = true;
+    player_->put_mute(mute);
+    EXPECT_TRUE(player_->get_mute());
+    EXPECT_EQ(left(playToEnd(), 0.01).loudSeconds, 0);
+    mute = false;
+    player_->put_mute(mute);
+    volume = 0;
+    player_->put_Volume(volume);
+
+    // Through the pitch filter: shorter, at the same frequency.
+    ASSERT_NO_FATAL_FAILURE(load(mediaPath("tone.wav")));
+    double rate = 1.25;
+    player_->put_Rate(rate);
+    const auto faster = left(playToEnd());
+    EXPECT_NEAR(faster.frequency, kToneHz, 15);
+    EXPECT_NEAR(faster.loudSeconds, kToneSeconds / 1.25, 0.25);
+}
+
+TEST_F(PlayerOnNative, PauseHoldsThePositionAndASeekMovesIt) {
+    ASSERT_NO_FATAL_FAILURE(load(mediaPath("tone.wav")));
+    player_->Play();
+    pumpUntil(*platform_, [] { return false; }, 600);
+    player_->Pause();
+    EXPECT_EQ(player_->get_Playstate(), mpPaused);
+    pumpUntil(*platform_, [] { return false; }, 200);
+    const double held = player_->get_GraphPosition();
+    pumpUntil(*platform_, [] { return false; }, 500);
+    EXPECT_NEAR(player_->get_GraphPosition(), held, 0.05) << "paused audio does not move";
+    EXPECT_GT(held, 0.2);
+
+    double to = 1.5;
+    player_->put_CurrentPosition(to);
+    EXPECT_NEAR(player_->get_GraphPosition(), 1.5, 0.1);
+    const auto rest = left(playToEnd(kSinkA, 2, 5000));
+    EXPECT_NEAR(rest.loudSeconds, kToneSeconds - 1.5, 0.25) << "only what follows the seek plays";
+}
+
 TEST_F(PlayerOnNative, ASpeakerPairGetsItsRouterAndOnlyItsTwoChannels) {
-    const auto samples = play(mediaPath("tone.wav"), std::string(kSink8Description) + " [3-4]", kSink8, 8);
-    bool routed = false;
+    std::string pair = std::string(kSink8Description) + " [3-4]";
+    ASSERT_TRUE(player_->SetSoundcard(pair));
+    ASSERT_NO_FATAL_FAILURE(load(mediaPath("tone.wav")));
+    const auto samples = playToEnd(kSink8, 8);
     for (int ch = 0; ch < 8; ++ch) {
         const auto m = measureTone(samples, 8, ch, MonitorRecorder::kRate);
         if (ch == 2 || ch == 3) {
+            EXPECT_NEAR(m.frequency, kToneHz, 10) << "channel " << ch + 1;
             EXPECT_NEAR(m.peak, kToneAmplitude, 0.06) << "channel " << ch + 1;
-            routed = true;
         } else {
-            EXPECT_EQ(m.loudSeconds, 0) << "channel " << ch + 1;
+            EXPECT_EQ(m.loudSeconds, 0) << "channel " << ch + 1 << " should be silent";
         }
     }
-    EXPECT_TRUE(routed);
-    EXPECT_EQ(player_->get_SurroundRenderName(), std::string(kSink8Description) + " [3-4]");
+    EXPECT_EQ(player_->get_SurroundRenderName(), pair);
+}
+
+TEST_F(PlayerOnNative, ALongSilenceRaisesTheAlarm) {
+    // One second of tone, then four of silence.
+    const std::string path = workDir() + "/tone-then-silence.wav";
+    ASSERT_EQ(runCommand("ffmpeg -hide_banner -loglevel error -y -f lavfi -i "
+                         "\"sine=frequency=1000:sample_rate=48000:duration=1,apad=pad_dur=4\" "
+                         "-ac 2 '" + path + "'"),
+              0);
+    int32_t seconds = 1;
+    player_->get_SilenceDet().put_SilenceDetSecs(seconds);
+    bool on = true;
+    player_->put_SilenceDetEnabled(on);
+    player_->get_SilenceDet().put_SilenceDetectorEnabled(true);
+    ASSERT_NO_FATAL_FAILURE(load(path));
+    playToEnd(kSinkA, 2, 20000);
+    ASSERT_FALSE(host_.silences.empty());
+    for (int32_t s : host_.silences) EXPECT_GE(s, 1);
+    EXPECT_GE(host_.silences.size(), 2u) << "and again after as many seconds more";
 }
 
 TEST_F(PlayerOnNative, AStreamAddressOpensAndReportsItsTitle) {
     IcyServer server(IcyServer::Mode::Stream, mediaPath("tone.mp3"));
-    const auto samples = play(server.address(), kSinkADescription, kSinkA, 2);
-    const auto m = measureTone(samples, 2, 0, MonitorRecorder::kRate);
-    EXPECT_NEAR(m.frequency, kToneHz, 10);
-    ASSERT_FALSE(events_.titles.empty());
-    EXPECT_EQ(events_.titles.front(), kStreamTitle);
+    ASSERT_NO_FATAL_FAILURE(load(server.address()));
+    EXPECT_NEAR(left(playToEnd()).frequency, kToneHz, 10);
+    ASSERT_FALSE(host_.titles.empty());
+    EXPECT_EQ(host_.titles.front(), kStreamTitle);
 }
 
 } // namespace

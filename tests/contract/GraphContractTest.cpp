@@ -1,0 +1,424 @@
+// The media graph's contract, one suite run against the simulation and the native runtime:
+// which pins join, when pins appear and go, how intelligent connect and render build a chain,
+// how filters leave and return, and that a chain plays to one end. What the simulation proves
+// about the player holds on the real runtime only as far as these agree.
+
+#include "platform/Platform.h"
+#include "platform/sim/SimPlatform.h"
+#ifdef CORVID_CONTRACT_NATIVE
+#include "../native/NativeTestSupport.h"
+#endif
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+
+namespace corvid::contract {
+namespace {
+
+using platform::FilterPtr;
+using platform::GraphEvent;
+using platform::GraphPtr;
+using platform::PinDirection;
+using platform::PinPtr;
+namespace hr = platform::hr;
+namespace category = platform::category;
+
+constexpr const char* kDefaultDevice = "Default DirectSound Device";
+constexpr const char* kDummyDevice = "DirectSound: Brindle Dummy Output Device";
+constexpr double kSeconds = 2.0; // every file's length
+
+// One platform under test, with files of each kind and a way to let its time pass.
+class Machine {
+public:
+    virtual ~Machine() = default;
+    virtual platform::Platform& platform() = 0;
+    // A file of a kind: "mp3", "wav", "wide.wav" (samples no renderer takes), "wma", "flac",
+    // "ogg", "m4a"; or a name that does not exist.
+    virtual std::string file(const std::string& kind) = 0;
+    // Lets the machine run until `done` holds, for at most `ms` of its time.
+    virtual bool runUntil(const std::function<bool()>& done, int ms) = 0;
+};
+
+class SimMachine final : public Machine {
+public:
+    SimMachine() : sim_(sim::SimPlatform::standardMachine()) {
+        const std::pair<const char*, const char*> kinds[] = {
+            {"mp3", "stream/mpeg-audio"}, {"wav", "stream/wave;pcm16"},
+            {"wide.wav", "stream/wave;float32"}, {"wma", "stream/asf;wma"},
+            {"flac", "stream/flac"}, {"ogg", "stream/ogg;vorbis"}, {"m4a", "stream/mp4;aac"}};
+        for (const auto& [kind, type] : kinds) sim_->addFile(file(kind), sim::SimFile{type, kSeconds});
+    }
+    platform::Platform& platform() override { return *sim_; }
+    std::string file(const std::string& kind) override { return "/m/tone." + kind; }
+    bool runUntil(const std::function<bool()>& done, int ms) override {
+        for (int waited = 0; !done(); waited += 10) {
+            if (waited >= ms) return false;
+            sim_->runFor(10);
+        }
+        return true;
+    }
+
+private:
+    std::unique_ptr<sim::SimPlatform> sim_;
+};
+
+#ifdef CORVID_CONTRACT_NATIVE
+// The native runtime on its silent device: real parsers and decoders, no sound server.
+class NativeMachine final : public Machine {
+public:
+    NativeMachine() {
+        native::NativeOptions o;
+        o.output = native::OutputBackend::Silent;
+        o.echoOperatorToStderr = false;
+        platform_ = std::make_unique<native::NativePlatform>(o);
+    }
+    platform::Platform& platform() override { return *platform_; }
+    std::string file(const std::string& kind) override {
+        if (kind == "wide.wav") return native::test::mediaPath("tone24.wav");
+        if (kind == "none") return native::test::workDir() + "/media/none.mp3";
+        return native::test::mediaPath("tone." + kind);
+    }
+    bool runUntil(const std::function<bool()>& done, int ms) override {
+        return platform_->loop().runUntil(done, ms);
+    }
+
+private:
+    std::unique_ptr<native::NativePlatform> platform_;
+};
+#endif
+
+struct MachineKind {
+    const char* name;
+    std::unique_ptr<Machine> (*make)();
+};
+
+void PrintTo(const MachineKind& kind, std::ostream* os) { *os << kind.name; }
+
+const MachineKind kMachines[] = {
+    {"sim", [] { return std::unique_ptr<Machine>(new SimMachine); }},
+#ifdef CORVID_CONTRACT_NATIVE
+    {"native", [] { return std::unique_ptr<Machine>(new NativeMachine); }},
+#endif
+};
+
+class GraphContract : public ::testing::TestWithParam<MachineKind> {
+protected:
+    void SetUp() override {
+        machine = GetParam().make();
+        graph = newGraph();
+    }
+
+    GraphPtr newGraph() {
+        GraphPtr g;
+        EXPECT_TRUE(machine->platform().createGraph(g));
+        if (g) g->setEventHandler([this](GraphEvent e) { ends += e == GraphEvent::EndOfStream; });
+        return g;
+    }
+
+    // Makes a registered filter or device in `g` through the catalogue, as the player does.
+    FilterPtr add(const std::string& name, const GraphPtr& g = nullptr) {
+        for (const char* cat : {category::LegacyFilters, category::AudioRenderers}) {
+            std::vector<platform::CatalogueEntryPtr> entries;
+            EXPECT_TRUE(machine->platform().catalogue().enumerate(cat, entries));
+            for (auto& e : entries)
+                if (e->name() == name) {
+                    FilterPtr f;
+                    return e->createIn(g ? *g : *graph, f) ? f : nullptr;
+                }
+        }
+        ADD_FAILURE() << "not registered: " << name;
+        return nullptr;
+    }
+    FilterPtr source(const std::string& name, const std::string& kind, const GraphPtr& g = nullptr) {
+        auto f = add(name, g);
+        const auto s = f ? f->setFileName(machine->file(kind)) : platform::Status{};
+        EXPECT_TRUE(f && s) << name << " " << kind << ": " << s.description;
+        return f;
+    }
+
+    static PinPtr pin(const FilterPtr& f, PinDirection d) {
+        if (f)
+            for (auto& p : f->pins())
+                if (p->direction() == d) return p;
+        return nullptr;
+    }
+    static PinPtr in(const FilterPtr& f) { return pin(f, PinDirection::Input); }
+    static PinPtr out(const FilterPtr& f) { return pin(f, PinDirection::Output); }
+    // The name of the filter feeding `f`'s input, or empty.
+    static std::string feeding(const FilterPtr& f) {
+        auto peer = in(f) ? in(f)->connectedTo() : nullptr;
+        auto up = peer ? peer->filter() : nullptr;
+        return up ? up->name() : std::string();
+    }
+    int countNamed(const std::string& name, const GraphPtr& g = nullptr) {
+        int n = 0;
+        for (auto& f : (g ? g : graph)->filters()) n += f->name() == name;
+        return n;
+    }
+
+    // Plays the graph from shortly before its end: it must end exactly once.
+    void playsToOneEnd(const GraphPtr& g) {
+        ends = 0;
+        ASSERT_TRUE(g->setCurrentPosition(kSeconds - 0.3));
+        ASSERT_TRUE(g->run());
+        EXPECT_TRUE(machine->runUntil([&] { return ends > 0; }, 5000)) << "no end of stream";
+        machine->runUntil([] { return false; }, 200);
+        EXPECT_EQ(ends, 1);
+        EXPECT_TRUE(g->stop());
+    }
+
+    std::unique_ptr<Machine> machine;
+    GraphPtr graph;
+    int ends = 0;
+};
+
+TEST_P(GraphContract, SourcesLoadTheirOwnKindAndOfferAPinOnceLoaded) {
+    auto src = source("File Source (Async.)", "mp3");
+    EXPECT_TRUE(src->isFileSource());
+    EXPECT_EQ(src->fileName(), machine->file("mp3"));
+    EXPECT_EQ(src->pins().size(), 1u);
+    EXPECT_EQ(add("File Source (Async.)")->setFileName(machine->file("none")).number, hr::FileNotFound);
+    auto flac = add("Native FLAC Decoder");
+    EXPECT_FALSE(flac->setFileName(machine->file("mp3")));
+    EXPECT_TRUE(flac->pins().empty());
+    EXPECT_FALSE(add("Wave Parser")->setFileName(machine->file("wav"))) << "a parser is no source";
+    EXPECT_EQ(add("WM ASF READER")->name(), "WM ASF Reader") << "the reader reports its own name";
+}
+
+TEST_P(GraphContract, ConnectDirectJoinsOnlyAgreeingFreePinsOfOneGraph) {
+    auto src = source("File Source (Async.)", "mp3");
+    EXPECT_FALSE(out(src)->connectDirect(in(add("Wave Parser")))) << "the parser reads the header";
+    EXPECT_FALSE(out(src)->isConnected());
+
+    auto split = add("MPEG-I Stream Splitter");
+    ASSERT_TRUE(in(split)->connectDirect(out(src))) << "either end may ask";
+    EXPECT_EQ(out(src)->connectedTo(), in(split));
+    EXPECT_EQ(in(split)->connectedTo()->filter(), src);
+    auto split2 = add("MPEG-I Stream Splitter");
+    EXPECT_EQ(out(src)->connectDirect(in(split2)).number, hr::AlreadyConnected);
+    EXPECT_FALSE(in(split)->connectDirect(in(split2))) << "two inputs";
+
+    GraphPtr other = newGraph();
+    auto foreign = add("MPEG-I Stream Splitter", other);
+    EXPECT_EQ(out(source("File Source (Async.)", "mp3"))->connectDirect(in(foreign)).number,
+              hr::NotInGraph);
+
+    // An output with nothing arriving has no type yet; a renderer refuses what it cannot play.
+    auto grab = add("Halden Sample Grabber");
+    auto card = add(kDefaultDevice);
+    EXPECT_FALSE(out(grab)->connectDirect(in(card)));
+    EXPECT_EQ(out(grab)->connect(in(card)).number, hr::CannotConnect);
+    auto parser = add("Wave Parser");
+    ASSERT_TRUE(out(source("File Source (Async.)", "wide.wav"))->connectDirect(in(parser)));
+    EXPECT_FALSE(out(parser)->connectDirect(in(card)));
+}
+
+TEST_P(GraphContract, AParserOutputExistsOnlyWhileItsInputIsConnected) {
+    auto src = source("File Source (Async.)", "wide.wav");
+    auto parser = add("Wave Parser");
+    EXPECT_EQ(parser->pins().size(), 1u);
+    ASSERT_TRUE(out(src)->connectDirect(in(parser)));
+    auto parsed = out(parser);
+    ASSERT_TRUE(parsed);
+    EXPECT_EQ(parsed->name(), "output");
+    auto conv = add("Brindle Format Converter");
+    ASSERT_TRUE(parsed->connectDirect(in(conv)));
+
+    // Breaking the parser's input takes its output away, connection and all.
+    ASSERT_TRUE(in(parser)->disconnect());
+    EXPECT_FALSE(out(src)->isConnected());
+    EXPECT_FALSE(out(parser));
+    EXPECT_FALSE(in(conv)->isConnected());
+    // The old pin object stays dead; the player must look the pins up again.
+    ASSERT_TRUE(out(src)->connectDirect(in(parser)));
+    EXPECT_FALSE(parsed->connectDirect(in(conv)));
+    EXPECT_TRUE(out(parser)->connectDirect(in(conv)));
+    EXPECT_TRUE(in(parser)->disconnect());
+    EXPECT_TRUE(in(parser)->disconnect()) << "twice is harmless";
+}
+
+// Every chain the player builds, pin by pin: each joins directly and plays to one end.
+TEST_P(GraphContract, EveryNormalChainConnectsDirectlyAndPlaysToOneEnd) {
+    const std::pair<const char*, std::vector<std::string>> chains[] = {
+        {"mp3", {"File Source (Async.)", "MPEG-I Stream Splitter", "MPEG Layer-3 Decoder"}},
+        {"mp3", {"Halden WM ASF Reader", "Brindle Pitch Shifter", "Pipe Sender"}},
+        {"wav", {"File Source (Async.)", "Wave Parser"}},
+        {"wide.wav", {"File Source (Async.)", "Wave Parser", "Brindle Format Converter"}},
+        {"wma", {"WM ASF READER", "WMAudio Decoder DMO"}},
+        {"ogg", {"OggDSFMux2", "dsf Ogg Demuxer2+", "Xiph.Org Vorbis Decoder PLUS"}},
+        {"m4a", {"File Source (Async.)", "GDCL Mpeg-4 Demultiplexor2", "Microsoft DTV-DVD Audio Decoder"}},
+        {"flac", {"Native FLAC Decoder"}},
+    };
+    for (const auto& [kind, filters] : chains) {
+        SCOPED_TRACE(std::string(kind) + " through " + filters.back());
+        GraphPtr g = newGraph();
+        auto previous = source(filters.front(), kind, g);
+        auto names = filters;
+        names.insert(names.end(), {"Halden Sample Grabber", kDefaultDevice});
+        for (std::size_t i = 1; i < names.size(); ++i) {
+            auto next = add(names[i], g);
+            const auto s = out(previous)->connectDirect(in(next));
+            ASSERT_TRUE(s) << names[i] << ": " << s.description;
+            previous = next;
+        }
+        double duration = 0;
+        ASSERT_TRUE(g->duration(duration));
+        EXPECT_NEAR(duration, kSeconds, 0.15);
+        ASSERT_NO_FATAL_FAILURE(playsToOneEnd(g));
+    }
+}
+
+TEST_P(GraphContract, IntelligentConnectPlacesWhatIsMissingAndTakesOutWhatDidNotFit) {
+    auto src = source("File Source (Async.)", "mp3");
+    auto card = add(kDefaultDevice);
+    ASSERT_TRUE(out(src)->connect(in(card)));
+    EXPECT_EQ(countNamed("MPEG-I Stream Splitter"), 1);
+    EXPECT_EQ(countNamed("MPEG Layer-3 Decoder"), 1);
+    EXPECT_EQ(graph->filters().size(), 4u) << "candidates that did not fit are gone again";
+    ASSERT_NO_FATAL_FAILURE(playsToOneEnd(graph));
+
+    // Directly when it can.
+    auto grab = add("Halden Sample Grabber");
+    auto flac = source("Native FLAC Decoder", "flac");
+    ASSERT_TRUE(out(flac)->connect(in(grab)));
+    EXPECT_EQ(in(grab)->connectedTo(), out(flac));
+
+    // No route: the graph is left as it was.
+    GraphPtr other = newGraph();
+    auto wma = source("File Source (Async.)", "wma", other);
+    auto otherCard = add(kDefaultDevice, other);
+    EXPECT_EQ(out(wma)->connect(in(otherCard)).number, hr::CannotConnect);
+    EXPECT_EQ(other->filters().size(), 2u);
+    EXPECT_FALSE(out(wma)->isConnected());
+}
+
+TEST_P(GraphContract, IntelligentConnectTriesFreeFiltersInTheGraphFirstAndGoesFourDeep) {
+    auto src = source("File Source (Async.)", "wide.wav");
+    auto parser = add("Wave Parser");
+    auto card = add(kDefaultDevice);
+    auto conv = add("Brindle Format Converter");
+    ASSERT_TRUE(out(src)->connectDirect(in(parser)));
+    ASSERT_TRUE(out(parser)->connect(in(card)));
+    EXPECT_EQ(in(conv)->connectedTo(), out(parser)) << "the converter standing free was used";
+    EXPECT_EQ(countNamed("Brindle Format Converter"), 1);
+
+    // Depth first: free filters standing in the graph are taken in their order, however long
+    // that makes the route, and no deeper than four filters.
+    GraphPtr g = newGraph();
+    auto wide = source("File Source (Async.)", "wide.wav", g);
+    for (int i = 0; i < 3; ++i) add("Halden Sample Grabber", g);
+    add("Brindle Format Converter", g);
+    auto gCard = add(kDefaultDevice, g);
+    ASSERT_TRUE(out(wide)->connect(in(gCard)));
+    std::vector<std::string> route;
+    for (auto f = gCard; in(f) && in(f)->isConnected(); f = in(f)->connectedTo()->filter())
+        route.insert(route.begin(), feeding(f));
+    ASSERT_EQ(route.size(), 5u);
+    EXPECT_EQ(route[1], "Wave Parser");
+    EXPECT_EQ(route[2].rfind("Halden Sample Grabber", 0), 0u);
+    EXPECT_EQ(route[3].rfind("Halden Sample Grabber", 0), 0u);
+    EXPECT_EQ(route[4], "Brindle Format Converter") << "a third grabber would make five";
+}
+
+TEST_P(GraphContract, RenderBuildsAChainToAFreeRendererOrTheDefaultDevice) {
+    for (const char* kind : {"wav", "mp3", "ogg", "m4a"}) {
+        SCOPED_TRACE(kind);
+        GraphPtr g = newGraph();
+        FilterPtr src;
+        ASSERT_TRUE(g->addSourceFilter(machine->file(kind), src));
+        EXPECT_EQ(src->name(), machine->file(kind)) << "the system source is named after the item";
+        const auto s = out(src)->render();
+        ASSERT_TRUE(s) << s.description;
+        EXPECT_EQ(countNamed(kDefaultDevice, g), 1);
+        ASSERT_NO_FATAL_FAILURE(playsToOneEnd(g));
+    }
+    FilterPtr none;
+    EXPECT_EQ(graph->addSourceFilter(machine->file("none"), none).number, hr::FileNotFound);
+    EXPECT_TRUE(graph->filters().empty());
+
+    auto dummy = add(kDummyDevice);
+    auto flac = source("Native FLAC Decoder", "flac");
+    ASSERT_TRUE(out(flac)->render());
+    EXPECT_EQ(in(dummy)->connectedTo(), out(flac)) << "a free renderer in the graph first";
+    EXPECT_EQ(graph->filters().size(), 2u);
+    EXPECT_EQ(out(source("File Source (Async.)", "wma"))->render().number, hr::CannotRender);
+}
+
+TEST_P(GraphContract, FiltersLeaveAndReturnAndAGraphDroppedWhilePlayingSaysNothing) {
+    auto src = source("File Source (Async.)", "wav");
+    auto card = add(kDefaultDevice);
+    ASSERT_TRUE(out(src)->connect(in(card)));
+    FilterPtr parser;
+    for (auto& f : graph->filters())
+        if (f->name() == "Wave Parser") parser = f;
+    ASSERT_TRUE(parser);
+    ASSERT_TRUE(graph->removeFilter(parser));
+    EXPECT_FALSE(out(src)->isConnected());
+    EXPECT_FALSE(in(card)->isConnected());
+    EXPECT_EQ(graph->removeFilter(parser).number, hr::NotInGraph);
+    ASSERT_TRUE(graph->addFilter(parser, "Wave Parser"));
+    EXPECT_EQ(countNamed("Wave Parser"), 1);
+    EXPECT_FALSE(graph->addFilter(parser, "again")) << "a filter stands in one graph at a time";
+    EXPECT_FALSE(newGraph()->addFilter(parser, "x"));
+
+    ASSERT_TRUE(out(src)->connectDirect(in(parser)));
+    ASSERT_TRUE(out(parser)->connectDirect(in(card)));
+    ASSERT_TRUE(graph->run());
+    machine->runUntil([] { return false; }, 150);
+    graph.reset();
+    machine->runUntil([] { return false; }, 2500);
+    EXPECT_EQ(ends, 0) << "a graph that is gone reports nothing";
+}
+
+TEST_P(GraphContract, TheEndComesOnceAndAgainAfterASeekBackAndVolumeAndRateKeepTheirRange) {
+    ASSERT_TRUE(out(source("File Source (Async.)", "wav"))->connect(in(add(kDefaultDevice))));
+    ASSERT_TRUE(graph->setVolume(-600));
+    int32_t volume = 0;
+    graph->volume(volume);
+    EXPECT_EQ(volume, -600);
+    EXPECT_FALSE(graph->setVolume(1));
+    EXPECT_FALSE(graph->setVolume(-10001));
+    EXPECT_FALSE(graph->setRate(0));
+    double position = -1;
+    ASSERT_TRUE(graph->currentPosition(position));
+    EXPECT_EQ(position, 0.0) << "nothing moves before the run";
+    ASSERT_TRUE(graph->setCurrentPosition(kSeconds - 0.3));
+    ASSERT_TRUE(graph->run());
+    ASSERT_TRUE(machine->runUntil([&] { return ends > 0; }, 5000));
+    ASSERT_TRUE(graph->setCurrentPosition(1.8));
+    EXPECT_TRUE(machine->runUntil([&] { return ends > 1; }, 5000)) << "the rest plays and ends again";
+    ASSERT_TRUE(graph->stop());
+    graph->currentPosition(position);
+    EXPECT_NEAR(position, kSeconds, 0.2) << "a stop keeps the position";
+    ASSERT_TRUE(graph->setCurrentPosition(0));
+    graph->currentPosition(position);
+    EXPECT_EQ(position, 0.0);
+}
+
+TEST_P(GraphContract, TheCatalogueListsEveryFilterThePlayerAsksFor) {
+    std::vector<platform::CatalogueEntryPtr> entries;
+    ASSERT_TRUE(machine->platform().catalogue().enumerate(category::LegacyFilters, entries));
+    std::vector<std::string> listed;
+    for (auto& e : entries) listed.push_back(e->name());
+    for (const char* name :
+         {"File Source (Async.)", "MPEG-I Stream Splitter", "Wave Parser", "dsf Ogg Demuxer2+",
+          "GDCL Mpeg-4 Demultiplexor2", "MPEG Layer-3 Decoder", "WMAudio Decoder DMO",
+          "Xiph.Org Vorbis Decoder PLUS", "Microsoft DTV-DVD Audio Decoder", "Native FLAC Decoder",
+          "Halden WM ASF Reader", "WM ASF READER", "OggDSFMux2", "ACM Wrapper", "_DShowShoutCast",
+          "Brindle Format Converter", "Halden Sample Grabber", "Brindle Pitch Shifter", "Pipe Sender",
+          "Sondrel 1-2", "Sondrel 3-4", "Sondrel 5-6", "Sondrel 7-8"})
+        EXPECT_NE(std::find(listed.begin(), listed.end(), name), listed.end()) << name;
+    ASSERT_TRUE(machine->platform().catalogue().enumerate(category::AudioRenderers, entries));
+    ASSERT_GE(entries.size(), 2u);
+    EXPECT_EQ(entries[0]->name(), kDefaultDevice);
+    EXPECT_EQ(entries[1]->name(), kDummyDevice);
+    EXPECT_EQ(entries[1]->numSpeakers(), 2);
+}
+
+INSTANTIATE_TEST_SUITE_P(Platforms, GraphContract, ::testing::ValuesIn(kMachines),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+} // namespace
+} // namespace corvid::contract
