@@ -1,7 +1,8 @@
-// The media graph's contract, one suite run against the simulation and the native runtime:
-// which pins join, when pins appear and go, how intelligent connect and render build a chain,
-// how filters leave and return, and that a chain plays to one end. What the simulation proves
-// about the player holds on the real runtime only as far as these agree.
+// The platform's contract, one suite run against the simulation and the native runtime: which
+// pins join, when pins appear and go, how intelligent connect and render build a chain, how
+// filters leave and return, that a chain plays to one end; and the services every player leans
+// on (the event loop, tags). What the simulation proves about the player holds on the real
+// runtime only as far as these agree.
 
 #include "platform/Platform.h"
 #include "platform/sim/SimPlatform.h"
@@ -11,7 +12,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
+#include <map>
+#include <thread>
 #include <memory>
 
 namespace corvid::contract {
@@ -48,7 +52,9 @@ public:
             {"mp3", "stream/mpeg-audio"}, {"wav", "stream/wave;pcm16"},
             {"wide.wav", "stream/wave;float32"}, {"wma", "stream/asf;wma"},
             {"flac", "stream/flac"}, {"ogg", "stream/ogg;vorbis"}, {"m4a", "stream/mp4;aac"}};
-        for (const auto& [kind, type] : kinds) sim_->addFile(file(kind), sim::SimFile{type, kSeconds});
+        const std::map<std::string, std::string> tags = {
+            {"Artist", "Test Artist"}, {"Title", "Test Title"}, {"WM/Year", "2001"}, {"WM/Genre", "Jazz"}};
+        for (const auto& [kind, type] : kinds) sim_->addFile(file(kind), sim::SimFile{type, kSeconds, {}, tags});
     }
     platform::Platform& platform() override { return *sim_; }
     std::string file(const std::string& kind) override { return "/m/tone." + kind; }
@@ -415,6 +421,47 @@ TEST_P(GraphContract, TheCatalogueListsEveryFilterThePlayerAsksFor) {
     EXPECT_EQ(entries[0]->name(), kDefaultDevice);
     EXPECT_EQ(entries[1]->name(), kDummyDevice);
     EXPECT_EQ(entries[1]->numSpeakers(), 2);
+}
+
+TEST_P(GraphContract, TheEventLoopRunsTasksInOrderAndQuitsFromAnotherThread) {
+    auto& loop = machine->platform().eventLoop();
+    std::vector<int> order;
+    loop.post([&] {
+        order.push_back(1);
+        loop.post([&] { order.push_back(3); }); // waits for the next pass
+    });
+    loop.post([&] { order.push_back(2); });
+    EXPECT_EQ(loop.processPending(), 2);
+    EXPECT_EQ(order, (std::vector<int>{1, 2}));
+    EXPECT_EQ(loop.processPending(), 1);
+
+    std::atomic<int> ran{0};
+    std::thread worker([&] {
+        for (int i = 0; i < 100; ++i) loop.post([&] { ++ran; });
+        loop.post([&] { loop.quit(); });
+    });
+    loop.run();
+    worker.join();
+    EXPECT_EQ(ran.load(), 100);
+}
+
+TEST_P(GraphContract, TagsComeFromTheItem) {
+    auto tags = machine->platform().createTagReader();
+    std::string v = "x";
+    EXPECT_FALSE(tags->artist(v)) << "nothing open";
+    for (const char* kind : {"mp3", "flac", "ogg", "m4a", "wma"}) {
+        SCOPED_TRACE(kind);
+        ASSERT_TRUE(tags->open(machine->file(kind)));
+        const std::pair<const char*, const char*> expected[] = {
+            {"WM/Year", "2001"}, {"wm/genre", "Jazz"}, {"WM/OriginalReleaseYear", ""}};
+        EXPECT_TRUE(tags->artist(v) && v == "Test Artist") << v;
+        EXPECT_TRUE(tags->title(v) && v == "Test Title") << v;
+        for (const auto& [name, value] : expected) EXPECT_TRUE(tags->attribute(name, v) && v == value) << name;
+    }
+    tags->close();
+    EXPECT_FALSE(tags->artist(v));
+    EXPECT_EQ(v, "") << "a closed reader empties what it is asked for";
+    EXPECT_FALSE(tags->open(machine->file("none")));
 }
 
 INSTANTIATE_TEST_SUITE_P(Platforms, GraphContract, ::testing::ValuesIn(kMachines),

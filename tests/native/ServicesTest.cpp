@@ -1,5 +1,6 @@
-// The platform services outside the graph: event loop, tick counter, operator, tags, and the
-// silent fallback when no sound server answers.
+// The native services outside the graph that the contract suite does not share with the
+// simulation: the event loop's blocking run, the tick counter, the operator, the files' places,
+// and the silent fallback when no sound server answers.
 
 #include "NativeTestSupport.h"
 
@@ -17,32 +18,6 @@ NativeOptions silent() {
     NativeOptions o = testOptions();
     o.output = OutputBackend::Silent;
     return o;
-}
-
-TEST(NativeEventLoopTest, TasksFromAnyThreadRunInOrderOnThePumpingThread) {
-    NativeEventLoop loop;
-    std::vector<int> order;
-    std::thread::id ranOn;
-    std::thread producer([&] {
-        for (int i = 0; i < 100; ++i) loop.post([&, i] {
-            order.push_back(i);
-            ranOn = std::this_thread::get_id();
-        });
-    });
-    producer.join();
-    EXPECT_EQ(loop.processPending(), 100);
-    EXPECT_EQ(loop.processPending(), 0);
-    ASSERT_EQ(order.size(), 100u);
-    for (int i = 0; i < 100; ++i) EXPECT_EQ(order[size_t(i)], i);
-    EXPECT_EQ(ranOn, std::this_thread::get_id());
-
-    // A task posted from a task waits for the next pass.
-    int second = 0;
-    loop.post([&] { loop.post([&] { ++second; }); });
-    EXPECT_EQ(loop.processPending(), 1);
-    EXPECT_EQ(second, 0);
-    EXPECT_EQ(loop.processPending(), 1);
-    EXPECT_EQ(second, 1);
 }
 
 TEST(NativeEventLoopTest, RunPumpsUntilQuitFromAnotherThread) {
@@ -114,31 +89,6 @@ TEST(NativeServicesTest, FilesLiveInTheUsersStateAndConfigFolders) {
     EXPECT_EQ(op.testOpen(workDir()).number, platform::hr::AccessDenied);
     EXPECT_EQ(op.testOpen(workDir() + "/nothing-here").number, platform::hr::FileNotFound);
     EXPECT_FALSE(op.fileExists(workDir() + "/nothing-here"));
-}
-
-TEST(NativeServicesTest, TagsComeFromEachFormatsOwnFields) {
-    NativePlatform platform(silent());
-    auto tags = platform.createTagReader();
-    for (const char* file : {"tone.mp3", "tone.flac", "tone.ogg", "tone.m4a", "tone.wma"}) {
-        SCOPED_TRACE(file);
-        ASSERT_TRUE(tags->open(mediaPath(file)));
-        std::string v;
-        EXPECT_TRUE(tags->artist(v));
-        EXPECT_EQ(v, "Test Artist");
-        EXPECT_TRUE(tags->title(v));
-        EXPECT_EQ(v, "Test Title");
-        EXPECT_TRUE(tags->attribute("WM/Year", v));
-        EXPECT_EQ(v, "2001");
-        EXPECT_TRUE(tags->attribute("WM/Genre", v));
-        EXPECT_EQ(v, "Jazz");
-        EXPECT_TRUE(tags->attribute("WM/OriginalReleaseYear", v));
-        EXPECT_EQ(v, "");
-    }
-    tags->close();
-    std::string v = "x";
-    EXPECT_FALSE(tags->artist(v));
-    EXPECT_EQ(v, "");
-    EXPECT_FALSE(tags->open(workDir() + "/nothing-here.mp3"));
 }
 
 TEST(NativeServicesTest, WithoutASoundServerTheDefaultDeviceIsTheSilentOneSaidOnce) {

@@ -7,8 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <thread>
 
 namespace corvid::sim {
 namespace {
@@ -660,7 +658,7 @@ TEST_F(SimPlatformTest, SettingsIgnoreCaseAndCanBePresetAndInspected) {
     EXPECT_EQ(s.value("Orvo", "Player", "Level"), "12");
 }
 
-TEST_F(SimPlatformTest, OperatorFilesTagsAndMessageBoxes) {
+TEST_F(SimPlatformTest, OperatorFilesAndMessageBoxes) {
     auto& op = sim->operatorServices();
     op.messageBox("Critical Playback Error!", "Wave Parser *should* create - reinstall DirectX?",
                   platform::MessageIcon::Critical);
@@ -675,42 +673,6 @@ TEST_F(SimPlatformTest, OperatorFilesTagsAndMessageBoxes) {
     EXPECT_EQ(op.testOpen("/m/none.mp3").number, hr::FileNotFound);
     ASSERT_TRUE(op.writeTextFile(op.detectionReportPath(), "Detection Done!\r\n"));
     EXPECT_EQ(op.writtenFile(op.detectionReportPath()), "Detection Done!\r\n");
-
-    sim->addFile("/m/tagged.wma",
-                 {"stream/asf;wma", 3, {}, {{"Artist", "Ann"}, {"Title", "Tune"}, {"WM/Year", "1999"}}, true});
-    auto tags = sim->createTagReader();
-    std::string v;
-    EXPECT_FALSE(tags->artist(v));
-    EXPECT_EQ(tags->open("/m/none.wma").number, hr::FileNotFound);
-    ASSERT_TRUE(tags->open("/m/tagged.wma"));
-    ASSERT_TRUE(tags->artist(v));
-    EXPECT_EQ(v, "Ann");
-    ASSERT_TRUE(tags->attribute("wm/year", v));
-    EXPECT_EQ(v, "1999");
-    ASSERT_TRUE(tags->attribute("WM/Genre", v));
-    EXPECT_TRUE(v.empty());
-}
-
-TEST_F(SimPlatformTest, EventLoopRunsTasksInOrderAndQuitsFromAnotherThread) {
-    auto& loop = sim->eventLoop();
-    std::vector<int> order;
-    loop.post([&] {
-        order.push_back(1);
-        loop.post([&] { order.push_back(3); });
-    });
-    loop.post([&] { order.push_back(2); });
-    EXPECT_EQ(loop.processPending(), 2);
-    EXPECT_EQ(order, (std::vector<int>{1, 2}));
-    EXPECT_EQ(loop.processPending(), 1);
-
-    std::atomic<int> ran{0};
-    std::thread worker([&] {
-        for (int i = 0; i < 100; ++i) loop.post([&] { ++ran; });
-        loop.post([&] { loop.quit(); });
-    });
-    loop.run();
-    worker.join();
-    EXPECT_EQ(ran.load(), 100);
 }
 
 } // namespace
