@@ -27,7 +27,7 @@ class DecodedAudio;
 // threshold.
 class SoundDetector {
 public:
-    static constexpr double kHoldSeconds = 0.010;
+    static constexpr double kHoldSeconds = 0.020;
     static constexpr double kGapSeconds = 0.040;
     static constexpr double kHighPassHz = 5.0;
 
