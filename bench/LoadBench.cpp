@@ -4,6 +4,7 @@
 //  - PrintFilters with logging off (no graph walk) against on.
 // Rounds alternate between the variants so that a noisy machine hurts both alike.
 
+#include "SideBySide.h"
 #include "control/Player.h"
 #include "platform/sim/SimPlatform.h"
 
@@ -23,25 +24,11 @@ struct CountingHost : corvid::PlayerEvents {
     void PlayerLogInfo(std::string& info) override { lines += info.size() > 0; }
 };
 
-double medianOf(std::vector<double> v) {
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
-}
-
-// Runs `a` and `b` alternately, `rounds` times each; returns the median microseconds of each.
+// The two variants of a pair, side by side: the median microseconds of each.
 std::pair<double, double> sideBySide(int rounds, const std::function<void()>& a,
                                      const std::function<void()>& b) {
-    std::vector<double> ta, tb;
-    for (int i = 0; i < rounds; ++i) {
-        for (int which = 0; which < 2; ++which) {
-            const auto start = Clock::now();
-            (which == 0 ? a : b)();
-            const double us =
-                std::chrono::duration<double, std::micro>(Clock::now() - start).count();
-            (which == 0 ? ta : tb).push_back(us);
-        }
-    }
-    return {medianOf(ta), medianOf(tb)};
+    const auto ms = corvid::bench::sideBySide(rounds, {a, b});
+    return {ms[0] * 1000, ms[1] * 1000};
 }
 
 void loadAndPlay(bool logging) {

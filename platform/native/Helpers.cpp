@@ -1,7 +1,7 @@
 #include "platform/native/Helpers.h"
 #include "platform/native/renderers/AudioRenderer.h"
 
-#include "platform/native/filters/FFmpeg.h"
+#include "platform/native/analysis/Analyser.h"
 #include "platform/native/filters/Filters.h"
 
 #include <algorithm>
@@ -13,12 +13,6 @@
 namespace corvid::native {
 
 using platform::Status;
-
-namespace {
-const std::vector<std::string> kScannable = {"mp3", "wav", "ogg", "mov,mp4,m4a,3gp,3g2,mj2",
-                                             "flac", "asf"};
-constexpr double kSegueWindowSeconds = 20; // decoded per backward step of the segue scan
-} // namespace
 
 struct NativeGraphHelper::Shared {
     std::mutex mutex;
@@ -158,71 +152,6 @@ void NativeGraphHelper::startScan(const std::string& file, int32_t threshold, bo
             else s->helper->events_->cueInFound(ms);
         });
     });
-}
-
-namespace {
-
-// Decodes `file` from `from` seconds; calls `visit(time, magnitude16)` per frame's loudest
-// sample until it returns false. Returns false when the file cannot be opened.
-template <class Visit>
-bool scanFrom(const std::string& file, double from, const std::atomic<bool>& cancel, Visit visit,
-              double* duration = nullptr) {
-    std::shared_ptr<FileByteReader> reader;
-    if (!FileByteReader::open(file, reader)) return false;
-    std::unique_ptr<Demuxer> demuxer;
-    if (!Demuxer::open(reader, kScannable, demuxer)) return false;
-    std::unique_ptr<AudioDecoder> decoder;
-    if (!AudioDecoder::open(*demuxer->codec(), decoder)) return false;
-    if (duration) *duration = demuxer->durationSeconds();
-    if (from > 0) demuxer->seek(from);
-    const PcmFormat f = decoder->outputFormat();
-    bool going = true;
-    Packet packet;
-    while (going && !cancel.load()) {
-        const bool more = demuxer->read(packet.packet);
-        decoder->decode(more ? packet.packet : nullptr, [&](std::vector<uint8_t>&& bytes, double time) {
-            if (!going) return;
-            const float* s = reinterpret_cast<const float*>(bytes.data());
-            const size_t frames = bytes.size() / size_t(f.frameBytes());
-            for (size_t i = 0; i < frames && going; ++i) {
-                float peak = 0;
-                for (int c = 0; c < f.channels; ++c) peak = std::max(peak, std::fabs(s[i * f.channels + c]));
-                going = visit(time + double(i) / f.rate, int32_t(peak * 32768.0f));
-            }
-        });
-        if (more) av_packet_unref(packet.packet);
-        else break;
-    }
-    return true;
-}
-
-} // namespace
-
-int32_t scanCueIn(const std::string& file, int32_t threshold, const std::atomic<bool>& cancel) {
-    int32_t found = -1;
-    scanFrom(file, 0, cancel, [&](double t, int32_t level) {
-        if (level < threshold) return true;
-        found = int32_t(std::lround(t * 1000));
-        return false;
-    });
-    return found;
-}
-
-int32_t scanSegue(const std::string& file, int32_t threshold, const std::atomic<bool>& cancel) {
-    double duration = 0;
-    if (!scanFrom(file, 0, cancel, [](double, int32_t) { return false; }, &duration)) return -1;
-    // Backwards, one window at a time, so that the whole file is decoded only when it is quiet.
-    for (double end = duration; end > 0 && !cancel.load(); end -= kSegueWindowSeconds) {
-        const double start = std::max(0.0, end - kSegueWindowSeconds);
-        double last = -1;
-        scanFrom(file, start, cancel, [&](double t, int32_t level) {
-            if (t >= end) return false;
-            if (level >= threshold && t >= start) last = t;
-            return true;
-        });
-        if (last >= 0) return int32_t(std::lround(last * 1000));
-    }
-    return -1;
 }
 
 } // namespace corvid::native

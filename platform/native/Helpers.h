@@ -52,10 +52,4 @@ private:
     std::thread scanner_;
 };
 
-// Scans decoded audio of `file`. Cue-in: the first sample whose magnitude (16-bit scale)
-// reaches `threshold`, in ms, or -1. Segue: the end of the last such sample, searched from the
-// end backwards in windows, in ms, or -1. `cancel` is polled between packets.
-int32_t scanCueIn(const std::string& file, int32_t threshold, const std::atomic<bool>& cancel);
-int32_t scanSegue(const std::string& file, int32_t threshold, const std::atomic<bool>& cancel);
-
 } // namespace corvid::native

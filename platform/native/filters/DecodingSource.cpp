@@ -19,69 +19,56 @@ public:
     Status setFileName(const std::string& fileName) override {
         if (output_ && output_->peer())
             return Status::failure(hr::WrongState, "The source is connected; disconnect it first.");
-        std::shared_ptr<FileByteReader> reader;
-        Status s = FileByteReader::open(fileName, reader);
+        std::unique_ptr<DecodedAudio> audio;
+        Status s = DecodedAudio::openFile(fileName, formats_, audio);
         if (!s) return s;
-        std::unique_ptr<Demuxer> demuxer;
-        s = Demuxer::open(reader, formats_, demuxer);
-        if (!s) return s;
-        std::unique_ptr<AudioDecoder> decoder;
-        s = AudioDecoder::open(*demuxer->codec(), decoder);
-        if (!s) return s;
-        demuxer_ = std::move(demuxer);
-        decoder_ = std::move(decoder);
+        audio_ = std::move(audio);
         fileName_ = fileName;
         if (!output_) output_ = addPin("Output", platform::PinDirection::Output);
         return Status::success();
     }
 
     std::vector<MediaType> outputTypes(NativePin&, NativePin*) override {
-        if (!demuxer_) return {};
+        if (!audio_) return {};
         MediaType compressed;
         compressed.kind = MediaType::Kind::Compressed;
-        compressed.codec = demuxer_->codec();
-        compressed.codecId = demuxer_->codec()->params->codec_id;
-        return {MediaType::pcmType(decoder_->outputFormat()), compressed};
+        compressed.codec = audio_->demuxer().codec();
+        compressed.codecId = compressed.codec->params->codec_id;
+        return {MediaType::pcmType(audio_->format()), compressed};
     }
 
-    bool isStreamHead() const override { return demuxer_ && output_ && output_->peer(); }
-    double durationSeconds() const override { return demuxer_ ? demuxer_->durationSeconds() : 0; }
+    bool isStreamHead() const override { return audio_ && output_ && output_->peer(); }
+    double durationSeconds() const override { return audio_ ? audio_->durationSeconds() : 0; }
 
     Status seekTo(double seconds) override {
-        if (!demuxer_) return Status::success();
-        decoder_->flush(seconds);
-        return demuxer_->seek(seconds);
+        return audio_ ? audio_->seek(seconds) : Status::success();
     }
 
     Produced produce(uint64_t generation) override {
-        const bool compressed = output_->mediaType().kind == MediaType::Kind::Compressed;
-        auto packet = std::make_shared<Packet>();
-        const bool more = demuxer_->read(packet->packet);
-        if (compressed) {
-            if (!more) return Produced::End;
+        if (output_->mediaType().kind == MediaType::Kind::Compressed) {
+            auto packet = std::make_shared<Packet>();
+            if (!audio_->demuxer().read(packet->packet)) return Produced::End;
             Buffer buffer;
             buffer.generation = generation;
-            buffer.time = demuxer_->toSeconds(packet->packet->pts);
+            buffer.time = audio_->demuxer().toSeconds(packet->packet->pts);
             buffer.packet = std::move(packet);
             deliverAll(buffer);
             return Produced::Data;
         }
-        decoder_->decode(more ? packet->packet : nullptr,
-                         [&](std::vector<uint8_t>&& bytes, double time) {
-                             Buffer buffer;
-                             buffer.generation = generation;
-                             buffer.time = time;
-                             buffer.format = decoder_->outputFormat();
-                             buffer.bytes = std::move(bytes);
-                             deliverAll(buffer);
-                         });
+        const bool more = audio_->next([&](std::vector<uint8_t>&& bytes, double time) {
+            Buffer buffer;
+            buffer.generation = generation;
+            buffer.time = time;
+            buffer.format = audio_->format();
+            buffer.bytes = std::move(bytes);
+            deliverAll(buffer);
+        });
         return more ? Produced::Data : Produced::End;
     }
 
 private:
     std::vector<std::string> formats_;
-    std::unique_ptr<Demuxer> demuxer_;
-    std::unique_ptr<AudioDecoder> decoder_;
+    std::unique_ptr<DecodedAudio> audio_;
     NativePinPtr output_;
     std::string fileName_;
 };

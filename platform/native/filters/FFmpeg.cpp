@@ -1,6 +1,9 @@
 #include "platform/native/filters/FFmpeg.h"
 
+#include <algorithm>
 #include <chrono>
+#include <cmath>
+#include <cstring>
 #include <mutex>
 
 #include <fcntl.h>
@@ -21,12 +24,55 @@ constexpr int64_t kOpenDeadlineMs = 5000;  // probing and header analysis togeth
 constexpr int kMaxFrameSamples = 1 << 20;  // per channel, per decoded frame
 constexpr int kMaxRate = 384000;
 constexpr size_t kLargestAllocation = 256u << 20;
+// A seek lands this many MP3 frames early, so that the decoder has the bit reservoir of the
+// frame it needs; the samples before the target are dropped after decoding.
+constexpr int kMp3LeadFrames = 2;
+// Fields that every frame of a constant-bitrate MP3 repeats: sync, version, layer, CRC flag,
+// bitrate and rate (not the padding bit, which spreads the fractional byte).
+constexpr uint32_t kSameFrameMask = 0xFFFFFC00u;
 
 int64_t nowMs() {
     return std::chrono::duration_cast<std::chrono::milliseconds>(
                std::chrono::steady_clock::now().time_since_epoch())
         .count();
 }
+uint32_t bigEndian32(const uint8_t* p) {
+    return uint32_t(p[0]) << 24 | uint32_t(p[1]) << 16 | uint32_t(p[2]) << 8 | p[3];
+}
+
+// One MPEG audio frame header (layers II and III): its length and the samples it carries.
+struct FrameHeader {
+    int bytes = 0;
+    int samples = 0;
+    int rate = 0;
+    int bitrate = 0;
+    bool mpeg1 = false;
+    bool mono = false;
+};
+
+bool parseFrameHeader(uint32_t h, FrameHeader& out) {
+    if ((h & 0xFFE00000u) != 0xFFE00000u) return false;
+    const int version = (h >> 19) & 3; // 3: MPEG-1, 2: MPEG-2, 0: MPEG-2.5
+    const int layer = (h >> 17) & 3;   // 1: III, 2: II
+    const int bitrateIndex = (h >> 12) & 15, rateIndex = (h >> 10) & 3;
+    if (version == 1 || (layer != 1 && layer != 2) || bitrateIndex == 0 || bitrateIndex == 15 ||
+        rateIndex == 3)
+        return false;
+    static const int kMpeg1Layer2[] = {0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384};
+    static const int kMpeg1Layer3[] = {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320};
+    static const int kMpeg2[] = {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160};
+    static const int kRates[] = {44100, 48000, 32000};
+    out.mpeg1 = version == 3;
+    out.rate = kRates[rateIndex] >> (version == 3 ? 0 : version == 2 ? 1 : 2);
+    out.bitrate = 1000 * (!out.mpeg1 ? kMpeg2[bitrateIndex]
+                          : layer == 2 ? kMpeg1Layer2[bitrateIndex]
+                                       : kMpeg1Layer3[bitrateIndex]);
+    out.samples = (layer == 1 && !out.mpeg1) ? 576 : 1152;
+    out.bytes = out.samples / 8 * out.bitrate / out.rate + int((h >> 9) & 1);
+    out.mono = ((h >> 6) & 3) == 3;
+    return true;
+}
+
 } // namespace
 
 void initFFmpeg() {
@@ -43,8 +89,8 @@ std::string ffmpegError(int code) {
     return text;
 }
 
-CodecParams::CodecParams(const AVCodecParameters* source, AVRational tb)
-    : params(avcodec_parameters_alloc()), timeBase(tb) {
+CodecParams::CodecParams(const AVCodecParameters* source, AVRational tb, int64_t start)
+    : params(avcodec_parameters_alloc()), timeBase(tb), origin(start) {
     avcodec_parameters_copy(params, source);
 }
 
@@ -180,6 +226,10 @@ Status Demuxer::open(std::shared_ptr<ByteReader> reader, const std::vector<std::
     av_dict_set(&options, "protocol_whitelist", "file", 0);
     av_dict_set(&options, "probesize", std::to_string(kProbeBytes).c_str(), 0);
     av_dict_set(&options, "analyzeduration", "3000000", 0);
+    // A WAVE header says all there is to know. Left alone, libavformat would analyse the
+    // stream and probe the PCM payload for other codecs packed in it, reading a megabyte.
+    const bool headerSuffices = std::strcmp(input->name, "wav") == 0;
+    if (headerSuffices) av_dict_set(&options, "max_probe_packets", "1", 0);
     ret = avformat_open_input(&d->format_, nullptr, input, &options);
     av_dict_free(&options);
     if (ret < 0) {
@@ -187,7 +237,7 @@ Status Demuxer::open(std::shared_ptr<ByteReader> reader, const std::vector<std::
         return Status::failure(hr::InvalidFileFormat,
                                "The header of " + path + " cannot be read (" + ffmpegError(ret) + ").");
     }
-    ret = avformat_find_stream_info(d->format_, nullptr);
+    ret = headerSuffices ? 0 : avformat_find_stream_info(d->format_, nullptr);
     if (ret < 0)
         return Status::failure(hr::InvalidFileFormat,
                                "The streams of " + path + " cannot be read (" + ffmpegError(ret) + ").");
@@ -202,17 +252,23 @@ Status Demuxer::open(std::shared_ptr<ByteReader> reader, const std::vector<std::
     if (par->sample_rate <= 0 || par->sample_rate > kMaxRate || par->ch_layout.nb_channels <= 0 ||
         par->ch_layout.nb_channels > 64)
         return Status::failure(hr::InvalidFileFormat, "The audio format of " + path + " is not valid.");
-    d->codec_ = std::make_shared<CodecParams>(par, st->time_base);
+    d->codec_ = std::make_shared<CodecParams>(
+        par, st->time_base, st->start_time != AV_NOPTS_VALUE ? st->start_time : 0);
 
     d->pending_ = av_packet_alloc();
     if (!d->read(d->pending_)) {
         av_packet_free(&d->pending_);
         return Status::failure(hr::InvalidFileFormat, path + " holds no audio data.");
     }
+    if (std::strcmp(input->name, "mp3") == 0) d->readMp3Layout();
     if (st->duration != AV_NOPTS_VALUE && st->duration > 0)
         d->duration_ = st->duration * av_q2d(st->time_base);
     else if (d->format_->duration > 0)
         d->duration_ = d->format_->duration / double(AV_TIME_BASE);
+    // The stream's length counts the encoder's delay and padding, which the decoder drops.
+    if (d->mp3_.delay >= 0 && st->duration != AV_NOPTS_VALUE && st->duration > 0)
+        d->duration_ = std::max(0.0, d->duration_ - double(d->mp3_.delay + d->mp3_.padding) /
+                                                        d->mp3_.rate);
     d->deadlineMs_ = 0;
     demuxer = std::move(d);
     return Status::success();
@@ -241,12 +297,94 @@ bool Demuxer::read(AVPacket* packet) {
     }
 }
 
+void Demuxer::readMp3Layout() {
+    if (!reader_->seekable() || reader_->size() <= 0) return;
+    int64_t at = 0;
+    uint8_t id3[10];
+    if (reader_->read(0, id3, 10) == 10 && std::memcmp(id3, "ID3", 3) == 0)
+        at = 10 + (int64_t(id3[6] & 0x7f) << 21 | (id3[7] & 0x7f) << 14 | (id3[8] & 0x7f) << 7 |
+                   (id3[9] & 0x7f)) +
+             ((id3[5] & 0x10) ? 10 : 0);
+    uint8_t b[4096];
+    const int n = reader_->read(at, b, sizeof b);
+    FrameHeader first;
+    int i = 0;
+    for (; i + 4 <= n && !parseFrameHeader(bigEndian32(b + i), first); ++i) {}
+    if (i + 4 > n) return;
+    Mp3Layout m;
+    m.firstFrame = at + i;
+    m.samplesPerFrame = first.samples;
+    m.rate = first.rate;
+    // The Xing or Info frame of an encoder carries no audio; "Info" marks constant bitrate, and
+    // a LAME tag after it declares the encoder delay and padding.
+    const int side = first.mpeg1 ? (first.mono ? 17 : 32) : (first.mono ? 9 : 17);
+    const int tag = i + 4 + side;
+    const bool xing = tag + 8 <= n && std::memcmp(b + tag, "Xing", 4) == 0;
+    const bool info = tag + 8 <= n && std::memcmp(b + tag, "Info", 4) == 0;
+    const bool vbri = i + 40 <= n && std::memcmp(b + i + 36, "VBRI", 4) == 0;
+    if (xing || info) {
+        const uint32_t flags = bigEndian32(b + tag + 4);
+        int lame = tag + 8 + ((flags & 1) ? 4 : 0) + ((flags & 2) ? 4 : 0) + ((flags & 4) ? 100 : 0) +
+                   ((flags & 8) ? 4 : 0);
+        if (lame + 24 <= n && (std::memcmp(b + lame, "LAME", 4) == 0 ||
+                               std::memcmp(b + lame, "Lavf", 4) == 0 ||
+                               std::memcmp(b + lame, "Lavc", 4) == 0)) {
+            m.delay = int64_t(b[lame + 21]) << 4 | b[lame + 22] >> 4;
+            m.padding = int64_t(b[lame + 22] & 0x0f) << 8 | b[lame + 23];
+        }
+    }
+    if (xing || info || vbri) m.firstFrame += first.bytes;
+    uint8_t h[4];
+    FrameHeader audio;
+    if (reader_->read(m.firstFrame, h, 4) != 4 || !parseFrameHeader(bigEndian32(h), audio)) return;
+    m.header = bigEndian32(h);
+    m.frameBytes = double(audio.samples) / 8 * audio.bitrate / audio.rate;
+    m.constantBitrate = info || (!xing && !vbri && format_->duration_estimation_method ==
+                                                        AVFMT_DURATION_FROM_BITRATE);
+    if (pending_ && pending_->pts != AV_NOPTS_VALUE) m.firstPts = pending_->pts;
+    mp3_ = m;
+}
+
+void Demuxer::placeMp3Frame(int64_t target) {
+    if (!mp3_.constantBitrate || mp3_.frameBytes <= 0) return;
+    AVStream* st = format_->streams[streamIndex_];
+    const int64_t sample = av_rescale_q(target - mp3_.firstPts, st->time_base, AVRational{1, mp3_.rate});
+    const int64_t frame = sample / mp3_.samplesPerFrame;
+    if (frame <= 0) return;
+    // Padding keeps every frame within a byte of its share of the average, so the frame that
+    // starts nearest the computed offset is the one, and its offset tells its number.
+    const int64_t guess = mp3_.firstFrame + std::llround(double(frame) * mp3_.frameBytes);
+    const int span = int(mp3_.frameBytes) + 8;
+    const int64_t from = std::max(mp3_.firstFrame, guess - span);
+    std::vector<uint8_t> b(size_t(4 * span));
+    const int n = reader_->read(from, b.data(), int(b.size()));
+    int64_t best = -1;
+    for (int i = 0; i + 4 <= n; ++i) {
+        const uint32_t h = bigEndian32(b.data() + i);
+        FrameHeader fh;
+        if ((h & kSameFrameMask) != (mp3_.header & kSameFrameMask) || !parseFrameHeader(h, fh)) continue;
+        if (i + fh.bytes + 4 > n ||
+            (bigEndian32(b.data() + i + fh.bytes) & kSameFrameMask) != (mp3_.header & kSameFrameMask))
+            continue;
+        if (best < 0 || std::llabs(from + i - guess) < std::llabs(best - guess)) best = from + i;
+    }
+    if (best < 0) return;
+    const int64_t index = std::llround(double(best - mp3_.firstFrame) / mp3_.frameBytes);
+    const int64_t ts = mp3_.firstPts + av_rescale_q(index * mp3_.samplesPerFrame,
+                                                    AVRational{1, mp3_.rate}, st->time_base);
+    av_add_index_entry(st, best, ts, 0, 0, AVINDEX_KEYFRAME);
+}
+
 Status Demuxer::seek(double seconds) {
     if (pending_) av_packet_free(&pending_);
+    const AVRational tb = stream()->time_base;
+    int64_t streamTarget = std::llround(seconds / av_q2d(tb)) + codec_->origin;
+    if (mp3_.samplesPerFrame > 0)
+        streamTarget -= av_rescale_q(kMp3LeadFrames * mp3_.samplesPerFrame, AVRational{1, mp3_.rate}, tb);
+    placeMp3Frame(streamTarget);
     // As the ffmpeg tools seek: in AV_TIME_BASE units over the whole container, landing at or
     // before the target (every demuxer takes this form; a per-stream seek fails quietly in Ogg).
-    int64_t target = int64_t(seconds * AV_TIME_BASE);
-    if (format_->start_time != AV_NOPTS_VALUE) target += format_->start_time;
+    const int64_t target = av_rescale_q(streamTarget, tb, AV_TIME_BASE_Q);
     int ret = avformat_seek_file(format_, -1, INT64_MIN, target, target, 0);
     if (ret < 0) ret = avformat_seek_file(format_, -1, INT64_MIN, target, INT64_MAX, 0);
     if (ret < 0) return Status::failure(hr::Fail, "Seek failed: " + ffmpegError(ret));
@@ -254,10 +392,39 @@ Status Demuxer::seek(double seconds) {
 }
 
 double Demuxer::toSeconds(int64_t pts) const {
-    const AVStream* st = stream();
     if (pts == AV_NOPTS_VALUE) return 0;
-    if (st->start_time != AV_NOPTS_VALUE) pts -= st->start_time;
-    return pts * av_q2d(st->time_base);
+    return (pts - codec_->origin) * av_q2d(stream()->time_base);
+}
+
+// ---------------------------------------------------------------- decoded audio
+
+Status DecodedAudio::open(std::shared_ptr<ByteReader> reader, const std::vector<std::string>& formats,
+                          std::unique_ptr<DecodedAudio>& audio) {
+    auto a = std::make_unique<DecodedAudio>();
+    Status s = Demuxer::open(std::move(reader), formats, a->demuxer_);
+    if (s) s = AudioDecoder::open(*a->demuxer_->codec(), a->decoder_);
+    if (!s) return s;
+    audio = std::move(a);
+    return Status::success();
+}
+
+Status DecodedAudio::openFile(const std::string& path, const std::vector<std::string>& formats,
+                              std::unique_ptr<DecodedAudio>& audio) {
+    std::shared_ptr<FileByteReader> reader;
+    Status s = FileByteReader::open(path, reader);
+    return s ? open(std::move(reader), formats, audio) : s;
+}
+
+Status DecodedAudio::seek(double seconds) {
+    decoder_->flush(seconds);
+    return demuxer_->seek(seconds);
+}
+
+bool DecodedAudio::next(const Sink& sink) {
+    const bool more = demuxer_->read(packet_.packet);
+    decoder_->decode(more ? packet_.packet : nullptr, sink);
+    if (more) av_packet_unref(packet_.packet);
+    return more;
 }
 
 // ---------------------------------------------------------------- decoder
@@ -273,6 +440,7 @@ Status AudioDecoder::open(const CodecParams& codec, std::unique_ptr<AudioDecoder
     d->context_->pkt_timebase = codec.timeBase;
     d->context_->thread_count = 1;
     d->timeBase_ = codec.timeBase;
+    d->origin_ = codec.origin;
     int ret = avcodec_open2(d->context_, c, nullptr);
     if (ret < 0)
         return Status::failure(hr::UnsupportedStream, "The decoder refused the stream (" +
@@ -331,7 +499,7 @@ void AudioDecoder::decode(const AVPacket* packet,
         }
         double time = nextTime_;
         const bool stamped = frame_->best_effort_timestamp != AV_NOPTS_VALUE;
-        if (stamped) time = frame_->best_effort_timestamp * av_q2d(timeBase_);
+        if (stamped) time = (frame_->best_effort_timestamp - origin_) * av_q2d(timeBase_);
         else trimBefore_ = -1; // without a time there is nothing to trim by
         const int capacity = swr_get_out_samples(swr_, samples);
         std::vector<uint8_t> bytes(size_t(std::max(capacity, 0)) * out_.channels * 4);
@@ -344,7 +512,7 @@ void AudioDecoder::decode(const AVPacket* packet,
         if (trimBefore_ >= 0) {
             const double end = time + double(produced) / out_.rate;
             if (end <= trimBefore_) continue; // wholly before the seek target
-            const auto skip = size_t(std::max(0.0, (trimBefore_ - time) * out_.rate));
+            const auto skip = size_t(std::max<int64_t>(0, std::llround((trimBefore_ - time) * out_.rate)));
             bytes.erase(bytes.begin(), bytes.begin() + long(skip * out_.channels * 4));
             if (skip > 0) time = trimBefore_;
             trimBefore_ = -1;

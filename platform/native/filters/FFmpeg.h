@@ -22,7 +22,10 @@ namespace corvid::native {
 struct CodecParams {
     AVCodecParameters* params = nullptr;
     AVRational timeBase{1, 1000};
-    explicit CodecParams(const AVCodecParameters* source, AVRational tb);
+    // The stream time of the item's first sample: the encoder delay the container skips
+    // (an MP3's LAME tag) lies before it. Decoded times count from here.
+    int64_t origin = 0;
+    explicit CodecParams(const AVCodecParameters* source, AVRational tb, int64_t origin = 0);
     ~CodecParams();
     CodecParams(const CodecParams&) = delete;
     CodecParams& operator=(const CodecParams&) = delete;
@@ -52,11 +55,26 @@ private:
     std::string path_;
 };
 
-// One audio stream of a container, demuxed from a ByteReader.
+// Where the frames of a constant-bitrate MP3 lie, so that a seek can compute the frame of
+// a time instead of reading every frame header before it.
+struct Mp3Layout {
+    int64_t firstFrame = -1;   // byte offset of the first audio frame (after the Info frame)
+    uint32_t header = 0;       // its header: the fields every frame of the file repeats
+    double frameBytes = 0;     // average bytes per frame (padding spreads the fraction)
+    int samplesPerFrame = 0;
+    int rate = 0;
+    int64_t firstPts = 0;      // stream time of the first audio frame
+    bool constantBitrate = false;
+    int64_t delay = -1, padding = -1; // from the LAME tag, in samples; -1 when absent
+};
+
+// One audio stream of a container, demuxed from a ByteReader. Times are seconds of the item's
+// timeline: its first sample after the encoder delay is 0, and the padding is not counted.
 class Demuxer {
 public:
     // `formats`: the demuxer names allowed (e.g. {"mp3"}); anything else fails with
-    // UnknownFileType. The stream must hold at least one audio packet.
+    // UnknownFileType. The stream must hold at least one audio packet. The reader is the only
+    // way in to the bytes: a file, a network buffer, or any other ByteReader.
     static Status open(std::shared_ptr<ByteReader> reader, const std::vector<std::string>& formats,
                        std::unique_ptr<Demuxer>& demuxer);
     ~Demuxer();
@@ -66,6 +84,8 @@ public:
     double durationSeconds() const { return duration_; }
     // The next packet of the audio stream; false at the end (or on a read error).
     bool read(AVPacket* packet);
+    // Lands on a packet at or before `seconds`, never after; a decoder flushed with the same
+    // time drops what lies before it, so that the next sample is the one at `seconds`.
     Status seek(double seconds);
     double toSeconds(int64_t pts) const;
 
@@ -80,6 +100,12 @@ private:
     double duration_ = 0;
     std::shared_ptr<const CodecParams> codec_;
     AVPacket* pending_ = nullptr; // the first packet, read at open to prove there is audio
+    Mp3Layout mp3_;
+
+    void readMp3Layout();
+    // For a constant-bitrate MP3: teaches the demuxer where the frame of `target` (stream
+    // time) starts, so that its exact seek reads only a few frames, whatever the file's length.
+    void placeMp3Frame(int64_t target);
 
     static int readPacket(void* opaque, uint8_t* buf, int size);
     static int64_t seekStream(void* opaque, int64_t offset, int whence);
@@ -106,11 +132,37 @@ private:
     SwrContext* swr_ = nullptr;
     AVFrame* frame_ = av_frame_alloc();
     AVRational timeBase_{1, 1000};
+    int64_t origin_ = 0;
     PcmFormat out_;
     int swrRate_ = 0, swrFormat_ = -1;
     AVChannelLayout swrLayout_{};
     double nextTime_ = 0;
     double trimBefore_ = -1;
+};
+
+// One item from its bytes to timed PCM: open, demux, decode, deliver. The decoding sources
+// and the analyser read items through it, so that they see the same samples at the same times.
+class DecodedAudio {
+public:
+    using Sink = std::function<void(std::vector<uint8_t>&&, double time)>;
+    static Status open(std::shared_ptr<ByteReader> reader, const std::vector<std::string>& formats,
+                       std::unique_ptr<DecodedAudio>& audio);
+    static Status openFile(const std::string& path, const std::vector<std::string>& formats,
+                           std::unique_ptr<DecodedAudio>& audio);
+
+    Demuxer& demuxer() { return *demuxer_; }
+    PcmFormat format() const { return decoder_->outputFormat(); }
+    double durationSeconds() const { return demuxer_->durationSeconds(); }
+    // The next sample delivered is the one at `seconds`.
+    Status seek(double seconds);
+    // Decodes the next packet and hands its blocks (interleaved float) to `sink`; at the end
+    // it drains the decoder and returns false.
+    bool next(const Sink& sink);
+
+private:
+    std::unique_ptr<Demuxer> demuxer_;
+    std::unique_ptr<AudioDecoder> decoder_;
+    Packet packet_;
 };
 
 // Converts interleaved PCM between formats, rates and channel counts.

@@ -1,0 +1,162 @@
+#include "platform/native/analysis/Analyser.h"
+
+#include "platform/native/filters/FFmpeg.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace corvid::native {
+
+namespace {
+constexpr int32_t kDefaultThreshold = 500;
+// The segue scan's first window from the end: most items end within a few seconds of their
+// last sound. While a window is all quiet, the next one reaches as far again back.
+constexpr double kFirstWindowSeconds = 3.0;
+// Decoded before a window and not listened to: a decoder that starts after a seek needs a
+// frame or two to sound right.
+constexpr double kPrerollSeconds = 0.1;
+// A window reaches this far into the one after it, so that a run of sound that crosses the
+// border is heard whole.
+constexpr double kOverlapSeconds =
+    SoundDetector::kHoldSeconds + SoundDetector::kGapSeconds + 0.05;
+
+int32_t toMs(int64_t sample, int rate) {
+    const double ms = std::round(double(sample) * 1000.0 / rate);
+    return int32_t(std::clamp(ms, 0.0, double(std::numeric_limits<int32_t>::max())));
+}
+
+// Decodes from where `audio` stands and feeds the detector the samples in [from, until)
+// (sample indices), until `done` holds, the end, or a cancel.
+template <class Done>
+void listen(DecodedAudio& audio, SoundDetector& detector, int64_t from, int64_t until,
+            const std::atomic<bool>& cancel, Done done) {
+    const PcmFormat f = audio.format();
+    bool reachedUntil = false;
+    auto sink = [&](std::vector<uint8_t>&& bytes, double time) {
+        int64_t first = std::llround(time * f.rate);
+        const float* s = reinterpret_cast<const float*>(bytes.data());
+        int64_t frames = int64_t(bytes.size() / size_t(f.frameBytes()));
+        if (first < from) {
+            const int64_t skip = std::min(frames, from - first);
+            s += skip * f.channels;
+            frames -= skip;
+            first += skip;
+        }
+        if (until != std::numeric_limits<int64_t>::max())
+            frames = std::min(frames, std::max<int64_t>(0, until - first));
+        if (first + frames >= until) reachedUntil = true;
+        if (frames > 0) detector.feed(first, s, size_t(frames));
+    };
+    while (!cancel.load() && !reachedUntil && !done() && audio.next(sink)) {}
+}
+
+} // namespace
+
+// ---------------------------------------------------------------- detector
+
+SoundDetector::SoundDetector(int rate, int channels, int32_t threshold)
+    : rate_(rate), channels_(channels),
+      threshold_(float(threshold < 1 ? kDefaultThreshold : threshold)),
+      hold_(std::llround(kHoldSeconds * rate)), gap_(std::llround(kGapSeconds * rate)),
+      pole_(float(std::exp(-2.0 * M_PI * kHighPassHz / rate))), lastIn_(size_t(channels)),
+      lastOut_(size_t(channels)) {}
+
+void SoundDetector::feed(int64_t first, const float* samples, size_t frames) {
+    const size_t ch = size_t(channels_);
+    for (size_t i = 0; i < frames; ++i) {
+        const float* frame = samples + i * ch;
+        if (!primed_) { // a level present from the first sample on is an offset, not a start
+            std::copy(frame, frame + ch, lastIn_.begin());
+            primed_ = true;
+        }
+        float peak = 0;
+        for (size_t c = 0; c < ch; ++c) {
+            const float y = frame[c] - lastIn_[c] + pole_ * lastOut_[c];
+            lastIn_[c] = frame[c];
+            lastOut_[c] = y;
+            peak = std::max(peak, std::fabs(y));
+        }
+        if (peak * 32768.0f < threshold_) continue;
+        const int64_t at = first + int64_t(i);
+        if (runStart_ >= 0 && at - runLast_ > gap_) close();
+        if (runStart_ < 0) runStart_ = at;
+        runLast_ = at;
+        if (firstSound_ < 0 && runLast_ - runStart_ >= hold_) firstSound_ = runStart_;
+    }
+}
+
+void SoundDetector::close() {
+    if (runStart_ >= 0 && runLast_ - runStart_ >= hold_) {
+        if (firstSound_ < 0) firstSound_ = runStart_;
+        soundEnd_ = runLast_ + 1;
+    }
+    runStart_ = runLast_ = -1;
+}
+
+void SoundDetector::finish() { close(); }
+
+// ---------------------------------------------------------------- scans
+
+const std::vector<std::string>& scannableFormats() {
+    static const std::vector<std::string> formats = {"mp3", "wav", "ogg",
+                                                     "mov,mp4,m4a,3gp,3g2,mj2", "flac", "asf"};
+    return formats;
+}
+
+int32_t findCueIn(DecodedAudio& audio, int32_t threshold, const std::atomic<bool>& cancel) {
+    const PcmFormat f = audio.format();
+    SoundDetector detector(f.rate, f.channels, threshold);
+    listen(audio, detector, std::numeric_limits<int64_t>::min(), std::numeric_limits<int64_t>::max(),
+           cancel, [&] { return detector.firstSound() >= 0; });
+    detector.finish();
+    if (cancel.load() || detector.firstSound() < 0) return -1;
+    return toMs(detector.firstSound(), f.rate);
+}
+
+int32_t findSegue(DecodedAudio& audio, int32_t threshold, const std::atomic<bool>& cancel) {
+    const PcmFormat f = audio.format();
+    const double length = audio.durationSeconds();
+    // Windows backwards from the end: [start, end), the first one open to the real end (a
+    // declared length can be short of it).
+    double end = std::numeric_limits<double>::infinity();
+    for (double window = kFirstWindowSeconds;; window *= 2) {
+        const double start = std::max(0.0, length - window);
+        if (!audio.seek(std::max(0.0, start - kPrerollSeconds)) && !audio.seek(0)) return -1;
+        SoundDetector detector(f.rate, f.channels, threshold);
+        const int64_t until = std::isinf(end) ? std::numeric_limits<int64_t>::max()
+                                              : std::llround((end + kOverlapSeconds) * f.rate);
+        listen(audio, detector, std::llround(start * f.rate), until, cancel, [] { return false; });
+        if (cancel.load()) return -1;
+        detector.finish();
+        if (detector.soundEnd() >= 0) return toMs(detector.soundEnd(), f.rate);
+        if (start <= 0) return -1;
+        end = start;
+    }
+}
+
+int32_t scanCueIn(const std::string& file, int32_t threshold, const std::atomic<bool>& cancel) {
+    std::unique_ptr<DecodedAudio> audio;
+    if (!DecodedAudio::openFile(file, scannableFormats(), audio)) return -1;
+    return findCueIn(*audio, threshold, cancel);
+}
+
+int32_t scanSegue(const std::string& file, int32_t threshold, const std::atomic<bool>& cancel) {
+    std::unique_ptr<DecodedAudio> audio;
+    if (!DecodedAudio::openFile(file, scannableFormats(), audio)) return -1;
+    return findSegue(*audio, threshold, cancel);
+}
+
+platform::Status analyseItem(const std::string& file, int32_t cueThreshold, int32_t segueThreshold,
+                             ItemPoints& points, const std::atomic<bool>& cancel) {
+    points = ItemPoints{};
+    std::unique_ptr<DecodedAudio> audio;
+    platform::Status s = DecodedAudio::openFile(file, scannableFormats(), audio);
+    if (!s) return s;
+    points.durationSeconds = audio->durationSeconds();
+    points.cueInMs = findCueIn(*audio, cueThreshold, cancel);
+    points.segueMs = findSegue(*audio, segueThreshold, cancel);
+    return platform::Status::success();
+}
+
+} // namespace corvid::native
