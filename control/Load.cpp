@@ -93,7 +93,8 @@ void Player::LoadItem(const std::string& newNameArg) {
     //    instead of loading; one that can no longer be cancelled is let go.
     if (streamControl_) {
         if (streamControl_->canCancel()) {
-            if (!streamControl_->canCancel()) {
+            // A write while the load waits for that stream is the host giving up on it.
+            if (!streamControl_->canCancel() || AddingSourceFilter) {
                 streamControl_->cancel();
                 streamStartCancelled_ = true;
                 return;
@@ -167,11 +168,15 @@ void Player::LoadItem(const std::string& newNameArg) {
 
         // 11. Build, and once more through the other source filter.
         const int32_t buildStart = ticks.nowMs();
+        streamAnswerFinal_ = false;
         bool built = BuildGraph(newName, false, false);
         if (logging()) Log("BuildGraph took " + elapsedSince(buildStart) + " ms.");
         if (!built) {
-            // Without a graph manager there is nothing to retry in.
-            if (!MainGraphMan) {
+            // Without a graph manager there is nothing to retry in. A stream whose open was
+            // cancelled or answered for good would only reach the same server again.
+            if (!MainGraphMan || streamAnswerFinal_) {
+                if (streamAnswerFinal_)
+                    Log("BuildGraph DIDNT succeed - the stream's answer is final, not trying another source filter.");
                 FailLoad(newName);
                 return;
             }

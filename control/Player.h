@@ -430,6 +430,9 @@ private:
     bool UsingASFReaderAsFallback_ = false;
     int32_t loadStart_ = 0;
     bool streamStartCancelled_ = false;
+    // The stream open of this load ended with an answer that another source would only
+    // repeat (the host cancelled, the server refused or did not answer): no second build.
+    bool streamAnswerFinal_ = false;
 
     // Cue and segue.
     bool AutoCueBusy_ = false;

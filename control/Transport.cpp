@@ -195,6 +195,9 @@ void Player::StopPlaying() {
         ~Clear() { flag = false; }
     } clear{stopBusy_};
 
+    // A stop while the load waits for a stream to open: the host gave up on that stream.
+    if (AddingSourceFilter) StreamingCancelPlay();
+
     // 2. The helper stops the graph it follows; a graph it does not follow is stopped here.
     if (Helper) {
         (void)get_FileName();

@@ -236,9 +236,14 @@ bool Player::WaitForStreamSource(const platform::FilterPtr& source, const std::s
         if (state == platform::StreamSourceControl::OpenState::Open) return true;
         if (state == platform::StreamSourceControl::OpenState::Failed) {
             const platform::Status why = control->openFailure();
+            streamAnswerFinal_ = control->failureIsFinal();
             raise(why.number ? why.number : platform::hr::Fail, why.description);
         }
-        if (waited >= kStreamTimeoutMs) raise(kBusyOrUnplayable, "Waiting too long for the stream to load");
+        if (waited >= kStreamTimeoutMs) {
+            streamAnswerFinal_ = true; // a server this slow would be as slow for any source
+            if (control->canCancel()) control->cancel(); // and its connection ends now
+            raise(kBusyOrUnplayable, "Waiting too long for the stream to load");
+        }
         loop.processPending();
         ticks.sleepMs(kStreamPollMs);
     }
@@ -254,6 +259,13 @@ platform::FilterPtr Player::AddReaderSource(const std::string& FileName, platfor
     if (!reader) {
         if (Process().ASFReaderBanned) {
             Log("WARNING: WM ASF READER is too old for me to try to use it. Update Windows Media Player to 11 or more!");
+            // Only the reader opens such addresses: say so rather than let the file route
+            // report a missing file.
+            if (isAddress(FileName))
+                failure = PendingError{kBusyOrUnplayable, "The address " + FileName +
+                                                              " needs the Windows Media reader, which is banned "
+                                                              "(ASFReaderBanned); only icystream:// and icystreams:// "
+                                                              "addresses play without it."};
             return nullptr;
         }
         const platform::CatalogueEntryPtr* wm = colDShowFilters().find(kWmReader);

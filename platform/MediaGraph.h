@@ -92,6 +92,11 @@ public:
     virtual OpenState openState() const = 0;
     // The failure of a Failed open, with the source's own number and text.
     virtual Status openFailure() const = 0;
+    // Whether a Failed open is the last word on the address: the host cancelled it, or the
+    // server answered with what asking again would only repeat (refused, not found, not
+    // audio, no answer in time, a certificate that fails). Opening the same address again,
+    // through this source or another, would reach the same server.
+    virtual bool failureIsFinal() const { return false; }
     virtual bool canCancel() const = 0;
     virtual Status cancel() = 0;
 };

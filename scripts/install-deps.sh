@@ -7,8 +7,8 @@ packages=(
   build-essential cmake ninja-build pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
   libavformat-dev libavcodec-dev libavutil-dev libswresample-dev
-  libpulse-dev libsoundtouch-dev libtag1-dev
-  pulseaudio pulseaudio-utils icecast2 ffmpeg sox
+  libpulse-dev libsoundtouch-dev libtag1-dev libssl-dev
+  pulseaudio pulseaudio-utils icecast2 ffmpeg sox openssl ca-certificates
 )
 
 if [ "$(id -u)" -ne 0 ]; then sudo=sudo; else sudo=; fi

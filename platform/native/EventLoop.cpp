@@ -1,15 +1,26 @@
 #include "platform/native/EventLoop.h"
 
 #include <chrono>
+#include <cstdio>
 
 namespace corvid::native {
 
 void NativeEventLoop::post(std::function<void()> task) {
     {
         std::lock_guard lock(mutex_);
+        if (tasks_.size() >= kMaxPending) {
+            if (dropped_++ == 0)
+                std::fprintf(stderr, "Corvid: the host does not pump its event loop; events are being dropped.\n");
+            return;
+        }
         tasks_.push_back(std::move(task));
     }
     wake_.notify_one();
+}
+
+uint64_t NativeEventLoop::dropped() const {
+    std::lock_guard lock(mutex_);
+    return dropped_;
 }
 
 int NativeEventLoop::processPending() {

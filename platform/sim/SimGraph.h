@@ -140,6 +140,9 @@ private:
     Status open(const std::string& address) override;
     OpenState openState() const override { return openState_; }
     Status openFailure() const override { return openFailure_; }
+    bool failureIsFinal() const override {
+        return openState_ == OpenState::Failed && (stream_.finalFailure || openFailure_.number == platform::hr::Abort);
+    }
     bool canCancel() const override;
     Status cancel() override;
 

@@ -64,6 +64,8 @@ struct SimStream {
     double durationSeconds = LiveDuration;
     std::vector<LevelPoint> levels;
     bool cancellable = true;
+    // A failure that is the server's last word (see StreamSourceControl::failureIsFinal).
+    bool finalFailure = false;
 
     static constexpr double LiveDuration = 525600.0;
 };

@@ -1,10 +1,13 @@
 // The network stream source ("_DShowShoutCast"):
-//  - the wire: addresses, response heads, metadata blocks in any slicing, bounds;
-//  - the filter against a small ICY server run by the test (one connection each): the
-//    buffering it reports, a stream that runs dry, failures, cancel, no thread left behind;
-//  - the player on the native runtime against a real icecast2 on 127.0.0.1, fed by an
-//    ffmpeg source client: load, play, titles, stop, a missing mount, a server that never
-//    answers, a cancel from the host while the stream opens.
+//  - the wire: addresses and redirections, response heads, metadata blocks in any slicing,
+//    chunked coding, title cleaning, bounds;
+//  - the filter against the test's own stream server (good answers and hostile ones: a
+//    stall, a drip, a trickle, a drop, a flood, a redirect loop, chunked coding, a metadata
+//    interval of 1): what each reports and how each ends, no thread left behind;
+//  - the player on the native runtime against a real icecast2 on 127.0.0.1, fed by ffmpeg
+//    source clients, plain and over TLS with a certificate the test makes and trusts for its
+//    own run only: load, play, titles, stop, a redirect to the TLS mount, a source client
+//    that goes and comes back, a missing mount, a server that never answers, cancels.
 
 #include "NativeTestSupport.h"
 
@@ -12,6 +15,7 @@
 #include "platform/native/NativeCatalogue.h"
 #include "platform/native/filters/Filters.h"
 #include "platform/native/stream/Icy.h"
+#include "platform/native/stream/Session.h"
 #include "tests/sim/RecordingEvents.h"
 
 #include <cctype>
@@ -146,54 +150,66 @@ private:
     pid_t pid_ = -1;
 };
 
-// A listener on 127.0.0.1 that takes connections and never says a word.
-class SilentServer {
+// The stream server of these tests, on 127.0.0.1. It serves every connection the same way,
+// one at a time, for as long as it lives, and counts them and the bytes it sent. Every wait
+// in it is bounded by its own stop.
+class TestServer {
 public:
-    SilentServer() {
-        fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        ::bind(fd_, reinterpret_cast<sockaddr*>(&a), sizeof a);
-        ::listen(fd_, 8); // the kernel completes the handshakes; nobody ever reads
-        socklen_t len = sizeof a;
-        ::getsockname(fd_, reinterpret_cast<sockaddr*>(&a), &len);
-        port_ = ntohs(a.sin_port);
-    }
-    ~SilentServer() { ::close(fd_); }
-    std::string address() const { return "icystream://127.0.0.1:" + std::to_string(port_) + "/live.mp3"; }
-
-private:
-    int fd_ = -1;
-    int port_ = 0;
-};
-
-// Serves one ICY connection of a file (title in the first metadata block), all at once up to
-// `holdAfter` audio bytes; the rest, and the end, only after release().
-class HeldIcyServer {
-public:
-    HeldIcyServer(const std::string& file, size_t holdAfter, std::string contentType = "audio/mpeg")
-        : holdAfter_(holdAfter), contentType_(std::move(contentType)) {
-        std::ifstream in(file, std::ios::binary);
-        audio_.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    enum class Mode {
+        File,         // ICY, the whole file with a Content-Length (an item with an end), title first
+        Held,         // the same, holding after `holdAfter` body bytes until release()
+        NotFound,     // 404
+        Silent,       // takes the connection and never answers
+        Stall,        // 3 s of audio, then nothing
+        Drip,         // 3 s of audio, then a byte every 2 s
+        Trickle,      // 3 s of audio, then 1 kB/s
+        Drop,         // 200 bytes of audio, then closes
+        Flood,        // the file over and over, as fast as the socket takes it
+        RedirectLoop, // 302 to /a, /a to /b, /b to /a
+        RedirectTo,   // 302 to `location`
+        Chunked,      // HTTP/1.1, chunked, the whole file; the connection stays open
+        TinyInterval, // icy-metaint: 1 and garbage
+        TitleFlood,   // icy-metaint: 256 and a new title (in Latin-1) in every block
+    };
+    struct Options {
+        Mode mode;
+        std::string file, contentType;
+        size_t holdAfter;
+        std::string location;
+    };
+    explicit TestServer(Mode mode, std::string file = "", std::string contentType = "audio/mpeg", size_t holdAfter = 0,
+                        std::string location = "")
+        : o_{mode, std::move(file), std::move(contentType), holdAfter, std::move(location)} {
+        if (!o_.file.empty()) {
+            std::ifstream in(o_.file, std::ios::binary);
+            audio_.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+        }
         listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_in a{};
         a.sin_family = AF_INET;
         a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         ::bind(listener_, reinterpret_cast<sockaddr*>(&a), sizeof a);
-        ::listen(listener_, 1);
+        ::listen(listener_, 8);
         socklen_t len = sizeof a;
         ::getsockname(listener_, reinterpret_cast<sockaddr*>(&a), &len);
         port_ = ntohs(a.sin_port);
-        thread_ = std::thread([this] { serve(); });
+        thread_ = std::thread([this] { run(); });
     }
-    ~HeldIcyServer() {
+    ~TestServer() {
         stop_ = true;
         release();
         thread_.join();
         ::close(listener_);
     }
-    std::string address() const { return "icystream://127.0.0.1:" + std::to_string(port_) + "/held.mp3"; }
+    std::string address(const std::string& path = "/live.mp3") const {
+        return "icystream://127.0.0.1:" + std::to_string(port_) + path;
+    }
+    int connections() const { return connections_; }
+    int64_t bytesSent() const { return sent_; }
+    std::string request() const {
+        std::lock_guard lock(mutex_);
+        return request_;
+    }
     void release() {
         std::lock_guard lock(mutex_);
         released_ = true;
@@ -201,87 +217,224 @@ public:
     }
 
 private:
-    void serve() {
-        pollfd p{listener_, POLLIN, 0};
-        if (::poll(&p, 1, 10000) != 1) return;
-        const int fd = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-        char buf[2048];
-        ::recv(fd, buf, sizeof buf, 0); // the request; its content is not checked here
-        constexpr size_t kInterval = 4096;
-        std::string body = "ICY 200 OK\r\ncontent-type: " + contentType_ + "\r\nicy-metaint: 4096\r\n\r\n";
-        std::string meta = std::string("StreamTitle='") + kStreamTitle + "';";
-        meta.resize((meta.size() + 15) / 16 * 16, '\0');
-        size_t sent = 0;
-        auto sendAudio = [&](size_t upTo) {
-            for (; sent < upTo; sent += kInterval) {
-                const size_t n = std::min(kInterval, audio_.size() - sent);
-                body.append(audio_.data() + sent, n);
-                if (n == kInterval) body += sent == 0 ? char(meta.size() / 16) + meta : std::string(1, '\0');
-            }
-            ::send(fd, body.data(), body.size(), MSG_NOSIGNAL);
-            body.clear();
-        };
-        sendAudio(std::min(holdAfter_, audio_.size()));
-        {
-            std::unique_lock lock(mutex_);
-            wake_.wait_for(lock, std::chrono::seconds(20), [&] { return released_; });
+    void run() {
+        while (!stop_) {
+            pollfd p{listener_, POLLIN, 0};
+            if (::poll(&p, 1, 50) != 1) continue;
+            const int fd = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+            if (fd < 0) continue;
+            ++connections_;
+            serve(fd);
+            ::close(fd);
         }
-        if (!stop_) sendAudio(audio_.size());
-        ::close(fd);
+    }
+    // Sends all of `data` unless the server stops or the client goes.
+    bool send(int fd, const std::string& data) {
+        for (size_t at = 0; at < data.size();) {
+            pollfd p{fd, POLLOUT, 0};
+            if (stop_) return false;
+            if (::poll(&p, 1, 50) != 1) continue;
+            const ssize_t n = ::send(fd, data.data() + at, data.size() - at, MSG_NOSIGNAL | MSG_DONTWAIT);
+            if (n < 0 && errno != EAGAIN) return false;
+            if (n > 0) at += size_t(n), sent_ += n;
+        }
+        return true;
+    }
+    bool pause(int ms) {
+        std::unique_lock lock(mutex_);
+        return !wake_.wait_for(lock, std::chrono::milliseconds(ms), [&] { return stop_.load(); });
+    }
+    std::string audio(size_t from, size_t n) const {
+        return from >= audio_.size() ? "" : std::string(audio_.data() + from, std::min(n, audio_.size() - from));
+    }
+    // The audio with a metadata block after every `interval` bytes: the title in the first.
+    std::string icyBody(size_t interval) const {
+        std::string meta = std::string("StreamTitle='") + kStreamTitle + "';StreamUrl='http://127.0.0.1/';";
+        meta.resize((meta.size() + 15) / 16 * 16, '\0');
+        std::string body;
+        for (size_t at = 0; at < audio_.size(); at += interval) {
+            body += audio(at, interval);
+            if (at + interval <= audio_.size()) body += at == 0 ? char(meta.size() / 16) + meta : std::string(1, '\0');
+        }
+        return body;
     }
 
+    void serve(int fd) {
+        std::string request;
+        char buf[2048];
+        for (int i = 0; i < 40 && request.find("\r\n\r\n") == std::string::npos && !stop_; ++i) {
+            pollfd p{fd, POLLIN, 0};
+            if (::poll(&p, 1, 50) != 1) continue;
+            const ssize_t n = ::recv(fd, buf, sizeof buf, 0);
+            if (n <= 0) return;
+            request.append(buf, size_t(n));
+        }
+        {
+            std::lock_guard lock(mutex_);
+            if (request_.empty()) request_ = request;
+        }
+        const std::string path = request.substr(4, request.find(' ', 4) - 4);
+        const std::string icy = "ICY 200 OK\r\nicy-name: Corvid Test\r\nicy-br: 128\r\ncontent-type: " + o_.contentType + "\r\n";
+        constexpr size_t kThreeSeconds = 48000; // at 128 kbit/s
+        switch (o_.mode) {
+        case Mode::File:
+        case Mode::Held: {
+            const std::string body = icyBody(8192);
+            const size_t hold = o_.mode == Mode::Held ? std::min(o_.holdAfter, body.size()) : body.size();
+            if (!send(fd, icy + "icy-metaint: 8192\r\ncontent-length: " + std::to_string(body.size()) + "\r\n\r\n") ||
+                !send(fd, body.substr(0, hold)))
+                return;
+            {
+                std::unique_lock lock(mutex_);
+                wake_.wait_for(lock, std::chrono::seconds(20), [&] { return released_ || o_.mode == Mode::File; });
+            }
+            send(fd, body.substr(hold));
+            return;
+        }
+        case Mode::NotFound: send(fd, "HTTP/1.0 404 File Not Found\r\n\r\n"); return;
+        case Mode::Silent:
+            while (pause(1000)) {
+            }
+            return;
+        case Mode::Stall:
+        case Mode::Drip:
+        case Mode::Trickle: {
+            if (!send(fd, icy + "\r\n" + audio(0, kThreeSeconds))) return;
+            for (size_t at = kThreeSeconds; pause(o_.mode == Mode::Drip ? 2000 : 100);) {
+                if (o_.mode == Mode::Stall) continue;
+                const size_t n = o_.mode == Mode::Drip ? 1 : 100;
+                if (!send(fd, audio(at, n))) return;
+                at += n;
+            }
+            return;
+        }
+        case Mode::Drop: send(fd, icy + "\r\n" + audio(0, 200)); return;
+        case Mode::Flood:
+            if (!send(fd, icy + "\r\n")) return;
+            while (send(fd, std::string(audio_.begin(), audio_.end()))) {
+            }
+            return;
+        case Mode::RedirectLoop:
+        case Mode::RedirectTo: {
+            const std::string to = o_.mode == Mode::RedirectTo ? o_.location : path == "/a" ? "/b" : "/a";
+            send(fd, "HTTP/1.1 302 Found\r\nLocation: " + to + "\r\nContent-Length: 0\r\n\r\n");
+            return;
+        }
+        case Mode::Chunked: {
+            std::string body;
+            for (size_t at = 0; at < audio_.size(); at += 1000) {
+                const std::string piece = audio(at, 1000);
+                char size[16];
+                std::snprintf(size, sizeof size, "%zx\r\n", piece.size());
+                body += size + piece + "\r\n";
+            }
+            if (!send(fd, "HTTP/1.1 200 OK\r\nContent-Type: audio/mpeg\r\nTransfer-Encoding: chunked\r\n\r\n" + body +
+                              "0\r\n\r\n"))
+                return;
+            while (pause(1000)) { // an HTTP/1.1 server keeps the connection
+            }
+            return;
+        }
+        case Mode::TinyInterval:
+            send(fd, icy + "icy-metaint: 1\r\n\r\n" + std::string(4096, '\x7f'));
+            return;
+        case Mode::TitleFlood: {
+            if (!send(fd, icy + "icy-metaint: 256\r\n\r\n")) return;
+            for (int n = 0;; ++n) {
+                std::string meta = "StreamTitle='Caf\xe9 " + std::to_string(n) + "';";
+                meta.resize((meta.size() + 15) / 16 * 16, '\0');
+                if (!send(fd, audio(size_t(n) * 256 % (audio_.size() - 256), 256) + char(meta.size() / 16) + meta))
+                    return;
+            }
+        }
+        }
+    }
+
+    Options o_;
     std::vector<char> audio_;
-    size_t holdAfter_;
-    std::string contentType_;
     int listener_ = -1;
     int port_ = 0;
     std::atomic<bool> stop_{false};
-    std::mutex mutex_;
+    std::atomic<int> connections_{0};
+    std::atomic<int64_t> sent_{0};
+    mutable std::mutex mutex_;
     std::condition_variable wake_;
     bool released_ = false;
+    std::string request_;
     std::thread thread_;
 };
 
 // ---------------------------------------------------------------- the wire
 
-TEST(IcyWire, AddressesMapToHttpAndOnlyWellFormedOnesPass) {
+TEST(IcyWire, AddressesAndRedirectionsMapToHttpOrHttpsAndOnlyWellFormedOnesPass) {
     struct Case {
         const char* address;
         bool ok;
+        bool tls;
         const char* host;
         const char* port;
         const char* path;
     };
     const Case cases[] = {
-        {"icystream://127.0.0.1:8000/live.mp3", true, "127.0.0.1", "8000", "/live.mp3"},
-        {"ICYSTREAM://Radio.example:8000", true, "Radio.example", "8000", "/"},
-        {"http://127.0.0.1/stream?x=1", true, "127.0.0.1", "80", "/stream?x=1"},
-        {"icystream://[::1]:9000/a", true, "::1", "9000", "/a"},
-        {"icystream://127.0.0.1:0/a", false, "", "", ""},
-        {"icystream://127.0.0.1:65536/a", false, "", "", ""},
-        {"icystream://127.0.0.1:80x/a", false, "", "", ""},
-        {"icystream://user:pw@127.0.0.1/a", false, "", "", ""},
-        {"icystream://127.0.0.1/a b", false, "", "", ""},
-        {"icystream://127.0.0.1/a\r\nX: y", false, "", "", ""},
-        {"https://127.0.0.1/a", false, "", "", ""},
-        {"icyx://127.0.0.1/a", false, "", "", ""},
-        {"icystream://", false, "", "", ""},
+        {"icystream://127.0.0.1:8000/live.mp3", true, false, "127.0.0.1", "8000", "/live.mp3"},
+        {"ICYSTREAM://Radio.example:8000", true, false, "Radio.example", "8000", "/"},
+        {"http://127.0.0.1/stream?x=1", true, false, "127.0.0.1", "80", "/stream?x=1"},
+        {"icystream://[::1]:9000/a", true, false, "::1", "9000", "/a"},
+        {"icystreams://radio.example/live", true, true, "radio.example", "443", "/live"},
+        {"HTTPS://127.0.0.1:8443/a", true, true, "127.0.0.1", "8443", "/a"},
+        {"icystream://127.0.0.1:0/a", false, false, "", "", ""},
+        {"icystream://127.0.0.1:65536/a", false, false, "", "", ""},
+        {"icystream://127.0.0.1:80x/a", false, false, "", "", ""},
+        {"icystream://user:pw@127.0.0.1/a", false, false, "", "", ""},
+        {"icystream://127.0.0.1/a b", false, false, "", "", ""},
+        {"icystream://127.0.0.1/a\r\nX: y", false, false, "", "", ""},
+        {"icyx://127.0.0.1/a", false, false, "", "", ""},
+        {"/music/icystream://x/a.mp3", false, false, "", "", ""},
+        {"icystream://", false, false, "", "", ""},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.address);
         icy::StreamAddress a;
         ASSERT_EQ(icy::parseAddress(c.address, a), c.ok);
         if (!c.ok) continue;
+        EXPECT_EQ(a.tls, c.tls);
         EXPECT_EQ(a.host, c.host);
         EXPECT_EQ(a.port, c.port);
         EXPECT_EQ(a.path, c.path);
     }
     icy::StreamAddress a;
-    ASSERT_TRUE(icy::parseAddress("icystream://127.0.0.1:8000/live.mp3", a));
+    ASSERT_TRUE(icy::parseAddress("icystream://127.0.0.1:8000/live/a.mp3", a));
     const std::string request = icy::makeRequest(a);
-    EXPECT_EQ(request.rfind("GET /live.mp3 HTTP/1.0\r\n", 0), 0u);
+    EXPECT_EQ(request.rfind("GET /live/a.mp3 HTTP/1.1\r\n", 0), 0u);
     EXPECT_NE(request.find("\r\nIcy-MetaData: 1\r\n"), std::string::npos);
     EXPECT_NE(request.find("\r\nHost: 127.0.0.1:8000\r\n"), std::string::npos);
+
+    // Redirections: http and https only, never from TLS down to plain.
+    icy::StreamAddress secure = a;
+    secure.tls = true;
+    const struct {
+        const icy::StreamAddress& from;
+        const char* location;
+        const char* to; // "" = refused
+    } moves[] = {
+        {a, "https://other.example/x", "other.example:443/x"},
+        {a, "http://other.example:81/x", "other.example:81/x"},
+        {secure, "http://other.example:81/x", ""},
+        {a, "/elsewhere", "127.0.0.1:8000/elsewhere"},
+        {a, "b.mp3", "127.0.0.1:8000/live/b.mp3"},
+        {a, "ftp://other.example/x", ""},
+        {a, "file:///etc/passwd", ""},
+        {a, "", ""},
+    };
+    for (const auto& m : moves) {
+        SCOPED_TRACE(m.location);
+        icy::StreamAddress to;
+        const bool ok = icy::resolveLocation(m.from, m.location, to);
+        EXPECT_EQ(ok, *m.to != '\0');
+        if (ok) {
+            EXPECT_EQ(icy::describe(to), m.to);
+        }
+    }
 }
 
 TEST(IcyWire, ResponseHeadsOfHttpAndIcyServersAndTheirBounds) {
@@ -306,8 +459,15 @@ TEST(IcyWire, ResponseHeadsOfHttpAndIcyServersAndTheirBounds) {
     EXPECT_EQ(icy::headLength("HTTP/1.0 200 OK\r\nicy-metaint: 8"), 0u) << "incomplete";
     ASSERT_TRUE(icy::parseHead("HTTP/1.0 404 File Not Found\r\n\r\n", h));
     EXPECT_EQ(h.status, 404);
-    for (const char* bad : {"icy-metaint: 0", "icy-metaint: 99999999999999999999", "icy-metaint: 1048577",
-                            "icy-metaint: -5", "icy-metaint: 12abc"}) {
+    ASSERT_TRUE(icy::parseHead("HTTP/1.1 302 Found\r\nLocation: /b\r\nTransfer-Encoding: chunked\r\n"
+                               "Content-Length: 12\r\nicy-br: 128\r\n\r\n", h));
+    EXPECT_TRUE(icy::isRedirection(h.status));
+    EXPECT_EQ(h.location, "/b");
+    EXPECT_TRUE(h.chunked);
+    EXPECT_EQ(h.contentLength, 12);
+    EXPECT_EQ(h.bitrateKbps, 128);
+    for (const char* bad : {"icy-metaint: 0", "icy-metaint: 1", "icy-metaint: 255", "icy-metaint: 99999999999999999999",
+                            "icy-metaint: 1048577", "icy-metaint: -5", "icy-metaint: 12abc"}) {
         SCOPED_TRACE(bad);
         EXPECT_EQ(icy::parseHead(std::string("HTTP/1.0 200 OK\r\n") + bad + "\r\n\r\n", h).number,
                   hr::InvalidFileFormat);
@@ -319,7 +479,7 @@ TEST(IcyWire, ResponseHeadsOfHttpAndIcyServersAndTheirBounds) {
 }
 
 TEST(IcyWire, MetadataComesOutWholeHoweverTheBodyIsSliced) {
-    const size_t interval = 7;
+    const size_t interval = icy::kMinMetaInterval;
     std::string meta = "StreamTitle='A - B';StreamUrl='http://x/';";
     meta.resize((meta.size() + 15) / 16 * 16, '\0');
     std::string body, audio;
@@ -361,6 +521,40 @@ TEST(IcyWire, MetadataComesOutWholeHoweverTheBodyIsSliced) {
     EXPECT_EQ(icy::field("Other='x';", "StreamTitle"), "");
 }
 
+TEST(IcyWire, ChunkedBodiesAndTitlesAreDecodedWithinTheirBounds) {
+    const std::string coded = "4\r\nWiki\r\n6;ext=1\r\npedia \r\nE\r\nin \r\n\r\nchunks.\r\n0\r\nX-Trailer: 1\r\n\r\nNEXT";
+    for (size_t slice : {size_t(1), size_t(5), coded.size()}) {
+        SCOPED_TRACE(slice);
+        icy::ChunkedDecoder decoder;
+        std::string body;
+        for (size_t at = 0; at < coded.size(); at += slice)
+            ASSERT_TRUE(decoder.feed(reinterpret_cast<const uint8_t*>(coded.data()) + at, std::min(slice, coded.size() - at),
+                                     [&](const uint8_t* d, size_t n) { body.append(reinterpret_cast<const char*>(d), n); }));
+        EXPECT_EQ(body, "Wikipedia in \r\n\r\nchunks.");
+        EXPECT_TRUE(decoder.ended());
+    }
+    for (const std::string& bad : {std::string("zz\r\n"), std::string("4\r\nWikiX\r\n"), std::string(2000, '1')}) {
+        icy::ChunkedDecoder decoder;
+        EXPECT_FALSE(decoder.feed(reinterpret_cast<const uint8_t*>(bad.data()), bad.size(), [](const uint8_t*, size_t) {}));
+    }
+
+    const struct {
+        std::string in, out;
+        bool changed;
+    } titles[] = {
+        {"Caf\xc3\xa9 - Song", "Caf\xc3\xa9 - Song", false},     // UTF-8 stays
+        {"Caf\xe9 - Song", "Caf\xc3\xa9 - Song", true},           // Latin-1 becomes UTF-8
+        {"A\x01\x1b[31mB\x7f", "A[31mB", true},                  // control characters go
+        {std::string(600, 'x'), std::string(icy::kMaxTitleBytes, 'x'), true},
+        {std::string(511, 'x') + "\xc3\xa9", std::string(511, 'x'), true}, // cut at a character boundary
+    };
+    for (const auto& t : titles) {
+        std::string text = t.in;
+        EXPECT_EQ(icy::cleanText(text), t.changed);
+        EXPECT_EQ(text, t.out);
+    }
+}
+
 // ---------------------------------------------------------------- the filter
 
 struct StreamEvents : platform::ShoutcastCallback {
@@ -382,8 +576,17 @@ protected:
         platform_ = std::make_unique<NativePlatform>(o);
         threads_ = threadCount();
         ASSERT_TRUE(platform_->createGraph(graph_));
+        // Short limits, so that a stream that stays down ends within a test.
+        StreamLimits limits;
+        limits.watchWindow = std::chrono::milliseconds(2000);
+        limits.firstRetry = std::chrono::milliseconds(200);
+        limits.longestRetry = std::chrono::milliseconds(1000);
+        limits.healthyAfter = std::chrono::milliseconds(5000);
+        limits.outageLimit = std::chrono::milliseconds(5000);
+        setStreamLimits(limits);
     }
     void TearDown() override {
+        setStreamLimits(StreamLimits{});
         graph_.reset();
         if (platform_) {
             EXPECT_TRUE(threadsBackTo(*platform_, threads_)) << "a thread outlived the graph";
@@ -428,7 +631,7 @@ protected:
 };
 
 TEST_F(NativeStreamSource, OpensWithRisingBufferingThenPlaysAsALiveStream) {
-    IcyServer server(IcyServer::Mode::Stream, mediaPath("tone.mp3"));
+    TestServer server(TestServer::Mode::File, mediaPath("tone.mp3"));
     auto source = create("_DShowShoutCast");
     ASSERT_TRUE(source && source->streamSource());
     EXPECT_TRUE(source->pins().empty()) << "no output before the stream is open";
@@ -459,7 +662,7 @@ TEST_F(NativeStreamSource, OpensWithRisingBufferingThenPlaysAsALiveStream) {
 }
 
 TEST_F(NativeStreamSource, AStreamThatRunsDryBuffersAgainAndSaysWhenPlaybackGoesOn) {
-    HeldIcyServer server(mediaPath("tone.mp3"), 36 * 1024);
+    TestServer server(TestServer::Mode::Held, mediaPath("tone.mp3"), "audio/mpeg", 36 * 1024);
     auto source = create("_DShowShoutCast");
     ASSERT_EQ(openAndWait(source, server.address()), OpenState::Open);
     const size_t opened = events_.buffering.size();
@@ -495,7 +698,7 @@ TEST_F(NativeStreamSource, AStopWhileItWaitsEndsThePhaseAndTheNextStartPlaysOn) 
         SCOPED_TRACE(c.file);
         events_ = StreamEvents{};
         ends_ = 0;
-        HeldIcyServer server(c.file, c.holdAfter, c.contentType);
+        TestServer server(TestServer::Mode::Held, c.file, c.contentType, c.holdAfter);
         auto source = create("_DShowShoutCast");
         ASSERT_EQ(openAndWait(source, server.address()), OpenState::Open);
         const size_t opened = events_.buffering.size();
@@ -520,7 +723,7 @@ TEST_F(NativeStreamSource, AStopWhileItWaitsEndsThePhaseAndTheNextStartPlaysOn) 
 
 TEST_F(NativeStreamSource, FailuresComeBackAsTheSourcesOwnStatus) {
     {
-        IcyServer server(IcyServer::Mode::NotFound, "");
+        TestServer server(TestServer::Mode::NotFound);
         auto source = create("_DShowShoutCast");
         ASSERT_EQ(openAndWait(source, server.address()), OpenState::Failed);
         EXPECT_EQ(source->streamSource()->openFailure().number, hr::FileNotFound);
@@ -538,7 +741,7 @@ TEST_F(NativeStreamSource, FailuresComeBackAsTheSourcesOwnStatus) {
 }
 
 TEST_F(NativeStreamSource, AnOpenThatHangsEndsByCancelRemovalOrTheGraphsEnd) {
-    SilentServer server;
+    TestServer server(TestServer::Mode::Silent);
     auto source = create("_DShowShoutCast");
     auto* control = source->streamSource();
     control->registerCallback(&events_);
@@ -568,6 +771,105 @@ TEST_F(NativeStreamSource, AnOpenThatHangsEndsByCancelRemovalOrTheGraphsEnd) {
     // The graph goes while another one opens; the source goes with it.
     ASSERT_TRUE(create("_DShowShoutCast")->streamSource()->open(server.address()));
     // TearDown checks that no thread is left.
+}
+
+// A 20 s tone at 128 kbit/s, the rate the hostile servers announce.
+std::string longTone() {
+    const std::string file = workDir() + "/media/stream-tone-20s.mp3";
+    if (!fs::exists(file)) {
+        EXPECT_EQ(runCommand("ffmpeg -nostdin -loglevel error -y -f lavfi -i 'aevalsrc=0.5*sin(2*PI*1000*t):s=44100:d=20' "
+                             "-c:a libmp3lame -b:a 128k " + file),
+                  0);
+    }
+    return file;
+}
+
+// Every hostile server at once, each in a graph of its own: how its open ends, how a stream
+// that opened ends, and that reports, titles, connections and bytes stay bounded.
+TEST_F(NativeStreamSource, HostileServersEndAsDocumentedWithBoundedReportsAndConnections) {
+    using M = TestServer::Mode;
+    struct Case {
+        const char* name;
+        M mode;
+        const char* failure; // part of a failed open's text; nullptr: it opens
+        bool ends;           // an opened stream ends within the run (the outage limit)
+        int connections;     // at most
+    };
+    const Case cases[] = {
+        {"stall", M::Stall, nullptr, true, 5},
+        {"drip", M::Drip, nullptr, true, 5},
+        {"trickle", M::Trickle, nullptr, true, 5},
+        {"drop after 200 bytes", M::Drop, "ended the stream", false, 1},
+        {"flood", M::Flood, nullptr, false, 1},
+        {"redirect loop", M::RedirectLoop, "redirects in a loop", false, 3},
+        {"chunked", M::Chunked, nullptr, true, 1},
+        {"metadata interval 1", M::TinyInterval, "metadata interval", false, 1},
+        {"title flood", M::TitleFlood, nullptr, false, 1},
+    };
+    struct Run {
+        std::unique_ptr<TestServer> server;
+        platform::GraphPtr graph;
+        FilterPtr source;
+        StreamEvents events;
+        int ends = 0;
+    };
+    const std::string tone = longTone();
+    std::vector<std::unique_ptr<Run>> runs;
+    for (const Case& c : cases) {
+        auto r = std::make_unique<Run>();
+        r->server = std::make_unique<TestServer>(c.mode, tone);
+        ASSERT_TRUE(platform_->createGraph(r->graph));
+        r->source = createFilter(*platform_, *r->graph, "_DShowShoutCast");
+        r->source->streamSource()->registerCallback(&r->events);
+        ASSERT_TRUE(r->source->streamSource()->open(r->server->address()));
+        runs.push_back(std::move(r));
+    }
+    auto state = [&](size_t i) { return runs[i]->source->streamSource()->openState(); };
+    ASSERT_TRUE(pumpUntil(*platform_, [&] {
+        for (size_t i = 0; i < runs.size(); ++i)
+            if (state(i) == OpenState::Opening) return false;
+        return true;
+    }, 10000));
+    for (size_t i = 0; i < runs.size(); ++i) {
+        SCOPED_TRACE(cases[i].name);
+        Run& r = *runs[i];
+        if (cases[i].failure) {
+            EXPECT_EQ(state(i), OpenState::Failed);
+            EXPECT_TRUE(r.source->streamSource()->failureIsFinal());
+            EXPECT_NE(r.source->streamSource()->openFailure().description.find(cases[i].failure), std::string::npos)
+                << r.source->streamSource()->openFailure().description;
+            continue;
+        }
+        ASSERT_EQ(state(i), OpenState::Open) << r.source->streamSource()->openFailure().description;
+        auto renderer = createFilter(*platform_, *r.graph, kDummyDeviceName, platform::category::AudioRenderers);
+        ASSERT_TRUE(r.source->pins().front()->connectDirect(renderer->pins().front()));
+        r.graph->setEventHandler([&r](platform::GraphEvent e) { r.ends += e == platform::GraphEvent::EndOfStream; });
+        ASSERT_TRUE(r.graph->run());
+    }
+    const auto start = std::chrono::steady_clock::now();
+    pumpUntil(*platform_, [&] {
+        for (size_t i = 0; i < runs.size(); ++i)
+            if (cases[i].ends && runs[i]->ends == 0) return false;
+        return true;
+    }, 25000);
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    for (size_t i = 0; i < runs.size(); ++i) {
+        SCOPED_TRACE(cases[i].name);
+        Run& r = *runs[i];
+        if (!cases[i].failure) {
+            EXPECT_EQ(r.ends > 0, cases[i].ends);
+        }
+        EXPECT_LE(r.server->connections(), cases[i].connections);
+        EXPECT_LE(r.events.buffering.size(), 60u);
+        EXPECT_LE(double(r.events.titles.size()), 2 * seconds + 2) << "titles at most twice a second";
+        r.graph->stop();
+    }
+    // Back-pressure: the flood's server could send little more than the buffer and the sockets hold.
+    EXPECT_LT(runs[4]->server->bytesSent(), 32 << 20);
+    // Latin-1 titles arrive as UTF-8, each new one replacing the one still waiting.
+    ASSERT_FALSE(runs[8]->events.titles.empty());
+    EXPECT_EQ(runs[8]->events.titles.front().rfind("Caf\xc3\xa9 ", 0), 0u);
+    EXPECT_GT(runs[8]->events.titles.size(), 2u);
 }
 
 // ---------------------------------------------------------------- the player on icecast2
@@ -798,7 +1100,7 @@ TEST_F(StreamOnIcecast, AMountThatDoesNotExistFailsTheLoadWithTheServersAnswer) 
 }
 
 TEST_F(StreamOnIcecast, AServerThatNeverAnswersEndsAtThePlayersWait) {
-    SilentServer server;
+    TestServer server(TestServer::Mode::Silent);
     load(server.address());
     EXPECT_EQ(player_->get_FileName(), "");
     EXPECT_EQ(player_->get_LastError(), "Waiting too long for the stream to load");
@@ -806,7 +1108,7 @@ TEST_F(StreamOnIcecast, AServerThatNeverAnswersEndsAtThePlayersWait) {
 }
 
 TEST_F(StreamOnIcecast, TheHostCancelsAStreamWhileItOpens) {
-    SilentServer server;
+    TestServer server(TestServer::Mode::Silent);
     int cancels = 0;
     bool loading = true;
     // Runs inside the player's waits, as a host's button would; the load's second build

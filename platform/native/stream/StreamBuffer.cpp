@@ -27,10 +27,29 @@ bool StreamBuffer::finish() {
     return was;
 }
 
-size_t StreamBuffer::unread() const {
-    std::lock_guard lock(mutex_);
+size_t StreamBuffer::unreadLocked() const {
     const int64_t end = base_ + int64_t(data_.size());
     return size_t(end - std::max(readTo_, base_));
+}
+
+size_t StreamBuffer::unread() const {
+    std::lock_guard lock(mutex_);
+    return unreadLocked();
+}
+
+bool StreamBuffer::needsRoom() {
+    std::lock_guard lock(mutex_);
+    wantsRoom_ = live_ && unreadLocked() >= highWater_;
+    return wantsRoom_;
+}
+
+void StreamBuffer::roomLocked(std::unique_lock<std::mutex>& lock) {
+    if (cancelled_ || !wantsRoom_ || unreadLocked() > highWater_ / 2 || !onRoom_) return;
+    wantsRoom_ = false;
+    auto told = onRoom_;
+    lock.unlock();
+    told();
+    lock.lock();
 }
 
 bool StreamBuffer::starving() const {
@@ -75,14 +94,20 @@ void StreamBuffer::resume() {
     interrupted_ = false;
 }
 
-void StreamBuffer::goLive(std::function<void()> onStarve) {
+void StreamBuffer::goLive(std::function<void()> onStarve, std::function<void()> onRoom) {
     std::lock_guard lock(mutex_);
     live_ = true;
     onStarve_ = std::move(onStarve);
+    onRoom_ = std::move(onRoom);
 }
 
 void StreamBuffer::skipToLive(size_t keep) {
-    std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
+    struct Room {
+        StreamBuffer& b;
+        std::unique_lock<std::mutex>& lock;
+        ~Room() { b.roomLocked(lock); }
+    } room{*this, lock};
     const int64_t end = base_ + int64_t(data_.size());
     const int64_t from = std::max(readTo_, end - int64_t(keep));
     const int64_t drop = std::min<int64_t>(from - base_, int64_t(data_.size()));
@@ -116,6 +141,7 @@ int StreamBuffer::read(int64_t& offset, uint8_t* destination, int count) {
             std::copy_n(data_.begin() + (offset - base_), n, destination);
             readTo_ = std::max(readTo_, offset + n);
             trimLocked();
+            roomLocked(lock);
             return n;
         }
         if (finished_ && offset >= end) return 0;

@@ -24,7 +24,8 @@ class StreamBuffer {
 public:
     // `capacity`: bytes held at most (read and unread); `keepBehind`: bytes kept behind the
     // furthest read, for the type probe's second look at the start.
-    StreamBuffer(size_t capacity, size_t keepBehind) : capacity_(capacity), keepBehind_(keepBehind) {}
+    StreamBuffer(size_t capacity, size_t keepBehind)
+        : capacity_(capacity), keepBehind_(keepBehind), highWater_(capacity - keepBehind) {}
 
     // --- network thread ---
     void append(const uint8_t* data, size_t size);
@@ -36,6 +37,9 @@ public:
     bool starving() const;
     // Ends a starvation: waiting readers go on. True when one was under way.
     bool endStarving();
+    // Whether the unread bytes reached the high-water mark: the network thread stops reading
+    // (the server meets TCP back-pressure) until `onRoom` (see goLive) says there is room again.
+    bool needsRoom();
 
     // --- control thread ---
     // Permanent: every wait ends and reads fail.
@@ -44,9 +48,9 @@ public:
     // under way (it ends with the stop).
     bool interrupt();
     void resume();
-    // From now on an empty buffer means a starvation; `onStarve` is told when one begins
-    // (on the reading thread).
-    void goLive(std::function<void()> onStarve);
+    // From now on an empty buffer means a starvation; `onStarve` is told when one begins,
+    // and `onRoom` when a full buffer was read down to half (both on the reading thread).
+    void goLive(std::function<void()> onStarve, std::function<void()> onRoom);
     // Drops unread bytes but the newest `keep`: a restarted stream plays what is live now.
     void skipToLive(size_t keep);
 
@@ -68,9 +72,13 @@ public:
 
 private:
     void trimLocked();
+    size_t unreadLocked() const;
+    // Tells the network thread about room once a full buffer was read down to half.
+    void roomLocked(std::unique_lock<std::mutex>& lock);
 
     const size_t capacity_;
     const size_t keepBehind_;
+    const size_t highWater_;
     mutable std::mutex mutex_;
     std::condition_variable wake_;
     std::deque<uint8_t> data_;
@@ -79,7 +87,8 @@ private:
     bool finished_ = false, cancelled_ = false, interrupted_ = false;
     bool live_ = false, starving_ = false;
     bool readCut_ = false;
-    std::function<void()> onStarve_;
+    bool wantsRoom_ = false;
+    std::function<void()> onStarve_, onRoom_;
 };
 
 // A demuxer's view of the buffer: offsets from where it started reading, as a ByteReader,
