@@ -239,7 +239,12 @@ bool Player::WaitForStreamSource(const platform::FilterPtr& source, const std::s
             raise(why.number ? why.number : platform::hr::Fail, why.description);
         }
         if (waited >= kStreamTimeoutMs) raise(kBusyOrUnplayable, "Waiting too long for the stream to load");
-        loop.processPending();
+        {
+            // The host's loop runs here: what it does is done from outside this load.
+            Reentrance::InEvent hostLoop(reentrance_);
+            loop.processPending();
+        }
+        reentrance_.stopIfSuperseded();
         ticks.sleepMs(kStreamPollMs);
     }
 }
