@@ -25,31 +25,48 @@ bool isAddress(const std::string& name) { return name.find("://") != std::string
 // How long a pending segue search waits for a cue result.
 constexpr int64_t CueGiveUpMs = 5001;
 
-// Routes one helper's events to the player. No exception goes back into the helper: its
-// events come from the platform's side of the event loop.
-class HelperSink : public platform::GraphHelperEvents {
-public:
-    std::function<void(int32_t, int32_t)> tick;
-    std::function<void()> end;
-    std::function<void(int32_t)> cueIn; // empty: ignored
-    std::function<void(int32_t)> segue; // empty: ignored
+} // namespace
 
-    void threadEvent(int32_t left, int32_t right) override { deliver(tick, left, right); }
-    void endOfStream() override { deliver(end); }
-    void cueInFound(int32_t positionMs) override { deliver(cueIn, positionMs); }
-    void segueFound(int32_t positionMs) override { deliver(segue, positionMs); }
+// Routes one helper's events to the player. No exception goes back into the helper: its
+// events come from the platform's side of the event loop. The host may replace the helpers
+// (and so this sink) from inside an event, so nothing of the sink is read once the player
+// has been called.
+class Player::HelperSink : public platform::GraphHelperEvents {
+public:
+    HelperSink(Player& player, bool cue) : player_(player), cue_(cue) {}
+
+    void threadEvent(int32_t left, int32_t right) override {
+        Player& player = player_;
+        if (cue_)
+            deliver(player, [&] { player.cueHelperTick(left, right); });
+        else
+            deliver(player, [&] { player.helperTick(left, right); });
+    }
+    void endOfStream() override {
+        Player& player = player_;
+        if (cue_)
+            deliver(player, [&] { player.cueHelperEnd(); });
+        else
+            deliver(player, [&] { player.helperEnd(); });
+    }
+    void cueInFound(int32_t positionMs) override {
+        if (cue_) deliver(player_, [&, &player = player_] { player.cueResult(positionMs); });
+    }
+    void segueFound(int32_t positionMs) override {
+        if (cue_) deliver(player_, [&, &player = player_] { player.segueResult(positionMs); });
+    }
 
 private:
-    template <class F, class... A> static void deliver(const F& f, A... args) {
-        if (!f) return;
+    template <class F> static void deliver(Player& player, F&& body) {
         try {
-            f(args...);
+            Reentrance::InEvent fromPlatform(player.reentrance_);
+            body();
         } catch (...) {
         }
     }
+    Player& player_;
+    bool cue_;
 };
-
-} // namespace
 
 void Player::CreateHelpers() {
     // A replaced helper may live on a little (the platform may still hold it); it must not
@@ -59,16 +76,8 @@ void Player::CreateHelpers() {
     Helper.reset();
     CueHelper.reset();
 
-    auto helperSink = std::make_unique<HelperSink>();
-    helperSink->tick = [this](int32_t l, int32_t r) { helperTick(l, r); };
-    helperSink->end = [this] { helperEnd(); };
-    auto cueSink = std::make_unique<HelperSink>();
-    cueSink->tick = [this](int32_t l, int32_t r) { cueHelperTick(l, r); };
-    cueSink->end = [this] { cueHelperEnd(); };
-    cueSink->cueIn = [this](int32_t ms) { cueResult(ms); };
-    cueSink->segue = [this](int32_t ms) { segueResult(ms); };
-    helperSink_ = std::move(helperSink);
-    cueHelperSink_ = std::move(cueSink);
+    helperSink_ = std::make_unique<HelperSink>(*this, false);
+    cueHelperSink_ = std::make_unique<HelperSink>(*this, true);
 
     if (trap(platform_.createGraphHelper(platform::GraphHelperKind::Helper, Helper)) && Helper)
         Helper->setEvents(helperSink_.get());
@@ -140,7 +149,7 @@ void Player::cueResult(int32_t positionMs) {
     AutoCuePos_ = positionMs / 1000.0;
     if (AutoCuePos_ >= 0) {
         double seconds = AutoCuePos_;
-        if (events_) events_->CueInFound(seconds);
+        raiseEvent([&](PlayerEvents& e) { e.CueInFound(seconds); });
     } else {
         AutoCuePos_ = 0;
     }
@@ -155,7 +164,7 @@ void Player::cueResult(int32_t positionMs) {
 void Player::segueResult(int32_t positionMs) {
     double seconds = positionMs / 1000.0;
     AutoSegPos_ = seconds;
-    if (events_) events_->SegueFound(seconds);
+    raiseEvent([&](PlayerEvents& e) { e.SegueFound(seconds); });
 }
 
 void Player::cueHelperEnd() { AutoCueBusy_ = false; }

@@ -59,6 +59,8 @@ std::string Player::get_FileName() { return currentItem_; }
 void Player::put_FileName(std::string& value) {
     try {
         LoadItem(value);
+    } catch (const Superseded&) {
+        throw; // an operation of the player's own that wrote this stops with it
     } catch (...) {
         // The write never fails towards the host; LoadItem has logged what it could.
     }
@@ -76,6 +78,22 @@ void Player::LoadItem(const std::string& newNameArg) {
     // The host may change its own variable from inside an event; the load goes on with the
     // name it was given.
     const std::string newName = newNameArg;
+    // A write from inside an event is the host's newer wish: a load that already owns the
+    // graph, and a graph replacement, under way outside it give way to it.
+    reentrance_.supersedeOuter();
+    {
+        Reentrance::Operation load(reentrance_, false);
+        try {
+            LoadItemSteps(newName, load);
+            return;
+        } catch (const Superseded&) {
+        }
+    }
+    Log("Filename: BUSY - quitting!");
+    reentrance_.stopIfSuperseded();
+}
+
+void Player::LoadItemSteps(const std::string& newName, Reentrance::Operation& load) {
     FlagScope writing(loading_);
     auto& ticks = platform_.ticks();
     auto elapsedSince = [&](int32_t start) {
@@ -122,6 +140,8 @@ void Player::LoadItem(const std::string& newNameArg) {
             try {
                 std::string empty;
                 put_FileName(empty);
+            } catch (const Superseded&) {
+                throw;
             } catch (...) {
             }
             currentItem_.clear();
@@ -142,6 +162,7 @@ void Player::LoadItem(const std::string& newNameArg) {
         // 8. From here this write owns the load.
         AutoCuePos_ = 0;
         loadBusy_ = true;
+        load.claim();
 
         // 9. A new graph for every item, when the user asks for it.
         if (get_NewGraphEveryTime()) {
@@ -322,7 +343,7 @@ void Player::UnloadItem() {
     currentItem_.clear();
     if (tags_) tags_->Clear();
     int32_t left = 0, right = 0;
-    if (events_) events_->VUPeak(left, right);
+    raiseEvent([&](PlayerEvents& e) { e.VUPeak(left, right); });
     loadBusy_ = false;
 }
 

@@ -17,7 +17,7 @@ constexpr const char* kCrLf = "\r\n";
 void Player::Log(const std::string& text) {
     if (!m_bLoggingEnabled) return;
     std::string info = text;
-    if (events_) events_->PlayerLogInfo(info);
+    raiseEvent([&](PlayerEvents& e) { e.PlayerLogInfo(info); });
 }
 
 // Lines that the player raises directly as PlayerLogInfo rather than through Log(). They obey
@@ -25,7 +25,7 @@ void Player::Log(const std::string& text) {
 void Player::RaisePlayerLogInfo(std::string text) { Log(text); }
 
 void Player::RaiseWriteLog(std::string text) {
-    if (events_) events_->WriteLog(text);
+    raiseEvent([&](PlayerEvents& e) { e.WriteLog(text); });
 }
 
 bool Player::trap(const platform::Status& status) {

@@ -7,6 +7,7 @@
 #include "control/Player.h"
 
 #include "control/ProcessState.h"
+#include "devices/clsCards.h"
 #include "levels/SilenceDet.h"
 #include "support/MediaTags.h"
 #include "support/PlayerSettings.h"
@@ -24,6 +25,8 @@ namespace {
 template <class T, class F> T guarded(T fallback, F&& body) {
     try {
         return body();
+    } catch (const Superseded&) {
+        throw;
     } catch (...) {
         return fallback;
     }
@@ -32,6 +35,8 @@ template <class T, class F> T guarded(T fallback, F&& body) {
 template <class F> void guardedVoid(F&& body) {
     try {
         body();
+    } catch (const Superseded&) {
+        throw;
     } catch (...) {
     }
 }
@@ -169,12 +174,12 @@ void Player::put_AutoSegPos(double value) { AutoSegPos_ = value; }
 bool Player::get_AutoCueBusy() { return AutoCueBusy_; }
 
 NameCollection& Player::get_FilterNamesWeNeed() {
-    if (!FilterNamesWeNeed_) FilterNamesWeNeed_ = std::make_unique<NameCollection>();
+    if (!FilterNamesWeNeed_) FilterNamesWeNeed_ = std::make_shared<NameCollection>();
     return *FilterNamesWeNeed_;
 }
 
 void Player::putref_FilterNamesWeNeed(const NameCollection& value) {
-    FilterNamesWeNeed_ = std::make_unique<NameCollection>(value);
+    FilterNamesWeNeed_ = std::make_shared<NameCollection>(value);
 }
 
 bool Player::get_UsePitchAdjuster() { return UsePitchAdjuster_; }
@@ -201,6 +206,14 @@ void Player::Init() {
     guardedVoid([&] { Cards(); });
 }
 
+// The catalogue's list; reading it does not start a detection, so it is empty until one ran.
+NameCollection Player::get_Plugins() {
+    return guarded(NameCollection{}, [&] {
+        const auto& cards = Process().cards;
+        return cards ? cards->Plugins() : NameCollection{};
+    });
+}
+
 // A single slot, deliberately: the newest plug-in name replaces the previous one.
 void Player::AddPlugin(const std::string& FilterName) { pluginName_ = FilterName; }
 
@@ -221,7 +234,7 @@ void Player::ShowPropPage(const std::string& filter, int32_t hwnd) {
 
 void Player::RaiseEndOfStream() {
     SetPlaystate(mpstopped);
-    if (events_) events_->EndOfStream(0);
+    raiseEvent([](PlayerEvents& e) { e.EndOfStream(0); });
 }
 
 void Player::GetCurrentMainFilterGraph(std::vector<platform::FilterPtr>& CurrentFilterGraph) {

@@ -17,6 +17,7 @@
 
 #include "control/PlayCondition.h"
 #include "control/PlayerEvents.h"
+#include "control/Reentrance.h"
 #include "devices/DShowRender.h"
 #include "platform/Platform.h"
 #include "support/AutomationError.h"
@@ -191,6 +192,21 @@ private:
     void segueResult(int32_t positionMs);
     // Makes the Helper and CueHelper of a new graph and wires their events to this player.
     void CreateHelpers();
+    class HelperSink;
+
+    // ---- Events ----
+    // Raises one event: the receiver is read once (the host may unregister or go from inside),
+    // the host runs at an event depth of its own, and an operation that the host superseded
+    // from inside stops as soon as the event returns.
+    template <class F> void raiseEvent(F&& call) {
+        PlayerEvents* events = events_;
+        if (!events) return;
+        {
+            Reentrance::InEvent inEvent(reentrance_);
+            call(*events);
+        }
+        reentrance_.stopIfSuperseded();
+    }
 
     // ---- Log (control/Log.cpp) ----
     bool logging() const { return m_bLoggingEnabled; }
@@ -229,6 +245,7 @@ private:
     // Every stream address loads with this duration, whatever the stream reports.
     static constexpr double StreamDurationSeconds = 216000.0;
     void LoadItem(const std::string& newName);
+    void LoadItemSteps(const std::string& newName, Reentrance::Operation& load);
     void LoadSucceeded(const std::string& name);
     void UnloadItem();
     void FailLoad(const std::string& name);
@@ -241,7 +258,7 @@ private:
     void ReplaceGraph(bool MakinPFLGraph); // CreateNewGraph's work; raises 558 while busy
     void DestroyGraph(bool keepPlaystate = false);
     void ForgetMainGraphFilters();
-    void DisconnectAllFilters(const platform::GraphPtr& graph);
+    void DisconnectAllFilters(platform::GraphPtr graph); // held: the host may replace it meanwhile
     void RemoveSourceFilter();
     void PruneUnconnectedFilters();
     // Raises 558 with the refusal (and the waiting item) while a source is being added.
@@ -381,6 +398,7 @@ private:
     // =======================================================================================
     platform::Platform& platform_;
     PlayerEvents* events_ = nullptr;
+    Reentrance reentrance_;
     bool runMode_ = true;
     std::function<void(dlgSilence&, void*)> silenceDialogPresenter_;
     std::shared_ptr<PlayerProcessState> process_;
@@ -398,7 +416,7 @@ private:
     std::string ThisCartName_;
     std::string SurroundRenderName_;
     std::string pluginName_;
-    std::unique_ptr<NameCollection> FilterNamesWeNeed_;
+    std::shared_ptr<NameCollection> FilterNamesWeNeed_;
     std::unique_ptr<NameCollection> cueFilterNames_; // handed to the cue helper's searches
 
     // Playstate and transport.

@@ -25,7 +25,7 @@ void Player::SilenceCheck(int32_t left, int32_t right) {
             // The next report counts from here: continuing silence is raised again after as
             // many seconds more.
             silenceStart_ = now;
-            if (events_) events_->SilenceDetected(decision.seconds);
+            raiseEvent([&](PlayerEvents& e) { e.SilenceDetected(decision.seconds); });
             break;
         case SilenceAction::Nothing:
         case SilenceAction::Continue: break;

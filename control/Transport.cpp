@@ -70,7 +70,7 @@ void Player::SetPlaystate(PlayCondition newState) {
         bool& flag;
         ~Clear() { flag = false; }
     } clear{stateChanging_};
-    if (events_) events_->PlayStateChange(oldState, newState);
+    raiseEvent([&](PlayerEvents& e) { e.PlayStateChange(oldState, newState); });
 }
 
 // What a graph teardown resets: nothing is playing and nothing has been timed.
@@ -112,14 +112,27 @@ void Player::Play() {
         const std::string before = currentItem_;
         reloading_ = true;
         playingOverride_ = true;
-        std::string again = currentItem_;
-        put_FileName(again);
+        bool superseded = false;
+        {
+            Reentrance::Operation reload(reentrance_);
+            std::string again = currentItem_;
+            try {
+                put_FileName(again);
+            } catch (const Superseded&) {
+                superseded = true;
+            }
+        }
         reloading_ = false;
         playingOverride_ = false;
+        if (superseded) {
+            // The host wrote another item from inside the reload: that item stands, unplayed.
+            reentrance_.stopIfSuperseded();
+            return;
+        }
         if (!text::equalsNoCase(currentItem_, before)) {
             playstate_ = mpUnknown; // stored without an event
             currentItem_ = "Stream FAIL";
-            if (events_) events_->StreamBufferingFinished();
+            raiseEvent([](PlayerEvents& e) { e.StreamBufferingFinished(); });
             throw AutomationError(StreamNotFound, "The stream cannot be found.");
         }
     }
@@ -129,7 +142,7 @@ void Player::Play() {
     clearErr();
     if (Helper && !currentItem_.empty()) {
         Log("Calling run on helper...");
-        if (events_) events_->PlayAboutToHappen();
+        raiseEvent([](PlayerEvents& e) { e.PlayAboutToHappen(); });
         trap(Helper->run());
     }
     if (!currentItem_.empty() && !errPending()) {
@@ -150,7 +163,7 @@ void Player::Play() {
                               "enough.")
                 : failure.description;
         if (logging()) Log("Play: " + std::to_string(failure.number) + " " + reason);
-        if (events_) events_->StreamBufferingFinished();
+        raiseEvent([](PlayerEvents& e) { e.StreamBufferingFinished(); });
     }
 
     // 9. Nothing to play, or it would not run.
@@ -176,7 +189,7 @@ void Player::Play() {
     // 11. The silence count starts again with every play.
     silenceStart_ = platform_.ticks().secondsSinceMidnight();
     if (get_Playstate() != MpPlaying) {
-        if (events_) events_->StreamBufferingFinished();
+        raiseEvent([](PlayerEvents& e) { e.StreamBufferingFinished(); });
         throw AutomationError(FileNameChangedWhilePlaying,
                               "FileName got changed whilst playstate changing");
     }
@@ -271,12 +284,12 @@ void Player::helperTick(int32_t left, int32_t right) {
     }
 
     // 3. Meters only while playing. The host may change the values; what it leaves is used.
-    if (playstate_ == MpPlaying && events_) events_->VUPeak(left, right);
+    if (playstate_ == MpPlaying) raiseEvent([&](PlayerEvents& e) { e.VUPeak(left, right); });
 
     // 4. The overall level, on every tick.
     try {
         int32_t level = peaks::overallLevel(left, right);
-        if (events_) events_->Timing(level);
+        raiseEvent([&](PlayerEvents& e) { e.Timing(level); });
     } catch (const AutomationError&) {
         // A peak without a magnitude (the most negative value) is no level at all.
     }
@@ -289,9 +302,9 @@ void Player::helperEnd() {
     // Once per play, and never for the end of a stream that Play is reloading.
     if (reloading_ || m_Endraised) return;
     if (events_) {
-        events_->EndOfStream(1);
+        raiseEvent([](PlayerEvents& e) { e.EndOfStream(1); });
         int32_t left = 0, right = 0;
-        events_->VUPeak(left, right);
+        raiseEvent([&](PlayerEvents& e) { e.VUPeak(left, right); });
     }
     m_Endraised = true;
 }

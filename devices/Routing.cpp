@@ -70,20 +70,22 @@ CardsEvents Player::CardsEventsForThisPlayer() {
         OnCardsGotFiltersWeNeed(found, weNeed);
     };
     sink.StartedCounting = [this](int32_t& count) {
-        if (events_) events_->StartedCountingFilters(count);
+        raiseEvent([&](PlayerEvents& e) { e.StartedCountingFilters(count); });
     };
     sink.Counting = [this](int32_t index) {
-        if (events_) events_->CountingFilters(index);
+        raiseEvent([&](PlayerEvents& e) { e.CountingFilters(index); });
     };
     sink.FinishedCountingFilters = [this] {
-        if (events_) events_->FinishedCountingFilters();
+        raiseEvent([](PlayerEvents& e) { e.FinishedCountingFilters(); });
     };
     return sink;
 }
 
 void Player::OnCardsGotFiltersWeNeed(FilterCatalogue& /*found*/, NameCollection& weNeed) {
-    FilterNamesWeNeed_ = std::make_unique<NameCollection>(weNeed);
-    if (events_) events_->GotTheFiltersWeNeed(*FilterNamesWeNeed_);
+    // Kept alive across the event: the host may replace the list from inside.
+    const std::shared_ptr<NameCollection> names = std::make_shared<NameCollection>(weNeed);
+    FilterNamesWeNeed_ = names;
+    raiseEvent([&](PlayerEvents& e) { e.GotTheFiltersWeNeed(*names); });
 }
 
 clsCards& Player::Cards() {
@@ -331,7 +333,7 @@ bool Player::PFLButtonRequired() const {
 }
 
 void Player::RaiseIsPFLButtonRequired(bool required) {
-    if (events_) events_->IsPFLButtonRequired(required);
+    raiseEvent([&](PlayerEvents& e) { e.IsPFLButtonRequired(required); });
 }
 
 // ---- Dummy output ----------------------------------------------------------------------------
@@ -398,8 +400,9 @@ bool Player::AddSoundCard(const std::string& name, bool forPFL, bool remember) {
         // 2. The device's renderer, made in the graph it is for (made first if need be).
         const std::optional<clsDShowRender> found = FindDevice(device);
         if (!found || !found->entry()) return cannotAdd();
-        platform::GraphPtr& graph = forPFL ? PFLGraphMan : MainGraphMan;
-        if (!graph) CreateNewGraph(forPFL);
+        if (!(forPFL ? PFLGraphMan : MainGraphMan)) CreateNewGraph(forPFL);
+        // Held for the whole change: the host may replace the player's graph from inside an event.
+        const platform::GraphPtr graph = forPFL ? PFLGraphMan : MainGraphMan;
         if (!graph) return cannotAdd();
 
         platform::FilterPtr renderer;

@@ -99,7 +99,7 @@ void Player::IShoutcastCallback_StreamBuffering(int32_t BufferPercentFull) {
 
     if (was == -1 && now > 0) {
         playTime().StopTiming();
-        if (events_) events_->StreamBufferingStarted();
+        raiseEvent([](PlayerEvents& e) { e.StreamBufferingStarted(); });
     }
     if (was != -1 && now == -1) playTime().StartTiming();
     // A report of 0 while idle starts the clock of a phase without announcing it.
@@ -113,7 +113,7 @@ void Player::IShoutcastCallback_StreamBuffering(int32_t BufferPercentFull) {
         throw overflowError();
     bufferingPercent_ = static_cast<int16_t>(now);
     int16_t percent = bufferingPercent_;
-    if (events_) events_->StreamBuffering(percent);
+    raiseEvent([&](PlayerEvents& e) { e.StreamBuffering(percent); });
     if (now == 100) bufferingPercent_ = -1;
 }
 
@@ -123,17 +123,18 @@ void Player::IShoutcastCallback_MetaChangeCallback(const std::string& sArtistTit
     std::string artistTitle = sArtistTitle;
     std::string url = sURL;
     std::string fullMeta = sFullMeta;
-    if (events_) events_->ShoutCastMeta(artistTitle, url, fullMeta);
+    raiseEvent([&](PlayerEvents& e) { e.ShoutCastMeta(artistTitle, url, fullMeta); });
 }
 
 void Player::IShoutcastCallback_OdStreamSeg(double Seg) {
-    if (events_) events_->StreamOnDemandSegFound(Seg);
+    raiseEvent([&](PlayerEvents& e) { e.StreamOnDemandSegFound(Seg); });
 }
 
 // The stream client calls these. An error of ours goes back to the client, which does not
 // look at it, as it would from any callback; the host sees it only when it calls the public
-// member itself.
+// member itself. They come from the event loop, in a context of their own like a host's.
 void Player::StreamBuffering(int32_t bufferPercentFull) {
+    Reentrance::InEvent fromPlatform(reentrance_);
     try {
         IShoutcastCallback_StreamBuffering(bufferPercentFull);
     } catch (const AutomationError&) {
@@ -142,10 +143,14 @@ void Player::StreamBuffering(int32_t bufferPercentFull) {
 
 void Player::MetaChangeCallback(const std::string& artistTitle, const std::string& url,
                                 const std::string& fullMeta) {
+    Reentrance::InEvent fromPlatform(reentrance_);
     IShoutcastCallback_MetaChangeCallback(artistTitle, url, fullMeta);
 }
 
-void Player::OdStreamSeg(double seg) { IShoutcastCallback_OdStreamSeg(seg); }
+void Player::OdStreamSeg(double seg) {
+    Reentrance::InEvent fromPlatform(reentrance_);
+    IShoutcastCallback_OdStreamSeg(seg);
+}
 
 // ---- Stream properties ----------------------------------------------------------------------
 

@@ -354,7 +354,7 @@ bool Player::RenderAutomatically(const std::string& FileName, platform::PinPtr& 
                 if (step) {
                     Log("****RENDER AUTOMATICALLY: SUCCESSFUL - BUT TRY TO AVOID******");
                     std::string path = FileName;
-                    if (events_) events_->RenderedAutomatically(path);
+                    raiseEvent([&](PlayerEvents& e) { e.RenderedAutomatically(path); });
                     return true;
                 }
                 failure = PendingError{step.number, step.description};

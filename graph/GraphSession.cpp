@@ -45,13 +45,22 @@ void Player::BusyGuard(const char* refusal, bool quoteItem) {
 // ---- CreateNewGraph --------------------------------------------------------------------------
 
 void Player::CreateNewGraph(bool MakinPFLGraph) {
-    try {
-        ReplaceGraph(MakinPFLGraph);
-    } catch (const AutomationError& e) {
-        // Refused or failed: the caller reads the pending error.
-        trapError(e.number(), e.description());
-        Log("CreateNewGraph: " + e.description());
+    {
+        Reentrance::Operation replace(reentrance_);
+        try {
+            ReplaceGraph(MakinPFLGraph);
+            return;
+        } catch (const AutomationError& e) {
+            // Refused or failed: the caller reads the pending error.
+            trapError(e.number(), e.description());
+            Log("CreateNewGraph: " + e.description());
+            return;
+        } catch (const Superseded&) {
+            // The host loaded or replaced the graph from inside the old graph's last events:
+            // what it made stands.
+        }
     }
+    reentrance_.stopIfSuperseded();
 }
 
 void Player::ReplaceGraph(bool MakinPFLGraph) {
@@ -62,7 +71,7 @@ void Player::ReplaceGraph(bool MakinPFLGraph) {
     if (MakinPFLGraph) {
         if (PFLGraphMan) {
             trap(PFLGraphMan->stop());
-            if (events_) events_->EndOfStream(0);
+            raiseEvent([](PlayerEvents& e) { e.EndOfStream(0); });
             PFLGraphMan.reset();
             fPFLSoundCard.reset();
         }
@@ -70,14 +79,17 @@ void Player::ReplaceGraph(bool MakinPFLGraph) {
         return;
     }
 
-    // 3. The old main graph goes, with everything it played.
+    // The old main graph goes, with everything it played, and the item with it: FileName
+    // names what the graph holds.
+    reentrance_.supersedeOuter();
     if (MainGraphMan) {
+        currentItem_.clear();
         trap(MainGraphMan->stop());
         if (Helper) trap(Helper->stop());
         graphBuilt_ = false;
         ResetPlaystateBookkeeping();
         DestroyGraph();
-        if (!m_Endraised && events_) events_->EndOfStream(0);
+        if (!m_Endraised) raiseEvent([](PlayerEvents& e) { e.EndOfStream(0); });
         MainGraphMan.reset();
     }
 
@@ -225,8 +237,8 @@ void Player::PruneUnconnectedFilters() {
 // ---- DestroyGraph ----------------------------------------------------------------------------
 
 void Player::DestroyGraph(bool keepPlaystate) {
-    // 1.
     BusyGuard(kBusyDestroy, true);
+    reentrance_.supersedeOuter();
     graphBuilt_ = false;
 
     // 2.
@@ -285,7 +297,7 @@ void Player::ForgetMainGraphFilters() {
 
 // ---- DisconnectAllFilters --------------------------------------------------------------------
 
-void Player::DisconnectAllFilters(const platform::GraphPtr& graph) {
+void Player::DisconnectAllFilters(platform::GraphPtr graph) {
     // 1.
     BusyGuard(kBusyDisconnect, true);
     StopPlaying();

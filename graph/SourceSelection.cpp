@@ -244,7 +244,12 @@ bool Player::WaitForStreamSource(const platform::FilterPtr& source, const std::s
             if (control->canCancel()) control->cancel(); // and its connection ends now
             raise(kBusyOrUnplayable, "Waiting too long for the stream to load");
         }
-        loop.processPending();
+        {
+            // The host's loop runs here: what it does is done from outside this load.
+            Reentrance::InEvent hostLoop(reentrance_);
+            loop.processPending();
+        }
+        reentrance_.stopIfSuperseded();
         ticks.sleepMs(kStreamPollMs);
     }
 }

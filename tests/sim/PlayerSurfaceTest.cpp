@@ -100,6 +100,16 @@ TEST_F(PlayerSurfaceTest, AdjustedAccessors) {
     EXPECT_TRUE(p->get_FilterNamesWeNeed().Contains("wave parser"));
 }
 
+TEST_F(PlayerSurfaceTest, PluginsAreTheCataloguesListAndAddPluginIsTheInstancesOwnSlot) {
+    auto p = makePlayer();
+    EXPECT_TRUE(p->get_Plugins().empty());
+    EXPECT_EQ(host.count("StartedCountingFilters"), 0); // reading it starts no detection
+    p->Init();
+    p->AddPlugin("First");
+    p->AddPlugin("Second");
+    EXPECT_TRUE(p->get_Plugins().empty());
+}
+
 TEST_F(PlayerSurfaceTest, PlaystateReportsPlayingWhileAStreamStartIsUnderWay) {
     auto p = makePlayer();
     PlayerInternals in(*p);
