@@ -40,38 +40,22 @@ protected:
     }
 
     FilterPtr create(const std::string& name) {
-        std::vector<platform::CatalogueEntryPtr> entries;
-        EXPECT_TRUE(platform_->catalogue().enumerate(platform::category::LegacyFilters, entries));
-        for (auto& e : entries)
-            if (e->name() == name) {
-                FilterPtr f;
-                EXPECT_TRUE(e->createIn(*graph_, f)) << name;
-                return f;
-            }
-        ADD_FAILURE() << "not registered: " << name;
-        return nullptr;
+        FilterPtr f = createFilter(*platform_, *graph_, name);
+        EXPECT_TRUE(f) << "not made: " << name;
+        return f;
     }
-
+    // A device by the name the catalogue lists it under, speaker pairs included.
     FilterPtr renderer(const std::string& name) {
         std::vector<platform::CatalogueEntryPtr> entries;
         EXPECT_TRUE(platform_->catalogue().enumerateRenderersWithPairs(entries));
+        FilterPtr f;
         for (auto& e : entries)
-            if (e->name() == name) {
-                FilterPtr f;
-                EXPECT_TRUE(e->createIn(*graph_, f)) << name;
-                return f;
-            }
-        ADD_FAILURE() << "no device: " << name;
-        return nullptr;
+            if (e->name() == name) e->createIn(*graph_, f);
+        EXPECT_TRUE(f) << "no device: " << name;
+        return f;
     }
 
-    // The last pin of a direction, as the chains look pins up.
-    static PinPtr pin(const FilterPtr& f, PinDirection d) {
-        PinPtr found;
-        for (auto& p : f->pins())
-            if (p->direction() == d) found = p;
-        return found;
-    }
+    static PinPtr pin(const FilterPtr& f, PinDirection d) { return pinOf(f, d); }
 
     // source (loaded with `file`) -> each named filter -> grabber -> renderer, all direct.
     void build(const std::string& file, const std::vector<std::string>& names, const FilterPtr& render) {
