@@ -59,7 +59,7 @@ inline std::vector<PinPtr> freePins(Filter& filter, PinDirection direction) {
     return result;
 }
 
-Status connectSearch(ConnectSpace& space, const PinPtr& out, const PinPtr& in, int depth);
+inline Status connectSearch(ConnectSpace& space, const PinPtr& out, const PinPtr& in, int depth);
 
 // Joins `out` to one of the candidate's inputs and goes on from whichever output the
 // candidate offers once fed (a parser's output appears only then).

@@ -1,5 +1,7 @@
 #include "platform/sim/SimGraph.h"
 
+#include "platform/ItemName.h"
+#include "platform/Text.h"
 #include "platform/sim/World.h"
 
 #include <algorithm>
@@ -212,7 +214,7 @@ Status SimFilter::setFileName(const std::string& fileName) {
         return failure; // a fault with a success status: the call "works" but loads nothing
     if (loaded_) return fail(hr::WrongState, "The source has loaded a file already.");
 
-    if (detail::isAddress(fileName)) {
+    if (item::isAddress(fileName)) {
         if (!desc().opensAddresses)
             return fail(hr::UnsupportedStream, "The source cannot open network addresses.");
         const SimStream* stream = world_->stream(fileName);
@@ -531,7 +533,7 @@ std::vector<platform::ConnectCandidate> SimGraph::candidates(const platform::Pin
     std::vector<std::shared_ptr<detail::Registration>> regs;
     for (const auto& r : world_->registrations)
         if (r->registered && r->desc.kind == FilterKind::Transform &&
-            detail::equalsNoCase(r->desc.category, platform::category::LegacyFilters) &&
+            text::equalsNoCase(r->desc.category, platform::category::LegacyFilters) &&
             r->desc.merit > merit::DoNotUse && !through(r->desc, type).empty())
             regs.push_back(r);
     std::stable_sort(regs.begin(), regs.end(),

@@ -1,5 +1,6 @@
 #include "platform/sim/SimServices.h"
 
+#include "platform/Text.h"
 #include "platform/sim/World.h"
 
 #include <cmath>
@@ -27,7 +28,7 @@ double SimTickCounter::secondsSinceMidnight() {
 std::string SimSettingsStore::keyOf(const std::string& a, const std::string& s,
                                     const std::string& k) {
     // The separator cannot occur in a name the player uses.
-    return detail::lower(a) + '\x1f' + detail::lower(s) + '\x1f' + detail::lower(k);
+    return text::toLower(a) + '\x1f' + text::toLower(s) + '\x1f' + text::toLower(k);
 }
 
 std::string SimSettingsStore::read(const std::string& application, const std::string& section,
@@ -129,7 +130,7 @@ Status SimTagReader::attribute(const std::string& name, std::string& value) {
     value.clear();
     if (!tags_) return Status::failure(hr::WrongState, "No file is open in the tag reader.");
     for (const auto& [key, text] : *tags_)
-        if (detail::equalsNoCase(key, name)) {
+        if (text::equalsNoCase(key, name)) {
             value = text;
             break;
         }
@@ -237,7 +238,7 @@ Status SimCatalogue::enumerate(const std::string& categoryId,
     if (world_.fails(FaultPoint::Enumerate, categoryId, failure)) return failure;
     auto world = world_.shared_from_this();
     for (const auto& reg : world_.registrations)
-        if (reg->registered && detail::equalsNoCase(reg->desc.category, categoryId))
+        if (reg->registered && text::equalsNoCase(reg->desc.category, categoryId))
             entries.push_back(std::make_shared<SimCatalogueEntry>(world, reg, reg->desc.displayName));
     return Status::success();
 }

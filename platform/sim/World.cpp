@@ -5,15 +5,6 @@
 
 namespace corvid::sim::detail {
 
-std::string lower(std::string s) {
-    for (auto& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return s;
-}
-
-bool equalsNoCase(const std::string& a, const std::string& b) { return lower(a) == lower(b); }
-
-bool isAddress(const std::string& name) { return name.find("://") != std::string::npos; }
-
 World::World() = default;
 
 std::shared_ptr<Registration> World::registered(const std::string& displayName) const {

@@ -29,10 +29,6 @@ struct Registration {
     RenderLog heard;
 };
 
-std::string lower(std::string s);
-bool equalsNoCase(const std::string& a, const std::string& b);
-bool isAddress(const std::string& name);
-
 class World : public std::enable_shared_from_this<World> {
 public:
     World();

@@ -21,25 +21,14 @@ protected:
         ASSERT_TRUE(platform_->createGraph(graph_));
     }
 
-    // File Source -> Wave Parser -> grabber -> silent device.
+    // File Source -> (Wave Parser, placed by intelligent connect) -> grabber -> silent device.
     void buildWave(const std::string& file) {
-        const std::string filters = platform::category::LegacyFilters;
-        const std::string devices = platform::category::AudioRenderers;
-        auto make = [&](const std::string& category, const std::string& name) {
-            return createFilter(*platform_, *graph_, name, category);
-        };
-        auto source = make(filters, "File Source (Async.)");
+        auto source = createFilter(*platform_, *graph_, "File Source (Async.)");
         ASSERT_TRUE(source->setFileName(file));
-        FilterPtr chain[] = {source, make(filters, "Wave Parser"), make(filters, "Halden Sample Grabber"),
-                             make(devices, kDefaultDeviceName)};
-        for (int i = 0; i < 3; ++i) {
-            platform::PinPtr out, in;
-            for (auto& p : chain[i]->pins())
-                if (p->direction() == PinDirection::Output) out = p;
-            for (auto& p : chain[i + 1]->pins())
-                if (p->direction() == PinDirection::Input) in = p;
-            ASSERT_TRUE(out->connectDirect(in));
-        }
+        auto grabber = createFilter(*platform_, *graph_, "Halden Sample Grabber");
+        auto device = createFilter(*platform_, *graph_, kDefaultDeviceName, platform::category::AudioRenderers);
+        ASSERT_TRUE(pinOf(source, PinDirection::Output)->connect(pinOf(grabber, PinDirection::Input)));
+        ASSERT_TRUE(pinOf(grabber, PinDirection::Output)->connectDirect(pinOf(device, PinDirection::Input)));
     }
 
     std::unique_ptr<NativePlatform> platform_;

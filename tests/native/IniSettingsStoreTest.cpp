@@ -39,10 +39,6 @@ protected:
         fs::remove_all(dir, ec);
     }
 
-    static std::string slurp(const fs::path& p) {
-        std::ifstream in(p, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    }
     static void spit(const fs::path& p, const std::string& text) {
         fs::create_directories(p.parent_path());
         std::ofstream(p, std::ios::binary) << text;

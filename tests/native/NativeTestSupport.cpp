@@ -238,6 +238,14 @@ bool pumpUntil(NativePlatform& platform, const std::function<bool()>& done, int 
     return platform.loop().runUntil(done, timeoutMs);
 }
 
+platform::PinPtr pinOf(const platform::FilterPtr& filter, platform::PinDirection direction) {
+    platform::PinPtr found;
+    if (filter)
+        for (auto& p : filter->pins())
+            if (p->direction() == direction) found = p;
+    return found;
+}
+
 platform::FilterPtr createFilter(NativePlatform& platform, platform::Graph& graph, const std::string& name,
                                  const std::string& category) {
     std::vector<platform::CatalogueEntryPtr> entries;

@@ -106,6 +106,9 @@ private:
 platform::FilterPtr createFilter(NativePlatform& platform, platform::Graph& graph, const std::string& name,
                                  const std::string& category = platform::category::LegacyFilters);
 
+// The last pin of a direction on a filter, as the chains look pins up; empty when it has none.
+platform::PinPtr pinOf(const platform::FilterPtr& filter, platform::PinDirection direction);
+
 // A platform on the private server, with the log kept.
 NativeOptions testOptions();
 

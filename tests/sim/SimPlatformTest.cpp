@@ -249,7 +249,7 @@ TEST_F(SimPlatformTest, PitchShifterRateAndPipeMuteShapeWhatIsHeard) {
     EXPECT_FALSE(src->pitchShifter());
 }
 
-TEST_F(SimPlatformTest, TickCounterStartsWhereTheTestSaysAndWraps) {
+TEST_F(SimPlatformTest, TheTickCounterStartsWhereTheTestSaysWrapsAndSleepsTheWholeMachine) {
     sim->setTickCount(INT32_MAX - 100);
     auto& ticks = sim->ticks();
     EXPECT_EQ(ticks.nowMs(), INT32_MAX - 100);
@@ -262,12 +262,11 @@ TEST_F(SimPlatformTest, TickCounterStartsWhereTheTestSaysAndWraps) {
     sim->setSecondsSinceMidnight(86399.5);
     sim->advanceMs(1000);
     EXPECT_NEAR(ticks.secondsSinceMidnight(), 0.5, 1e-9);
-}
 
-TEST_F(SimPlatformTest, SleepingMovesTheWholeMachine) {
+    // Sleeping moves the whole machine.
     buildMp3Chain();
     ASSERT_TRUE(graph->run());
-    sim->ticks().sleepMs(100);
+    ticks.sleepMs(100);
     double pos = 0;
     graph->currentPosition(pos);
     EXPECT_DOUBLE_EQ(pos, 0.1);
@@ -400,27 +399,21 @@ TEST_F(SimPlatformTest, FaultsStrikeTheNamedOperationAsOftenAsAsked) {
     EXPECT_TRUE(reader->setFileName("/m/talk.wma"));
 }
 
-TEST_F(SimPlatformTest, APinCanBeMadeNeverToAppear) {
-    Fault f;
-    f.point = FaultPoint::PinAppears;
-    f.subject = "MPEG-I Stream Splitter";
-    f.object = "Audio";
-    sim->inject(f);
+TEST_F(SimPlatformTest, PinsCanBeMadeMissingAndALoadCanSilentlyDoNothing) {
+    for (const auto& [filter, pin] : {std::pair{"MPEG-I Stream Splitter", "Audio"}, {"ACM Wrapper", "Output"}}) {
+        Fault f;
+        f.point = FaultPoint::PinAppears;
+        f.subject = filter;
+        f.object = pin;
+        f.times = 1;
+        sim->inject(f);
+    }
     auto src = source("File Source (Async.)", "/m/song.mp3");
     auto split = add("MPEG-I Stream Splitter");
     ASSERT_TRUE(out(src)->connectDirect(in(split)));
-    EXPECT_FALSE(out(split));
-}
-
-TEST_F(SimPlatformTest, AFixedPinCanBeMissingAndALoadCanSilentlyDoNothing) {
-    Fault f;
-    f.point = FaultPoint::PinAppears;
-    f.subject = "ACM Wrapper";
-    f.object = "Output";
-    f.times = 1;
-    sim->inject(f);
-    EXPECT_FALSE(out(add("ACM Wrapper")));
-    EXPECT_TRUE(out(add("ACM Wrapper")));
+    EXPECT_FALSE(out(split)) << "an output that should appear with the connection";
+    EXPECT_FALSE(out(add("ACM Wrapper"))) << "a pin every instance has";
+    EXPECT_TRUE(out(add("ACM Wrapper"))) << "spent";
 
     sim->failOnce(FaultPoint::SetFileName, "Native FLAC Decoder", Status::success());
     auto flac = add("Native FLAC Decoder");
