@@ -24,6 +24,7 @@ extern "C" {
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -92,26 +93,27 @@ std::string silenceDetect(const std::string& file) {
            " -f null - 2>/dev/null";
 }
 
+// The load alone: the fresh players are made and initialised before the clock runs.
 void playerLoads(const std::string& media) {
     corvid::native::NativeOptions options;
     options.output = corvid::native::OutputBackend::Silent;
     corvid::native::NativePlatform platform(options);
-    corvid::Player reused(platform);
-    reused.Init();
+    constexpr int kRounds = 15;
+    std::vector<std::unique_ptr<corvid::Player>> fresh;
+    for (int i = 0; i <= kRounds; ++i) {
+        fresh.push_back(std::make_unique<corvid::Player>(platform));
+        fresh.back()->Init();
+    }
+    corvid::Player& reused = *fresh.back();
     const std::string items[] = {media + "/4min.mp3", media + "/4min.wav"};
-    int which = 0;
+    int which = 0, next = 0;
     auto load = [&](corvid::Player& player) {
         std::string item = items[which++ % 2];
         player.put_FileName(item);
     };
-    const auto ms = sideBySide(15, {[&] { load(reused); },
-                                    [&] {
-                                        corvid::Player fresh(platform);
-                                        fresh.Init();
-                                        load(fresh);
-                                    }});
+    const auto ms = sideBySide(kRounds, {[&] { load(reused); }, [&] { load(*fresh[size_t(next++)]); }});
     std::printf("\nPlayer load (MP3 and WAV in turn, silent device): reused %.2f ms, fresh %.2f ms "
-                "(fresh/reused %.2f; the fresh one includes its construction and teardown)\n",
+                "(fresh/reused %.2f)\n",
                 ms[0], ms[1], ms[1] / ms[0]);
 }
 
@@ -127,6 +129,7 @@ int main(int argc, char** argv) {
         return media + "/" + std::to_string(minutes) + "min." + ext;
     };
     corvid::native::initFFmpeg();
+    std::setvbuf(stdout, nullptr, _IOLBF, 0); // each line as it is measured, also into a file
 
     std::printf("Cue plus segue on 4-minute files, against the whole file decoded (median ms)\n");
     std::printf("%-5s %9s %11s %7s %14s %7s\n", "", "corvid", "libav-whole", "ratio", "silencedetect",

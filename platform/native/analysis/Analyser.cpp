@@ -10,9 +10,9 @@ namespace corvid::native {
 
 namespace {
 constexpr int32_t kDefaultThreshold = 500;
-// The segue scan's first window from the end: most items end within a few seconds of their
+// The segue scan's first window from the end: most items end within two seconds of their
 // last sound. While a window is all quiet, the next one reaches as far again back.
-constexpr double kFirstWindowSeconds = 3.0;
+constexpr double kFirstWindowSeconds = 2.0;
 // Decoded before a window and not listened to: a decoder that starts after a seek needs a
 // frame or two to sound right.
 constexpr double kPrerollSeconds = 0.1;

@@ -59,11 +59,7 @@ public:
 private:
     void decode(const AVPacket* packet, uint64_t generation) {
         decoder_->decode(packet, [&](std::vector<uint8_t>&& bytes, double time) {
-            Buffer out;
-            out.generation = generation;
-            out.time = time;
-            out.format = decoder_->outputFormat();
-            out.bytes = std::move(bytes);
+            Buffer out = pcmBuffer(generation, time, decoder_->outputFormat(), std::move(bytes));
             deliverAll(out);
         });
     }

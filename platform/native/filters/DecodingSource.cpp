@@ -56,11 +56,7 @@ public:
             return Produced::Data;
         }
         const bool more = audio_->next([&](std::vector<uint8_t>&& bytes, double time) {
-            Buffer buffer;
-            buffer.generation = generation;
-            buffer.time = time;
-            buffer.format = audio_->format();
-            buffer.bytes = std::move(bytes);
+            Buffer buffer = pcmBuffer(generation, time, audio_->format(), std::move(bytes));
             deliverAll(buffer);
         });
         return more ? Produced::Data : Produced::End;

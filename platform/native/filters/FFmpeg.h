@@ -140,6 +140,17 @@ private:
     double trimBefore_ = -1;
 };
 
+// A decoded block as the buffer that carries it downstream.
+inline Buffer pcmBuffer(uint64_t generation, double time, const PcmFormat& format,
+                        std::vector<uint8_t>&& bytes) {
+    Buffer buffer;
+    buffer.generation = generation;
+    buffer.time = time;
+    buffer.format = format;
+    buffer.bytes = std::move(bytes);
+    return buffer;
+}
+
 // One item from its bytes to timed PCM: open, demux, decode, deliver. The decoding sources
 // and the analyser read items through it, so that they see the same samples at the same times.
 class DecodedAudio {
