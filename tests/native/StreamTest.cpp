@@ -900,6 +900,13 @@ public:
                 fs::permissions(p, fs::perms::others_exec, fs::perm_options::add, ec);
         }
         port_ = freePort();
+        tlsPort_ = freePort();
+        // A certificate for 127.0.0.1, made for this run; the tests that trust it say so
+        // through SSL_CERT_FILE while they run.
+        runCommand("openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=127.0.0.1 "
+                   "-addext subjectAltName=IP:127.0.0.1 -keyout " + dir_ + "/key.pem -out " + certificate() +
+                   " 2>/dev/null && cat " + certificate() + " " + dir_ + "/key.pem > " + dir_ + "/icecast.pem && chmod 644 " +
+                   dir_ + "/icecast.pem");
         {
             std::ofstream xml(dir_ + "/icecast.xml");
             xml << "<icecast>\n"
@@ -910,10 +917,12 @@ public:
                 << "</admin-password></authentication>\n"
                 << " <hostname>127.0.0.1</hostname>\n"
                 << " <listen-socket><port>" << port_ << "</port><bind-address>127.0.0.1</bind-address></listen-socket>\n"
+                << " <listen-socket><port>" << tlsPort_ << "</port><bind-address>127.0.0.1</bind-address><ssl>1</ssl>"
+                << "</listen-socket>\n"
                 << " <fileserve>0</fileserve>\n"
                 << " <paths><basedir>" << dir_ << "</basedir><logdir>" << dir_ << "/log</logdir>"
                 << "<webroot>/usr/share/icecast2/web</webroot><adminroot>/usr/share/icecast2/admin</adminroot>"
-                << "</paths>\n"
+                << "<ssl-certificate>" << dir_ << "/icecast.pem</ssl-certificate></paths>\n"
                 << " <logging><accesslog>access.log</accesslog><errorlog>error.log</errorlog>"
                 << "<loglevel>2</loglevel></logging>\n"
                 << " <security><chroot>0</chroot>"
@@ -924,26 +933,36 @@ public:
         server_ = std::make_unique<Child>(std::vector<std::string>{"icecast2", "-c", dir_ + "/icecast.xml"},
                                           dir_ + "/server.out");
         if (!pumpWait([&] { return !httpStatus(port_, "/status-json.xsl").empty(); })) return;
-        const std::string tone = "aevalsrc=exprs=" + std::to_string(kIcecastTone) + "*sin(2*PI*1000*t)|" +
-                                 std::to_string(kIcecastTone) + "*sin(2*PI*1000*t):s=44100";
-        // One mount per format the source decodes, each fed by its own source client.
-        const std::vector<std::vector<std::string>> encodings = {
-            {kMount, "libmp3lame", "audio/mpeg", "mp3"},
-            {kAacMount, "aac", "audio/aac", "adts"},
-            {kOggMount, "libvorbis", "application/ogg", "ogg"},
-        };
-        for (const auto& e : encodings)
-            sources_.push_back(std::make_unique<Child>(
-                std::vector<std::string>{"ffmpeg", "-nostdin", "-loglevel", "error", "-re", "-f", "lavfi", "-i",
-                                         tone, "-c:a", e[1], "-b:a", "128k", "-content_type", e[2], "-f", e[3],
-                                         "icecast://source:" + std::string(kSourcePassword) + "@127.0.0.1:" +
-                                             std::to_string(port_) + e[0]},
-                dir_ + "/source.out"));
+        sources_.resize(3);
+        for (size_t i = 0; i < sources_.size(); ++i) startSource(i);
         up_ = pumpWait([&] {
             for (const char* mount : {kMount, kAacMount, kOggMount})
                 if (httpStatus(port_, mount).find(" 200") == std::string::npos) return false;
             return true;
         });
+    }
+    // One mount per format the source decodes, each fed by its own source client.
+    void startSource(size_t i) {
+        const std::string tone = "aevalsrc=exprs=" + std::to_string(kIcecastTone) + "*sin(2*PI*1000*t)|" +
+                                 std::to_string(kIcecastTone) + "*sin(2*PI*1000*t):s=44100";
+        const std::vector<std::vector<std::string>> encodings = {
+            {kMount, "libmp3lame", "audio/mpeg", "mp3"},
+            {kAacMount, "aac", "audio/aac", "adts"},
+            {kOggMount, "libvorbis", "application/ogg", "ogg"},
+        };
+        const auto& e = encodings[i];
+        sources_[i] = std::make_unique<Child>(
+            std::vector<std::string>{"ffmpeg", "-nostdin", "-loglevel", "error", "-re", "-f", "lavfi", "-i", tone,
+                                     "-c:a", e[1], "-b:a", "128k", "-content_type", e[2], "-f", e[3],
+                                     "icecast://source:" + std::string(kSourcePassword) + "@127.0.0.1:" +
+                                         std::to_string(port_) + e[0]},
+            dir_ + "/source.out");
+    }
+    void stopSource(size_t i) { sources_[i].reset(); }
+    bool mountUp(const char* mount = kMount) const { return httpStatus(port_, mount).find(" 200") != std::string::npos; }
+    std::string certificate() const { return dir_ + "/cert.pem"; }
+    std::string tlsAddress(const std::string& scheme = "icystreams") const {
+        return scheme + "://127.0.0.1:" + std::to_string(tlsPort_) + kMount;
     }
     ~Icecast() {
         sources_.clear();
@@ -977,7 +996,7 @@ private:
         return false;
     }
     std::string dir_;
-    int port_ = 0;
+    int port_ = 0, tlsPort_ = 0;
     bool up_ = false;
     std::unique_ptr<Child> server_;
     std::vector<std::unique_ptr<Child>> sources_;
@@ -1071,6 +1090,62 @@ TEST_F(StreamOnIcecast, ALiveStreamLoadsPlaysCarriesItsTitlesAndStops) {
     player_->Play();
     EXPECT_EQ(player_->get_Playstate(), MpPlaying);
     EXPECT_TRUE(pump([&] { return events_.vuPeaks.size() >= peaks + 10; }, 5000));
+    player_->StopPlaying();
+    load("");
+}
+
+// Trusts the test's own certificate for as long as it lives.
+struct TrustedCertificate {
+    explicit TrustedCertificate(const std::string& file) { ::setenv("SSL_CERT_FILE", file.c_str(), 1); }
+    ~TrustedCertificate() { ::unsetenv("SSL_CERT_FILE"); }
+};
+
+TEST_F(StreamOnIcecast, AnHttpsMountPlaysWithItsTitleOnceItsCertificateIsTrusted) {
+    load(icecast_->tlsAddress());
+    EXPECT_EQ(player_->get_FileName(), "") << "the system's store does not know the test's certificate";
+    EXPECT_NE(player_->get_LastError().find("could not prove who it is"), std::string::npos) << player_->get_LastError();
+
+    TrustedCertificate trust(icecast_->certificate());
+    ASSERT_TRUE(icecast_->setSong("Corvid Artist - Secure Song"));
+    // A plain address that redirects to the TLS mount is followed there too.
+    TestServer moved(TestServer::Mode::RedirectTo, "", "", 0, icecast_->tlsAddress("https"));
+    for (const std::string& address : {icecast_->tlsAddress(), moved.address()}) {
+        SCOPED_TRACE(address);
+        events_.clear();
+        load(address);
+        ASSERT_EQ(player_->get_FileName(), address) << player_->get_LastError();
+        player_->Play();
+        EXPECT_TRUE(pump([&] { return sawTitle("Corvid Artist - Secure Song"); }, 10000));
+        EXPECT_TRUE(pump([&] { return events_.vuPeaks.size() >= 10; }, 5000));
+        player_->StopPlaying();
+        load("");
+    }
+}
+
+TEST_F(StreamOnIcecast, ASourceClientThatGoesAndComesBackIsReconnectedWithBufferingBetween) {
+    load(icecast_->address());
+    ASSERT_EQ(player_->get_FileName(), icecast_->address()) << player_->get_LastError();
+    player_->Play();
+    ASSERT_TRUE(pump([&] { return events_.vuPeaks.size() >= 10; }, 5000));
+    events_.clear();
+    icecast_->stopSource(0);
+    // What was buffered plays out first; then the deck says it waits.
+    ASSERT_TRUE(pump([&] { return events_.count("StreamBufferingStarted") > 0; }, 15000));
+    icecast_->startSource(0);
+    ASSERT_TRUE(pump([&] { return icecast_->mountUp(); }, 10000));
+    const auto back = std::chrono::steady_clock::now();
+    events_.clear();
+    EXPECT_TRUE(pump([&] { return events_.count("StreamBuffering: -1") > 0; }, 10000)) << "playback goes on";
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - back).count();
+    std::printf("[ stream   ] audio resumed %.1f s after the source client came back\n", seconds);
+    auto loud = [&] {
+        for (const auto& [left, right] : events_.vuPeaks)
+            if (std::max(left, right) > kIcecastTone * 32768 * 0.5) return true;
+        return false;
+    };
+    EXPECT_TRUE(pump(loud, 5000)) << "the tone again";
+    EXPECT_EQ(player_->get_Playstate(), MpPlaying);
+    EXPECT_TRUE(events_.endOfStreams.empty());
     player_->StopPlaying();
     load("");
 }
