@@ -1122,6 +1122,27 @@ TEST_F(StreamOnIcecast, AnHttpsMountPlaysWithItsTitleOnceItsCertificateIsTrusted
     }
 }
 
+TEST_F(StreamOnIcecast, HttpAndHttpsAddressesPlayThroughTheReaderOnceItIsAllowed) {
+    const std::string plain = "http://127.0.0.1:" + std::to_string(icecast_->port()) + kMount;
+    load(plain);
+    EXPECT_NE(player_->get_LastError().find("ASFReaderBanned"), std::string::npos) << player_->get_LastError();
+    bool banned = false;
+    player_->put_ASFReaderBanned(banned);
+    TrustedCertificate trust(icecast_->certificate());
+    for (const std::string& address : {plain, icecast_->tlsAddress("https")}) {
+        SCOPED_TRACE(address);
+        events_.clear();
+        load(address);
+        ASSERT_EQ(player_->get_FileName(), address) << player_->get_LastError();
+        EXPECT_TRUE(player_->get_UsingASFReader());
+        player_->Play();
+        EXPECT_EQ(player_->get_Playstate(), MpPlaying);
+        EXPECT_TRUE(pump([&] { return events_.vuPeaks.size() >= 10; }, 5000));
+        player_->StopPlaying();
+        load("");
+    }
+}
+
 TEST_F(StreamOnIcecast, ASourceClientThatGoesAndComesBackIsReconnectedWithBufferingBetween) {
     load(icecast_->address());
     ASSERT_EQ(player_->get_FileName(), icecast_->address()) << player_->get_LastError();

@@ -1,8 +1,11 @@
-// Decoding sources: demux and decode a local file in one filter, PCM out. The output also
-// offers the compressed stream, for a graph that wants its own decoder after the reader.
+// Decoding sources: demux and decode a local file (or the bytes of an http(s) address) in one
+// filter, PCM out. The output also offers the compressed stream, for a graph that wants its
+// own decoder after the reader.
 
+#include "platform/ItemName.h"
 #include "platform/native/filters/FFmpeg.h"
 #include "platform/native/filters/Filters.h"
+#include "platform/native/stream/AddressReader.h"
 
 namespace corvid::native {
 
@@ -19,8 +22,18 @@ public:
     Status setFileName(const std::string& fileName) override {
         if (output_ && output_->peer())
             return Status::failure(hr::WrongState, "The source is connected; disconnect it first.");
-        std::shared_ptr<FileByteReader> reader;
-        Status s = FileByteReader::open(fileName, reader);
+        std::shared_ptr<ByteReader> reader;
+        std::shared_ptr<AddressReader> address;
+        Status s;
+        if (item::isAddress(fileName)) {
+            // Addresses come through the stream client: TLS, redirections, reconnects.
+            s = AddressReader::open(fileName, graph() ? graph()->loop() : nullptr, address);
+            reader = address;
+        } else {
+            std::shared_ptr<FileByteReader> file;
+            s = FileByteReader::open(fileName, file);
+            reader = file;
+        }
         if (!s) return s;
         std::unique_ptr<Demuxer> demuxer;
         s = Demuxer::open(reader, formats_, demuxer);
@@ -30,6 +43,7 @@ public:
         if (!s) return s;
         demuxer_ = std::move(demuxer);
         decoder_ = std::move(decoder);
+        address_ = std::move(address);
         fileName_ = fileName;
         if (!output_) output_ = addPin("Output", platform::PinDirection::Output);
         return Status::success();
@@ -48,9 +62,14 @@ public:
     double durationSeconds() const override { return demuxer_ ? demuxer_->durationSeconds() : 0; }
 
     Status seekTo(double seconds) override {
-        if (!demuxer_) return Status::success();
+        if (!demuxer_ || address_) return Status::success(); // a live stream goes on
         decoder_->flush(seconds);
         return demuxer_->seek(seconds);
+    }
+
+    // A stop frees a streaming thread that waits for the network.
+    void unblock() override {
+        if (address_) address_->interrupt();
     }
 
     Produced produce(uint64_t generation) override {
@@ -83,6 +102,7 @@ private:
     std::unique_ptr<Demuxer> demuxer_;
     std::unique_ptr<AudioDecoder> decoder_;
     NativePinPtr output_;
+    std::shared_ptr<AddressReader> address_; // the network side of an address
     std::string fileName_;
 };
 
