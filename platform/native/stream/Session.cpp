@@ -96,6 +96,7 @@ void StreamSession::goLive() {
 }
 
 template <class Task> void StreamSession::post(Task task) {
+    if (owner_.expired()) return; // a reader's session tells nobody
     loop_->post([owner = owner_, serial = serial_, task = std::move(task)]() mutable {
         auto o = owner.lock();
         if (o && o->currentSession() == serial) task(*o);
