@@ -13,6 +13,7 @@
 // (one that failed) makes the outer write quit.
 
 #include "control/Player.h"
+#include "platform/ItemName.h"
 
 #include "control/ProcessState.h"
 #include "support/MediaTags.h"
@@ -320,7 +321,7 @@ void Player::LoadSucceeded(const std::string& name) {
 
     // 12.10 Done.
     if (logging()) Log("Here we are, at 'done' - this is a successful load...: " + name);
-    if (text::containsNoCase(name, "icystream://") && fSourceFilter) {
+    if (item::isIcyStream(name) && fSourceFilter) {
         // Kept so that the next write can cancel a start that is still under way.
         streamSource_ = fSourceFilter;
         streamControl_ = fSourceFilter->streamSource();

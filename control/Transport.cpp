@@ -6,6 +6,7 @@
 // so the transport guards itself with flags (stop-busy, seek, reload), never with locks.
 
 #include "control/Player.h"
+#include "platform/ItemName.h"
 
 #include "levels/Peaks.h"
 #include "support/CheckedInt.h"
@@ -107,7 +108,7 @@ void Player::Play() {
 
     // 3. A stream (other than an icystream address, which keeps its open source) is reloaded
     //    from scratch for every play.
-    if (isAddress(currentItem_) && !text::containsNoCase(currentItem_, "icystream://")) {
+    if (isAddress(currentItem_) && !item::isIcyStream(currentItem_)) {
         if (get_Playstate() == MpPlaying) return;
         const std::string before = currentItem_;
         reloading_ = true;

@@ -8,6 +8,7 @@
 // the graph so that the rest of the player still finds one.
 
 #include "control/Player.h"
+#include "platform/ItemName.h"
 #include "formats/ChainSupport.h"
 #include "support/AutomationError.h"
 #include "support/Text.h"
@@ -47,7 +48,7 @@ bool Player::ConnectStreamFilters(platform::PinPtr& sourcePin, platform::PinPtr&
     sgOut.reset();
     if (errPending()) return fail();
 
-    if (text::containsNoCase(fileName, "icystream://"))
+    if (item::isIcyStream(fileName))
         decoderOut = sourcePin;
     else
         trap(connect(sourcePin, decoderIn));

@@ -9,6 +9,7 @@
 // the build reports why no source stands.
 
 #include "control/Player.h"
+#include "platform/ItemName.h"
 #include "control/ProcessState.h"
 
 #include "devices/clsCards.h"
@@ -100,7 +101,7 @@ bool Player::AddSourceFilter(const std::string& FileName, bool& bMustUseASFReade
             }
 
             const bool oggPath = !address && (last3 == "ogg" || last3 == "lac");
-            if (!reader && !bMustUseASFReader && (!address || text::containsNoCase(FileName, "icystream://"))) {
+            if (!reader && !bMustUseASFReader && (!address || item::isIcyStream(FileName))) {
                 // 8.
                 if (oggPath)
                     source = AddOggSource(FileName);              // 8.1

@@ -30,4 +30,10 @@ inline bool hasScheme(std::string_view name, std::string_view wanted) {
     return text::equalsNoCase(scheme(name), wanted);
 }
 
+// Whether the name is an ICY stream address, which the stream source plays itself:
+// "icystream://" (over HTTP) or "icystreams://" (over TLS).
+inline bool isIcyStream(std::string_view name) {
+    return hasScheme(name, "icystream") || hasScheme(name, "icystreams");
+}
+
 } // namespace corvid::item

@@ -1,8 +1,11 @@
-// Decoding sources: demux and decode a local file in one filter, PCM out. The output also
-// offers the compressed stream, for a graph that wants its own decoder after the reader.
+// Decoding sources: demux and decode a local file (or the bytes of an http(s) address) in one
+// filter, PCM out. The output also offers the compressed stream, for a graph that wants its
+// own decoder after the reader.
 
+#include "platform/ItemName.h"
 #include "platform/native/filters/FFmpeg.h"
 #include "platform/native/filters/Filters.h"
+#include "platform/native/stream/AddressReader.h"
 
 namespace corvid::native {
 
@@ -19,10 +22,19 @@ public:
     Status setFileName(const std::string& fileName) override {
         if (output_ && output_->peer())
             return Status::failure(hr::WrongState, "The source is connected; disconnect it first.");
+        std::shared_ptr<AddressReader> address;
         std::unique_ptr<DecodedAudio> audio;
-        Status s = DecodedAudio::openFile(fileName, formats_, audio);
+        Status s;
+        if (item::isAddress(fileName)) {
+            // Addresses come through the stream client: TLS, redirections, reconnects.
+            s = AddressReader::open(fileName, graph() ? graph()->loop() : nullptr, address);
+            if (s) s = DecodedAudio::open(address, formats_, audio);
+        } else {
+            s = DecodedAudio::openFile(fileName, formats_, audio);
+        }
         if (!s) return s;
         audio_ = std::move(audio);
+        address_ = std::move(address);
         fileName_ = fileName;
         if (!output_) output_ = addPin("Output", platform::PinDirection::Output);
         return Status::success();
@@ -41,7 +53,13 @@ public:
     double durationSeconds() const override { return audio_ ? audio_->durationSeconds() : 0; }
 
     Status seekTo(double seconds) override {
-        return audio_ ? audio_->seek(seconds) : Status::success();
+        if (!audio_ || address_) return Status::success(); // a live stream goes on
+        return audio_->seek(seconds);
+    }
+
+    // A stop frees a streaming thread that waits for the network.
+    void unblock() override {
+        if (address_) address_->interrupt();
     }
 
     Produced produce(uint64_t generation) override {
@@ -66,6 +84,7 @@ private:
     std::vector<std::string> formats_;
     std::unique_ptr<DecodedAudio> audio_;
     NativePinPtr output_;
+    std::shared_ptr<AddressReader> address_; // the network side of an address
     std::string fileName_;
 };
 

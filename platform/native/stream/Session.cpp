@@ -54,10 +54,16 @@ StreamLimits streamLimits() {
 void streamLog(const std::string& line) { std::fprintf(stderr, "Corvid stream: %s\n", line.c_str()); }
 
 StreamSession::StreamSession(icy::StreamAddress address, std::string addressText,
-                             std::shared_ptr<platform::EventLoop> loop, std::weak_ptr<SessionOwner> owner)
+                             std::shared_ptr<platform::EventLoop> loop, std::weak_ptr<SessionOwner> owner, bool probe)
     : serial_(nextSerial++), address_(std::move(address)), addressText_(std::move(addressText)),
       loop_(std::move(loop)), owner_(std::move(owner)),
-      buffer_(std::make_shared<StreamBuffer>(kCapacityBytes, kKeepBehindBytes)), limits_(streamLimits()) {}
+      buffer_(std::make_shared<StreamBuffer>(kCapacityBytes, kKeepBehindBytes)), limits_(streamLimits()),
+      probe_(probe) {}
+
+Status StreamSession::failure() {
+    std::lock_guard lock(mutex_);
+    return failure_;
+}
 
 StreamSession::~StreamSession() { stop(); }
 
@@ -90,6 +96,7 @@ void StreamSession::goLive() {
 }
 
 template <class Task> void StreamSession::post(Task task) {
+    if (owner_.expired()) return; // a reader's session tells nobody
     loop_->post([owner = owner_, serial = serial_, task = std::move(task)]() mutable {
         auto o = owner.lock();
         if (o && o->currentSession() == serial) task(*o);
@@ -109,7 +116,8 @@ void StreamSession::runNetwork() {
     sigaddset(&pipe, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
 
-    std::thread probe([this] { runProbe(); });
+    std::thread probe;
+    if (probe_) probe = std::thread([this] { runProbe(); });
     HttpAnswer answer;
     Status status = connect(answer, StreamClock::now() + limits_.answerDeadline);
     while (status && !waiter_.cancelled()) {
@@ -128,7 +136,7 @@ void StreamSession::runNetwork() {
     }
     if (buffer_->finish() && !waiter_.cancelled()) postBuffering(-1); // what is left plays out
     flushTitle(true);
-    probe.join();
+    if (probe.joinable()) probe.join();
 }
 
 Status StreamSession::connect(HttpAnswer& answer, StreamClock::time_point deadline) {
@@ -141,7 +149,8 @@ Status StreamSession::connect(HttpAnswer& answer, StreamClock::time_point deadli
     Status s = requestStream(address_, waiter_, deadline, answer);
     if (!s) return s;
     std::vector<std::string> demuxers = icy::demuxersFor(answer.head.contentType);
-    if (demuxers.empty())
+    const bool page = answer.head.contentType.rfind("text/", 0) == 0;
+    if (probe_ ? demuxers.empty() : page)
         return Status::failure(hr::UnknownFileType, "The address " + icy::describe(answer.address) + " serves " +
                                                         answer.head.contentType + ", not audio.");
     bitrateKbps_ = answer.head.bitrateKbps;

@@ -73,8 +73,11 @@ public:
 
 class StreamSession : public std::enable_shared_from_this<StreamSession> {
 public:
+    // `probe`: open the demuxer over the first bytes (the stream source); without it the
+    // session only fills the buffer, for a reader that demuxes the bytes itself, and takes
+    // any content type but a page.
     StreamSession(icy::StreamAddress address, std::string addressText, std::shared_ptr<platform::EventLoop> loop,
-                  std::weak_ptr<SessionOwner> owner);
+                  std::weak_ptr<SessionOwner> owner, bool probe = true);
     ~StreamSession(); // stops
 
     platform::Status start();
@@ -88,6 +91,8 @@ public:
     void cancel();
 
     uint64_t serial() const { return serial_; }
+    // Why the network side gave up, once it did.
+    platform::Status failure();
     const std::shared_ptr<StreamBuffer>& buffer() const { return buffer_; }
 
 private:
@@ -115,6 +120,7 @@ private:
     const std::weak_ptr<SessionOwner> owner_;
     const std::shared_ptr<StreamBuffer> buffer_;
     const StreamLimits limits_;
+    const bool probe_;
     Waiter waiter_;
     std::thread network_;
     std::atomic<bool> live_{false};
