@@ -8,6 +8,7 @@
 // the graph so that the rest of the player still finds one.
 
 #include "control/Player.h"
+#include "devices/FilterNames.h"
 #include "formats/ChainSupport.h"
 #include "support/AutomationError.h"
 #include "support/Text.h"
@@ -58,7 +59,7 @@ bool Player::ConnectStreamFilters(platform::PinPtr& sourcePin, platform::PinPtr&
         if (isConnected(sourcePin) && !errPending()) trap(disconnect(sourcePin));
         clearErr();
 
-        const auto dmoEntry = TakeCatalogueEntry("WMAudio Decoder DMO");
+        const auto dmoEntry = TakeCatalogueEntry(filters::kWmaDecoder);
         if (!dmoEntry) return fail();
         const auto dmo = AddCatalogueInstance(dmoEntry);
         if (errPending() || !dmo) return fail();
