@@ -89,12 +89,11 @@ void Player::CreateHelpers() {
 // ---- Searches ----
 
 void Player::AutoCueSearch(const std::string& sFile) {
-    // 1.
     auto& ticks = platform_.ticks();
     const int32_t started = ticks.nowMs();
     const std::string file = sFile.empty() ? currentItem_ : sFile;
 
-    // 2.-3. The player's own source filter when it uses one, else the source it loaded with.
+    // The player's own source filter when it uses one, else the source it loaded with.
     if (CueHelper) {
         cueSearchStart_ = ticks.nowMs();
         AutoCueBusy_ = true;
@@ -104,7 +103,6 @@ void Player::AutoCueSearch(const std::string& sFile) {
         if (!status.ok()) AutoCueBusy_ = false;
     }
 
-    // 4.
     if (logging())
         Log("AutoCueSearch(setup) Took: " + std::to_string(int64_t{ticks.nowMs()} - started) +
             " ms.");
@@ -121,12 +119,12 @@ platform::Status Player::StartSegueSearch(bool retryWithAsfReader) {
 }
 
 void Player::AutoSegSearch() {
-    // 1. It runs after the cue result (or the give-up).
+    // It runs after the cue result (or the give-up).
     if (AutoCueBusy_) {
         seguePending_ = true;
         return;
     }
-    // 2.-3. Streams have no end to scan. One retry, through the Windows Media reader.
+    // Streams have no end to scan. One retry, through the Windows Media reader.
     if (isAddress(currentItem_) || !CueHelper) return;
     if (!StartSegueSearch(false).ok()) (void)StartSegueSearch(true);
 }
@@ -134,7 +132,6 @@ void Player::AutoSegSearch() {
 // ---- The CueHelper's events ----
 
 void Player::cueResult(int32_t positionMs) {
-    // 1.
     if (logging()) {
         const std::string dashes(58, '-');
         const int64_t took = int64_t{platform_.ticks().nowMs()} - cueSearchStart_;
@@ -145,7 +142,7 @@ void Player::cueResult(int32_t positionMs) {
     }
     AutoCueBusy_ = false;
 
-    // 2.-3. A negative point means "not found".
+    // A negative point means "not found".
     AutoCuePos_ = positionMs / 1000.0;
     if (AutoCuePos_ >= 0) {
         double seconds = AutoCuePos_;
@@ -154,7 +151,7 @@ void Player::cueResult(int32_t positionMs) {
         AutoCuePos_ = 0;
     }
 
-    // 4. The segue search that waited for this result.
+    // The segue search that waited for this result.
     if (seguePending_) {
         seguePending_ = false;
         AutoSegSearch();

@@ -8,9 +8,10 @@
 // the state the other members report.
 //
 // Every log line is an event the host handles synchronously and may re-enter the player from,
-// writing FileName or calling Play. The load-busy flag is the only guard; its check after a
-// fresh clear (step 7) is kept exactly as it is, so only a re-entrant write that was left busy
-// (one that failed) makes the outer write quit.
+// writing FileName or calling Play. Until the write owns the load, the load-busy flag is the
+// guard: it is cleared just before the write announces itself and checked right after, so only
+// a re-entrant write that was left busy (one that failed) makes the outer write quit. Once the
+// write owns the load, a write from inside its events supersedes it (control/Reentrance.h).
 
 #include "control/Player.h"
 #include "platform/ItemName.h"
@@ -101,15 +102,15 @@ void Player::LoadItemSteps(const std::string& newName, Reentrance::Operation& lo
         return std::to_string(int64_t{ticks.nowMs()} - start);
     };
 
-    // 1. A fresh LastError; the catalogue must exist before anything is routed.
+    // A fresh LastError; the catalogue must exist before anything is routed.
     LastError_.clear();
     if (!Process().cards) Init();
 
-    // 2. Load start, for the checkpoint lines.
+    // Load start, for the checkpoint lines.
     loadStart_ = ticks.nowMs();
 
-    // 3. A stream source of an earlier stream item that is still starting is cancelled
-    //    instead of loading; one that can no longer be cancelled is let go.
+    // A stream source of an earlier stream item that is still starting is cancelled
+    // instead of loading; one that can no longer be cancelled is let go.
     if (streamControl_) {
         if (streamControl_->canCancel()) {
             // A write while the load waits for that stream is the host giving up on it.
@@ -126,7 +127,7 @@ void Player::LoadItemSteps(const std::string& newName, Reentrance::Operation& lo
     }
 
     try {
-        // 4. Take out the previous item's source and its per-item inserts.
+        // Take out the previous item's source and its per-item inserts.
         RemoveSourceFilter();
         for (platform::FilterPtr* insert : {&fPitchShifter, &fPipeSender}) {
             if (*insert && MainGraphMan) MainGraphMan->removeFilter(*insert);
@@ -135,8 +136,8 @@ void Player::LoadItemSteps(const std::string& newName, Reentrance::Operation& lo
         AutoCueBusy_ = false;
         seguePending_ = false;
 
-        // 5. Loading over a loaded item: unload the old one first (the unload runs as a write
-        //    of its own).
+        // Loading over a loaded item: unload the old one first (the unload runs as a write
+        // of its own).
         if (!newName.empty() && !currentItem_.empty()) {
             try {
                 std::string empty;
@@ -148,24 +149,24 @@ void Player::LoadItemSteps(const std::string& newName, Reentrance::Operation& lo
             currentItem_.clear();
         }
 
-        // 6. Announce the write.
+        // Announce the write.
         loadBusy_ = false;
         UsingASFReaderAsFallback_ = false;
         if (logging()) Log("Setting filename = " + newName);
 
-        // 7. A write the host made from inside that announcement and left busy (it failed):
-        //    this one gives way.
+        // A write the host made from inside that announcement and left busy (it failed):
+        // this one gives way.
         if (loadBusy_) {
             Log("Filename: BUSY - quitting!");
             return;
         }
 
-        // 8. From here this write owns the load.
+        // From here this write owns the load.
         AutoCuePos_ = 0;
         loadBusy_ = true;
         load.claim();
 
-        // 9. A new graph for every item, when the user asks for it.
+        // A new graph for every item, when the user asks for it.
         if (get_NewGraphEveryTime()) {
             Log(std::string("Player Setting: NewGraphEveryTime = ") + text::boolWord(true));
             Log("NewGraphEveryTime means we destroy the graph...");
@@ -173,7 +174,7 @@ void Player::LoadItemSteps(const std::string& newName, Reentrance::Operation& lo
             Log("Graph Destroyed.");
         }
 
-        // 10. An empty name unloads.
+        // An empty name unloads.
         if (newName.empty()) {
             UnloadItem();
             return;
@@ -188,7 +189,7 @@ void Player::LoadItemSteps(const std::string& newName, Reentrance::Operation& lo
         // Devices asked for while the last item played take effect with this one.
         ApplyPendingSoundCards();
 
-        // 11. Build, and once more through the other source filter.
+        // Build, and once more through the other source filter.
         const int32_t buildStart = ticks.nowMs();
         streamAnswerFinal_ = false;
         bool built = BuildGraph(newName, false, false);
@@ -213,7 +214,7 @@ void Player::LoadItemSteps(const std::string& newName, Reentrance::Operation& lo
             }
         }
 
-        // 12. Success.
+        // Success.
         LoadSucceeded(newName);
     } catch (const AutomationError& e) {
         LastError_ = e.description();
@@ -227,11 +228,10 @@ void Player::LoadItemSteps(const std::string& newName, Reentrance::Operation& lo
 void Player::LoadSucceeded(const std::string& name) {
     auto& ticks = platform_.ticks();
 
-    // 12.1
     if (logging()) Log(name + "Succeeded to build the graph.  ");
     LogCheckpoint(2);
 
-    // 12.2 Tags of a Windows Media item; the duration (one fixed value for every stream).
+    // Tags of a Windows Media item; the duration (one fixed value for every stream).
     if (text::equalsNoCase(text::lastChars(name, 3), "wma")) {
         try {
             (void)Tags().Open(name);
@@ -246,13 +246,12 @@ void Player::LoadSucceeded(const std::string& name) {
         if (MainGraphMan && trap(MainGraphMan->duration(seconds))) cachedDuration_ = seconds;
     }
 
-    // 12.3
     if (logging()) Log("Setting Volume --  " + name);
     ApplyStoredVolume();
     LogCheckpoint(3);
 
-    // 12.4 The automatic cue search (files only). The item is not yet the current one, so
-    //      it is named.
+    // The automatic cue search (files only). The item is not yet the current one, so
+    // it is named.
     if (!name.empty() && UseAutoCue && CanCueIn && !isAddress(name)) {
         if (logging()) Log("Performing AutoCueSearch --  " + name);
         AutoCueSearch(name);
@@ -260,7 +259,7 @@ void Player::LoadSucceeded(const std::string& name) {
     }
     LogCheckpoint(4);
 
-    // 12.5 A loaded item stands stopped.
+    // A loaded item stands stopped.
     if (logging())
         Log("Err here (may well be none!) is: " + std::to_string(Err.number) + " " +
             Err.description);
@@ -271,8 +270,8 @@ void Player::LoadSucceeded(const std::string& name) {
     }
     LogCheckpoint(5);
 
-    // 12.6 Pitch options: the pitch filter carries rate and pitch, except for Windows Media
-    //      streams, which it passes through.
+    // Pitch options: the pitch filter carries rate and pitch, except for Windows Media
+    // streams, which it passes through.
     if (!text::containsNoCase(name, "icyx://") && UsePitchAdjuster_) {
         Log("Setting pitch adjust options(1)... ");
         ApplyPitchOptions(name);
@@ -283,7 +282,7 @@ void Player::LoadSucceeded(const std::string& name) {
         Log("Set pitch adjust options.(2) ");
     }
 
-    // 12.7 The helper follows the new graph; the pitch and pipe inserts go in.
+    // The helper follows the new graph; the pitch and pipe inserts go in.
     Log("Setting Helper's currentgraph... ");
     LogCheckpoint(6);
     if (Helper) {
@@ -294,13 +293,13 @@ void Player::LoadSucceeded(const std::string& name) {
         LogCheckpoint(8);
         if (logging()) Log(PrintFilters(MainGraphMan));
         SetupPitchAndPipeSender();
-        // The inserts are new: give them the options of step 12.6.
+        // The inserts are new: give them the pitch options set above.
         ApplyPitchOptions(name);
     }
     LogCheckpoint(9);
     Log("Set Helper's currentgraph... ");
 
-    // 12.8 The pitch value, for files.
+    // The pitch value, for files.
     if (!isAddress(name) && UsePitchAdjuster_) {
         if (logging()) Log("Setting Pitch...to " + numberText(pitchValue_) + " ");
         if (auto* pitch = PitchControl()) trap(pitch->setPitchSemitones(pitchValue_));
@@ -308,7 +307,7 @@ void Player::LoadSucceeded(const std::string& name) {
     }
     LogCheckpoint(8);
 
-    // 12.9 The graphs as they now stand.
+    // The graphs as they now stand.
     loadBusy_ = false;
     if (logging()) {
         Log("Apparently succeeded to load: " + name);
@@ -319,7 +318,7 @@ void Player::LoadSucceeded(const std::string& name) {
         }
     }
 
-    // 12.10 Done.
+    // Done.
     if (logging()) Log("Here we are, at 'done' - this is a successful load...: " + name);
     if (item::isIcyStream(name) && fSourceFilter) {
         // Kept so that the next write can cancel a start that is still under way.
@@ -334,7 +333,7 @@ void Player::LoadSucceeded(const std::string& name) {
             std::to_string(int64_t{ticks.nowMs()} - loadStart_) + " ms.");
 }
 
-// 13. The unload of an empty write.
+// The unload of an empty write.
 void Player::UnloadItem() {
     UsingASFReader_ = false;
     Log("NewFileName is NULL, so removesourcefilter et al...");
@@ -348,8 +347,8 @@ void Player::UnloadItem() {
     loadBusy_ = false;
 }
 
-// 14. The failure path: the graph goes, the item is left empty and stopped. The load-busy
-//     flag stays set until the next write clears it.
+// The failure path: the graph goes, the item is left empty and stopped. The load-busy
+// flag stays set until the next write clears it.
 void Player::FailLoad(const std::string& name) {
     // A pending error explains the failure best; without one, what the build left in
     // LastError stands.

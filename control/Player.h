@@ -231,6 +231,7 @@ private:
     void SetPlaystate(PlayCondition newState);
     void ResetPlaystateBookkeeping();
     void ApplyStoredVolume();
+    bool SourceFeedsGraph() const;
     // The elapsed-time stopwatch, made on first use.
     TimerClass1& Stopwatch();
     // The pitch filter's control in the current graph, or null.

@@ -82,6 +82,15 @@ void Player::ResetPlaystateBookkeeping() {
     if (stopwatch_) stopwatch_->Reset();
 }
 
+// A source whose pins all went (a stream start the host cancelled) plays nothing: running the
+// graph would report "playing" over silence.
+bool Player::SourceFeedsGraph() const {
+    if (!fSourceFilter) return true;
+    for (const auto& pin : fSourceFilter->pins())
+        if (pin && pin->isConnected()) return true;
+    return false;
+}
+
 void Player::ApplyStoredVolume() {
     if (MainGraphMan) trap(MainGraphMan->setVolume(storedVolume_));
 }
@@ -100,14 +109,13 @@ bool Player::IsExpectedPlayError(int32_t number) {
 }
 
 void Player::Play() {
-    // 1.
     if (logging()) Log(PrintFilters(MainGraphMan));
 
-    // 2. The volume again; a mute is re-applied with its own marker level.
+    // The volume again; a mute is re-applied with its own marker level.
     if (MainGraphMan) trap(MainGraphMan->setVolume(get_mute() ? PlayMuteLevel : storedVolume_));
 
-    // 3. A stream (other than an icystream address, which keeps its open source) is reloaded
-    //    from scratch for every play.
+    // A stream (other than an icystream address, which keeps its open source) is reloaded
+    // from scratch for every play.
     if (isAddress(currentItem_) && !item::isIcyStream(currentItem_)) {
         if (get_Playstate() == MpPlaying) return;
         const std::string before = currentItem_;
@@ -138,7 +146,7 @@ void Player::Play() {
         }
     }
 
-    // 4.-7. Run the helper, then the graph.
+    // Run the helper, then the graph.
     TryingToPlay_ = true;
     clearErr();
     if (Helper && !currentItem_.empty()) {
@@ -147,14 +155,16 @@ void Player::Play() {
         trap(Helper->run());
     }
     if (!currentItem_.empty() && !errPending()) {
-        if (MainGraphMan)
-            trap(MainGraphMan->run());
-        else
+        if (!MainGraphMan)
             trapError(platform::hr::Pointer, "The player has no graph to run.");
+        else if (!SourceFeedsGraph())
+            trapError(platform::hr::NotConnected, "The player's source no longer feeds its graph.");
+        else
+            trap(MainGraphMan->run());
     }
     TryingToPlay_ = false;
 
-    // 8. The reason, in the words the operators know.
+    // The reason, in the words the operators know.
     const PendingError failure = Err;
     clearErr();
     if (failure.number != 0) {
@@ -167,7 +177,7 @@ void Player::Play() {
         raiseEvent([](PlayerEvents& e) { e.StreamBufferingFinished(); });
     }
 
-    // 9. Nothing to play, or it would not run.
+    // Nothing to play, or it would not run.
     if (currentItem_.empty() || failure.number != 0) {
         if (IsExpectedPlayError(failure.number)) {
             Log("There was an Expected error here, so not destroying graph");
@@ -185,9 +195,9 @@ void Player::Play() {
         return;
     }
 
-    // 10. Playing, unless the host changed the item from inside PlayStateChange.
+    // Playing, unless the host changed the item from inside PlayStateChange.
     SetPlaystate(MpPlaying);
-    // 11. The silence count starts again with every play.
+    // The silence count starts again with every play.
     silenceStart_ = platform_.ticks().secondsSinceMidnight();
     if (get_Playstate() != MpPlaying) {
         raiseEvent([](PlayerEvents& e) { e.StreamBufferingFinished(); });
@@ -199,9 +209,9 @@ void Player::Play() {
 // ---- Stop and pause ----
 
 void Player::StopPlaying() {
-    // 1. A stop from inside the events of a stop does nothing. The flag is held until the
-    //    playstate change has been raised, so that a host stopping from its PlayStateChange
-    //    handler does not recurse.
+    // A stop from inside the events of a stop does nothing. The flag is held until the
+    // playstate change has been raised, so that a host stopping from its PlayStateChange
+    // handler does not recurse.
     if (stopBusy_) return;
     stopBusy_ = true;
     struct Clear {
@@ -212,7 +222,7 @@ void Player::StopPlaying() {
     // A stop while the load waits for a stream to open: the host gave up on that stream.
     if (AddingSourceFilter) StreamingCancelPlay();
 
-    // 2. The helper stops the graph it follows; a graph it does not follow is stopped here.
+    // The helper stops the graph it follows; a graph it does not follow is stopped here.
     if (Helper) {
         (void)get_FileName();
         Helper->stop();
@@ -220,11 +230,10 @@ void Player::StopPlaying() {
     if (MainGraphMan && MainGraphMan->state() != platform::GraphState::Stopped)
         MainGraphMan->stop();
 
-    // 3. A stream starts from its beginning next time (unless Play is reloading it).
+    // A stream starts from its beginning next time (unless Play is reloading it).
     if (MainGraphMan && graphLoaded_ && isAddress(currentItem_) && !playingOverride_)
         MainGraphMan->setCurrentPosition(0);
 
-    // 4.-5.
     cachedPosition_ = 0;
     if (MainGraphMan) {
         double position = 0;
@@ -232,7 +241,6 @@ void Player::StopPlaying() {
             MainGraphMan->setCurrentPosition(0);
     }
 
-    // 6.
     SetPlaystate(mpstopped);
 }
 
@@ -273,21 +281,20 @@ void Player::Pause() {
 // ---- The helper's tick and end ----
 
 void Player::helperTick(int32_t left, int32_t right) {
-    // 1.
     leftPeak_ = left;
     rightPeak_ = right;
 
-    // 2. A seek under way owns the position; a load under way owns the graph.
+    // A seek under way owns the position; a load under way owns the graph.
     if (seeking_) return;
     if (get_Playstate() != mpstopped && MainGraphMan && !loadBusy_) {
         double position = 0;
         if (MainGraphMan->currentPosition(position).ok()) cachedPosition_ = position;
     }
 
-    // 3. Meters only while playing. The host may change the values; what it leaves is used.
+    // Meters only while playing. The host may change the values; what it leaves is used.
     if (playstate_ == MpPlaying) raiseEvent([&](PlayerEvents& e) { e.VUPeak(left, right); });
 
-    // 4. The overall level, on every tick.
+    // The overall level, on every tick.
     try {
         int32_t level = peaks::overallLevel(left, right);
         raiseEvent([&](PlayerEvents& e) { e.Timing(level); });
@@ -295,7 +302,6 @@ void Player::helperTick(int32_t left, int32_t right) {
         // A peak without a magnitude (the most negative value) is no level at all.
     }
 
-    // 5.
     if (get_Playstate() == MpPlaying) SilenceCheck(left, right);
 }
 
@@ -429,12 +435,12 @@ bool Player::get_mute() {
 // ---- Rate ----
 
 void Player::put_Rate(double& value) {
-    // 1.-2. Fast play is allowed only where the marker file is.
+    // Fast play is allowed only where the marker file is.
     auto& services = platform_.operatorServices();
     if (value >= 1.1 && services.fileExists(services.markerFilePath())) value = 2.0;
     if (value < 0.9) value = 0.9;
 
-    // 3. The pitch filter keeps the pitch while it changes the rate.
+    // The pitch filter keeps the pitch while it changes the rate.
     if (UsePitchAdjuster_) {
         pitchRate_ = value;
         pitchCarriesRate_ = true;
@@ -443,7 +449,7 @@ void Player::put_Rate(double& value) {
         return;
     }
 
-    // 4. Otherwise the graph's own rate; Windows Media files play at their own speed only.
+    // Otherwise the graph's own rate; Windows Media files play at their own speed only.
     if (!graphLoaded_ || !MainGraphMan) return;
     if (text::endsWithNoCase(currentItem_, ".wma")) value = 1.0;
     trap(MainGraphMan->setRate(value));

@@ -192,13 +192,13 @@ bool Player::DefaultSoundDeviceExists() {
 
 bool Player::SetSoundcard(std::string& NewSoundCardName) {
     try {
-        // 1. Not while an item is loaded or playing. True all the same: the host counts the call
-        //    as handled.
+        // Not while an item is loaded or playing. True all the same: the host counts the call
+        // as handled.
         if (get_Playstate() == MpPlaying || !currentItem_.empty()) {
             platform_.operatorServices().messageBox(kCantChange, ThisCartName_, platform::MessageIcon::None);
             return true;
         }
-        // 2. An empty name is the default device, and the caller sees so.
+        // An empty name is the default device, and the caller sees so.
         if (NewSoundCardName.empty()) NewSoundCardName = kDefaultDevice;
         return RouteMainOutput(NewSoundCardName);
     } catch (const std::exception& e) {
@@ -210,7 +210,7 @@ bool Player::SetSoundcard(std::string& NewSoundCardName) {
 bool Player::RouteMainOutput(const std::string& name) {
     const bool isDefault = routing::IsDefaultDevice(name);
 
-    // 3. Already there?
+    // Already there?
     if (fSoundCard) {
         if (text::equalsNoCase(fSoundCard->name(), name) && SurroundRenderName_.empty()) return true;
     } else if (isDefault) {
@@ -219,14 +219,14 @@ bool Player::RouteMainOutput(const std::string& name) {
         return true;
     }
 
-    // 4. An unknown device is remembered all the same, for a later load.
+    // An unknown device is remembered all the same, for a later load.
     bool result = false;
     if (!isDefault && !DeviceExists(name)) {
         mainCardName_ = name;
         return false;
     }
 
-    // 5. The default device.
+    // The default device.
     if (isDefault) {
         result = true;
         mainCardName_ = name;
@@ -234,7 +234,7 @@ bool Player::RouteMainOutput(const std::string& name) {
         SurroundRenderName_.clear();
     }
 
-    // 6. Playing now (a host that started playback from one of our events): next item.
+    // Playing now (a host that started playback from one of our events): next item.
     if (get_Playstate() == MpPlaying) {
         pendingMainCard_ = name;
         platform_.operatorServices().messageBox(std::string(kNextCut) + "\r\n" + "----Main Graph Manager----",
@@ -243,13 +243,13 @@ bool Player::RouteMainOutput(const std::string& name) {
         return result;
     }
 
-    // 7. Default device: the next load builds a graph around the default renderer.
+    // Default device: the next load builds a graph around the default renderer.
     if (isDefault) {
         DestroyGraph();
         return result;
     }
 
-    // 8. Another device: its renderer goes into the graph now.
+    // Another device: its renderer goes into the graph now.
     if (!DeviceExists(name)) {
         platform_.operatorServices().messageBox(name + kNotValidDevice, "Orvo DirectX Player",
                                                 platform::MessageIcon::None);
@@ -279,12 +279,11 @@ std::string Player::GetMainSoundcard() {
 
 bool Player::SetPFLSoundcard(std::string& NewPFLCard) {
     try {
-        // 1. Paused counts as busy here too.
+        // Paused counts as busy here too.
         if (get_Playstate() != mpstopped) {
             platform_.operatorServices().messageBox(kCantChange, ThisCartName_, platform::MessageIcon::None);
             return true;
         }
-        // 2.
         if (NewPFLCard.empty()) NewPFLCard = kDefaultDevice;
         return RoutePflOutput(NewPFLCard);
     } catch (const std::exception& e) {
@@ -296,11 +295,11 @@ bool Player::SetPFLSoundcard(std::string& NewPFLCard) {
 bool Player::RoutePflOutput(const std::string& name) {
     const bool isDefault = routing::IsDefaultDevice(name);
 
-    // 3. Already there?
+    // Already there?
     if (fPFLSoundCard && text::equalsNoCase(fPFLSoundCard->name(), name)) return true;
     if (!fPFLSoundCard && isDefault) return true;
 
-    // 4. The PFL device follows a main device.
+    // The PFL device follows a main device.
     if (fSoundCard) {
         if (isDefault) {
             pflCardName_ = name;
@@ -319,7 +318,7 @@ bool Player::RoutePflOutput(const std::string& name) {
         return true;
     }
 
-    // 5. No main device yet.
+    // No main device yet.
     platform_.operatorServices().messageBox(
         "You Must Set a specific playback device for this player before setting the PFL device!",
         "Set the Main output device first! - " + ThisCartName_, platform::MessageIcon::Exclamation);
@@ -389,7 +388,7 @@ platform::PinPtr rendererInputPin(const platform::FilterPtr& renderer) {
 } // namespace
 
 bool Player::AddSoundCard(const std::string& name, bool forPFL, bool remember) {
-    // 1. The default device under any of its spellings.
+    // The default device under any of its spellings.
     const std::string device =
         name.empty() || text::containsNoCase(name, kDefaultDevice) ? std::string(kDefaultDevice) : name;
     const auto cannotAdd = [&] {
@@ -397,7 +396,7 @@ bool Player::AddSoundCard(const std::string& name, bool forPFL, bool remember) {
         return false;
     };
     try {
-        // 2. The device's renderer, made in the graph it is for (made first if need be).
+        // The device's renderer, made in the graph it is for (made first if need be).
         const std::optional<clsDShowRender> found = FindDevice(device);
         if (!found || !found->entry()) return cannotAdd();
         if (!(forPFL ? PFLGraphMan : MainGraphMan)) CreateNewGraph(forPFL);
@@ -423,7 +422,7 @@ bool Player::AddSoundCard(const std::string& name, bool forPFL, bool remember) {
         }
         if (feed && !feed->connectDirect(inPin).ok()) trap(feed->connect(inPin));
 
-        // 3. Keep it.
+        // Keep it.
         current = renderer;
         if (!forPFL) {
             SoundCardInPin = inPin;
@@ -433,7 +432,6 @@ bool Player::AddSoundCard(const std::string& name, bool forPFL, bool remember) {
         }
         return true;
     } catch (const std::exception&) {
-        // 4.
         return cannotAdd();
     }
 }

@@ -1,16 +1,17 @@
 #include "devices/clsCards.h"
+#include "devices/FilterNames.h"
 
 #include "devices/clsEnumFilters.h"
 
 namespace corvid {
+
+using namespace filters;
 
 namespace {
 
 constexpr int16_t kAudioRenderers = 5;
 constexpr int16_t kRegisteredFilters = 6;
 
-constexpr const char* kSplitter = "MPEG-I Stream Splitter";
-constexpr const char* kMp3Decoder = "MPEG Layer-3 Decoder";
 // Re-registers the platform's own filters (two blanks, as the command has always read).
 constexpr const char* kRepairFilterRegistration = "regsvr32.exe  quartz.dll /s";
 
@@ -29,12 +30,12 @@ bool clsCards::MustUseACM() const { return detected_ && !filters_.Contains(kMp3D
 SoundCardCollection clsCards::GetSoundcards(const CardsEvents* events) {
     auto& ops = platform_.operatorServices();
     try {
-        // 1. Fresh results.
+        // Fresh results.
         soundCards_.Clear();
         found_.Clear();
         weNeed_.Clear();
 
-        // 2. Audio renderers and registered filters, with the enumerator's progress passed on.
+        // Audio renderers and registered filters, with the enumerator's progress passed on.
         clsEnumFilters enummer(platform_);
         if (events) {
             enummer.FilterCountStarted = [events](int32_t count) {
@@ -50,7 +51,7 @@ SoundCardCollection clsCards::GetSoundcards(const CardsEvents* events) {
         int32_t filterCount = static_cast<int32_t>(filters_.Count());
         if (events && events->StartedCounting) events->StartedCounting(filterCount);
 
-        // 3. The filters playback needs; a missing one is only noticed below.
+        // The filters playback needs; a missing one is only noticed below.
         for (const char* name : kRequiredFilters) {
             if (const platform::CatalogueEntryPtr* entry = filters_.find(name)) {
                 found_.Add(name, *entry);
@@ -59,7 +60,7 @@ SoundCardCollection clsCards::GetSoundcards(const CardsEvents* events) {
         }
 
         if (!soundCards_.empty()) {
-            // 4. Sound cards found. Without the MPEG splitter no MP3 plays: repair first.
+            // Sound cards found. Without the MPEG splitter no MP3 plays: repair first.
             if (events && events->FinishedCountingFilters) events->FinishedCountingFilters();
             const bool splitterFound = found_.Contains(kSplitter);
             if (splitterFound || repairFlag_) {
@@ -75,7 +76,7 @@ SoundCardCollection clsCards::GetSoundcards(const CardsEvents* events) {
                 return soundCards_;
             }
         } else {
-            // 5. No sound card at all: nothing can play on this machine.
+            // No sound card at all: nothing can play on this machine.
             ops.messageBox("There was a SERIOUS error detecting the soundcards on your system.\r\n"
                            "Have You got Microsoft DirectX Installed??",
                            "Orvo Can't find any soundcards!", platform::MessageIcon::Critical);
@@ -87,7 +88,6 @@ SoundCardCollection clsCards::GetSoundcards(const CardsEvents* events) {
         // A failed detection returns what it found.
         repairFlag_ = false;
     }
-    // 6.
     return soundCards_;
 }
 

@@ -7,6 +7,7 @@
 // Control thread only.
 
 #include "devices/DShowRender.h"
+#include "devices/FilterNames.h"
 #include "platform/Platform.h"
 #include "support/NameCollection.h"
 
@@ -27,8 +28,8 @@ class clsCards {
 public:
     // Registered names of the filters that playback needs, in the order they are checked.
     static constexpr const char* kRequiredFilters[] = {
-        "Wave Parser",          "_DShowShoutCast",      "Halden Sample Grabber",
-        "MPEG-I Stream Splitter", "MPEG Layer-3 Decoder", "ACM Wrapper"};
+        filters::kWaveParser, filters::kStreamSource, filters::kSampleGrabber,
+        filters::kSplitter,   filters::kMp3Decoder,   filters::kAcmWrapper};
 
     explicit clsCards(platform::Platform& platform);
 

@@ -50,14 +50,14 @@ clsEnumFilters::clsEnumFilters(platform::Platform& platform)
 void clsEnumFilters::Log(const std::string& line) { report_ += line + "\r\n"; }
 
 std::optional<FilterCatalogue> clsEnumFilters::EnumFilters(int16_t category) {
-    // 1. The category's identifier; category 8 is not enumerated at all.
+    // The category's identifier; category 8 is not enumerated at all.
     const std::string categoryId = CategoryIdentifier(category);
     if (categoryId.empty()) return std::nullopt;
     if (category == kAudioRenderers) Log("Looking for FilterCategory: " + categoryId);
 
     FilterCatalogue result;
     try {
-        // 2. The enumerator, bound to the category.
+        // The enumerator, bound to the category.
         Log("Creating Enumerator");
         platform::Catalogue& catalogue = platform_.catalogue();
         Log("Setting Catlist");
@@ -67,10 +67,10 @@ std::optional<FilterCatalogue> clsEnumFilters::EnumFilters(int16_t category) {
         Log("Declared FilterClass");
         if (!listed) Log("Enumeration failed: " + std::to_string(listed.number) + " " + listed.description);
 
-        // 3. How many there are to count.
+        // How many there are to count.
         if (FilterCountStarted) FilterCountStarted(static_cast<int32_t>(entries.size()));
 
-        // 4.-5. Each entry under its name, or under a numbered key when the name is taken.
+        // Each entry under its name, or under a numbered key when the name is taken.
         int16_t index = 0;
         for (const auto& entry : entries) {
             index = checkedIncrement(index);
@@ -85,7 +85,7 @@ std::optional<FilterCatalogue> clsEnumFilters::EnumFilters(int16_t category) {
         Log(std::string("Enumeration stopped: ") + e.what());
     }
 
-    // 6. Done: the report replaces the previous one.
+    // Done: the report replaces the previous one.
     if (FilterCountFinished) FilterCountFinished();
     Log("Detection Done!");
     platform_.operatorServices().writeTextFile(reportPath_, report_);

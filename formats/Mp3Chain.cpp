@@ -11,6 +11,7 @@
 // for them, so they stay as they are.
 
 #include "control/Player.h"
+#include "devices/FilterNames.h"
 #include "formats/ChainSupport.h"
 #include "support/Text.h"
 
@@ -152,7 +153,7 @@ bool Player::ConnectMp3Filters(platform::PinPtr& sourcePin, platform::PinPtr& sp
         }
 
         // The chain's own ACM Wrapper, kept for the next attempt until the source goes.
-        const auto acmEntry = TakeCatalogueEntry("ACM Wrapper");
+        const auto acmEntry = TakeCatalogueEntry(filters::kAcmWrapper);
         if (!acmEntry) {
             LastError_ += "ConnectMp3Filters: no ACM Wrapper " + ErrText();
             return Mp3Next::CleanUp;

@@ -5,14 +5,15 @@
 // the texts operators know; they stay mixed.
 
 #include "control/Player.h"
+#include "devices/FilterNames.h"
 #include "formats/ChainSupport.h"
 #include "support/Text.h"
 
 namespace corvid {
 
+using namespace filters;
+
 namespace {
-constexpr const char* kMp4Parser = "GDCL Mpeg-4 Demultiplexor2";
-constexpr const char* kMp4Decoder = "Microsoft DTV-DVD Audio Decoder";
 constexpr const char* kParserWouldNotConnect =
     "Connectmp4Filters: parser out pin would not connect directly to decoder, trying intelligent connect...";
 } // namespace

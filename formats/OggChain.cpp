@@ -4,14 +4,15 @@
 // in "lac" come here too when the dispatcher routes them.
 
 #include "control/Player.h"
+#include "devices/FilterNames.h"
 #include "formats/ChainSupport.h"
 #include "support/Text.h"
 
 namespace corvid {
 
+using namespace filters;
+
 namespace {
-constexpr const char* kVorbisDecoder = "Xiph.Org Vorbis Decoder PLUS";
-constexpr const char* kOggDemuxer = "dsf Ogg Demuxer2+";
 } // namespace
 
 // Leaves the pending error as it found it: a filter that is no longer in the graph is not a

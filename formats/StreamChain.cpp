@@ -9,6 +9,7 @@
 
 #include "control/Player.h"
 #include "platform/ItemName.h"
+#include "devices/FilterNames.h"
 #include "formats/ChainSupport.h"
 #include "support/AutomationError.h"
 #include "support/Text.h"
@@ -59,7 +60,7 @@ bool Player::ConnectStreamFilters(platform::PinPtr& sourcePin, platform::PinPtr&
         if (isConnected(sourcePin) && !errPending()) trap(disconnect(sourcePin));
         clearErr();
 
-        const auto dmoEntry = TakeCatalogueEntry("WMAudio Decoder DMO");
+        const auto dmoEntry = TakeCatalogueEntry(filters::kWmaDecoder);
         if (!dmoEntry) return fail();
         const auto dmo = AddCatalogueInstance(dmoEntry);
         if (errPending() || !dmo) return fail();

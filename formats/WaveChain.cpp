@@ -6,6 +6,7 @@
 // their double blanks: operators know them by these texts.
 
 #include "control/Player.h"
+#include "devices/FilterNames.h"
 #include "formats/ChainSupport.h"
 
 namespace corvid {
@@ -77,7 +78,7 @@ bool Player::ConnectWaveFilters(platform::PinPtr& sourcePin, platform::PinPtr& w
         return fail();
     }
 
-    AddFilterByNameUnlessPresent("Brindle Format Converter");
+    AddFilterByNameUnlessPresent(filters::kFormatConverter);
 
     trap(connect(parserOut, renderIn));
     if (errPending()) {

@@ -4,10 +4,13 @@
 
 #include "control/Player.h"
 #include "control/ProcessState.h"
+#include "devices/FilterNames.h"
 
 #include "support/Text.h"
 
 namespace corvid {
+
+using namespace filters;
 
 namespace {
 
@@ -35,10 +38,10 @@ bool Player::ConnectGraphFilters(const std::string& FileName, bool CanUseAutoRen
     ChainPins pins;
     bool usingWM = bMustUseASFReader || UsingASFReader_;
     try {
-        // 2. Every filter a chain may need, and its pins.
+        // Every filter a chain may need, and its pins.
         if (!GatherChainPins(pins)) return ChainDispatchFailed();
 
-        // 3. The first choice.
+        // The first choice.
         bool standing = false;
         switch (firstChoiceFor(FileName)) {
         case FirstChoice::Stream:
@@ -81,13 +84,12 @@ bool Player::ConnectGraphFilters(const std::string& FileName, bool CanUseAutoRen
             break;
         }
 
-        // 4. The fallbacks, in their fixed order; MP4 and streams are never among them.
+        // The fallbacks, in their fixed order; MP4 and streams are never among them.
         if (!standing) standing = ConnectFallbackChains(pins, usingWM, FileName, CanUseAutoRender);
 
-        // 5.
         if (!standing) return ChainDispatchFailed();
 
-        // 6. A standing chain; a speaker-pair output gets its surround filter before the card.
+        // A standing chain; a speaker-pair output gets its surround filter before the card.
         clearErr();
         InsertSurroundFilter(SoundCardInPin);
         return true;
@@ -103,12 +105,12 @@ bool Player::ConnectFallbackChains(ChainPins& pins, bool& usingWM, const std::st
                                    bool CanUseAutoRender) {
     RaisePlayerLogInfo("ConnectGraphFilters: ConnectGraphFilters failed: " + LastError_);
 
-    // 4.1 MP3 again, with the source as it stands (so an MP3 item runs this chain twice).
+    // MP3 again, with the source as it stands (so an MP3 item runs this chain twice).
     RecreateGrabberIfMissing(pins);
     Log("trying ConnectMp3Filters (after fail)...");
     bool standing = TryMp3Chain(pins, usingWM, FileName);
 
-    // 4.2-4.4 Each of the others from a fresh source, which the chain adds itself.
+    // Each of the others from a fresh source, which the chain adds itself.
     if (!standing) {
         ForgetSourceForNextChain(pins);
         Log("trying ConnectWaveFilters (after fail)...");
@@ -127,10 +129,9 @@ bool Player::ConnectFallbackChains(ChainPins& pins, bool& usingWM, const std::st
         if (logging()) Log(PrintFilters(MainGraphMan));
     }
 
-    // 4.5
     if (logging()) Log(PrintFilters(MainGraphMan));
 
-    // 4.6 The platform's own rendering, only where the caller allows it.
+    // The platform's own rendering, only where the caller allows it.
     if (!standing && CanUseAutoRender) {
         ForgetSourceForNextChain(pins);
         RaiseWriteLog("Getting desperate to render this file, doing automatically...");
@@ -141,7 +142,7 @@ bool Player::ConnectFallbackChains(ChainPins& pins, bool& usingWM, const std::st
 }
 
 bool Player::ChainDispatchFailed() {
-    // 7. The reason is added to what the chains already wrote.
+    // The reason is added to what the chains already wrote.
     LastError_ = LastError_ + "\r\n" + "ConnectGraphFilters Failed: " + std::to_string(Err.number) + " " +
                  Err.description;
     RaiseWriteLog("ConnectGraphFilters failed, with error " + LastError_);
@@ -163,12 +164,12 @@ bool Player::GatherChainPins(ChainPins& pins) {
     };
     platform::PinPtr unused;
 
-    // 2.1 The source filter, with its item.
+    // The source filter, with its item.
     if (!fSourceFilter) raise(kMissingFilter, "ConnectGraphFilters: There is no source filter!");
     if (fSourceFilter->isFileSource() && fSourceFilter->fileName().empty())
         raise(kMissingFilter, "ConnectGraphFilters: The source filter has no filename!");
 
-    // 2.2 Without the ACM wrapper the chains still try; a wrapper without pins is broken.
+    // Without the ACM wrapper the chains still try; a wrapper without pins is broken.
     platform::PinPtr acmIn, acmOut;
     if (!fACMWrapper) {
         Log("ConnectGraphFilters: Error: No ACM Wrapper filter, bailing...");
@@ -177,7 +178,6 @@ bool Player::GatherChainPins(ChainPins& pins) {
         if (!acmIn || !acmOut) return bail("ConnectGraphFilters: Error: No ACM Wrapper pins, bailing...");
     }
 
-    // 2.3
     if (!MainSourcePin) return bail("ConnectGraphFilters: Error: No MainSourcePin, bailing...");
     pins.source = MainSourcePin;
     if (!pins.source) {
@@ -185,12 +185,11 @@ bool Player::GatherChainPins(ChainPins& pins) {
         return false;
     }
 
-    // 2.4
     if (!fMpegSplitter) return bail("ConnectGraphFilters: Error: fMpegSplitter, bailing...");
     GetPins(pins.splitterIn, unused, fMpegSplitter);
     if (!pins.splitterIn) return bail("ConnectGraphFilters: Error no MPEG Splitter In Pin!");
 
-    // 2.5 The MP3 decoder, or the ACM wrapper in its place.
+    // The MP3 decoder, or the ACM wrapper in its place.
     if (fMpegDecoder) {
         GetPins(pins.decoderIn, pins.decoderOut, fMpegDecoder);
         if (!pins.decoderIn || !pins.decoderOut)
@@ -202,14 +201,12 @@ bool Player::GatherChainPins(ChainPins& pins) {
             return bail("ConnectGraphFilters: no MPEG Decoder In Pin Or MPEG Decoder Out Pin (when using ACM)!");
     }
 
-    // 2.6
     if (!fSampleGrabber) return bail("ConnectGraphFilters: Error no SampleGrabber Filter!");
     pins.grabber = fSampleGrabber;
     GetPins(pins.sgIn, pins.sgOut, fSampleGrabber);
     if (!pins.sgIn || !pins.sgOut)
         return bail("ConnectGraphFilters: no SampleGrabber In Pin or SampleGrabber Out Pin!");
 
-    // 2.7
     if (!fWaveParser) return bail("ConnectGraphFilters: Error no Wave Parser Filter!");
     GetPins(pins.waveParserIn, unused, fWaveParser);
     if (!pins.waveParserIn) return bail("ConnectGraphFilters: no waveParser in pin!");
@@ -271,7 +268,7 @@ bool Player::TryOggChain(ChainPins& pins, const std::string& FileName) {
 // ---- RenderAutomatically ---------------------------------------------------------------------
 
 bool Player::RenderAutomatically(const std::string& FileName, platform::PinPtr& sgIn, platform::PinPtr& sgOut) {
-    // 1. Only where the host allows the platform's own choice of filters.
+    // Only where the host allows the platform's own choice of filters.
     if (!Process().AutoRenderAllowed) {
         LastError_ += "\r\n" + FileName + " would need to be automatically rendered, but the setting is disabled.";
         RaisePlayerLogInfo(LastError_);
@@ -281,17 +278,15 @@ bool Player::RenderAutomatically(const std::string& FileName, platform::PinPtr& 
     PendingError failure;
     bool grabberRemoved = false;
     try {
-        // 2.
         RemoveSourceFilter();
         Log("*****************NOT NICE: USING SYSTEM FILTERS TO RENDER AUTOMATICALLY. AVOID IF YOU CAN*****************************");
 
-        // 3.
         if ((!SoundCardInPin || !fSoundCard) && !AddSoundCard(GetMainSoundcard(), false)) return false;
 
-        // 4. The grabber and the inserts would only be in the platform's way.
+        // The grabber and the inserts would only be in the platform's way.
         for (const auto& filter : MainGraphMan->filters()) {
             const std::string name = filter->name();
-            if (name == "Halden Sample Grabber") {
+            if (name == filters::kSampleGrabber) {
                 MainGraphMan->removeFilter(filter);
                 if (!fSampleGrabber) fSampleGrabber = filter;
                 grabberRemoved = true;
@@ -299,15 +294,15 @@ bool Player::RenderAutomatically(const std::string& FileName, platform::PinPtr& 
                 sgOut.reset();
                 SampleGrabberInPin.reset();
                 SampleGrabberOutPin.reset();
-            } else if (name == "Brindle Pitch Shifter") {
+            } else if (name == filters::kPitchShifter) {
                 MainGraphMan->removeFilter(filter);
-            } else if (name == "ACM Wrapper" && fChainACMWrapper) {
+            } else if (name == filters::kAcmWrapper && fChainACMWrapper) {
                 MainGraphMan->removeFilter(fChainACMWrapper);
                 fChainACMWrapper.reset();
             }
         }
 
-        // 5. A source, with the own reader's preference suspended for one retry if need be.
+        // A source, with the own reader's preference suspended for one retry if need be.
         if (!MainSourcePin) {
             bool mustUseReader = false;
             bool added = AddSourceFilter(FileName, mustUseReader);
@@ -323,10 +318,10 @@ bool Player::RenderAutomatically(const std::string& FileName, platform::PinPtr& 
             }
         }
 
-        // 6. The platform renders the pin by itself; what it leaves in the graph is reused below.
+        // The platform renders the pin by itself; what it leaves in the graph is reused below.
         if (MainSourcePin && !MainSourcePin->render().ok()) clearErr();
 
-        // 7.-8. Then source to card by intelligent connect.
+        // Then source to card by intelligent connect.
         DisconnectAllFilters(MainGraphMan);
         if (MainSourcePin && SoundCardInPin) {
             Log("****Render Auto:  trying to connect SourcePin to the SoundCardInPin - crash possible...****");
@@ -334,8 +329,8 @@ bool Player::RenderAutomatically(const std::string& FileName, platform::PinPtr& 
             Log("****Render Auto:  finished trying to connect SourcePin to the SoundCardInPin****");
         }
 
-        // 9. The grabber back in, right before the card.
-        const platform::Status added = MainGraphMan->addFilter(fSampleGrabber, "Halden Sample Grabber");
+        // The grabber back in, right before the card.
+        const platform::Status added = MainGraphMan->addFilter(fSampleGrabber, filters::kSampleGrabber);
         if (!added) {
             failure = PendingError{added.number, added.description};
             Log("Unable to add the SampleGrabber filter back into the graph.");
@@ -368,10 +363,10 @@ bool Player::RenderAutomatically(const std::string& FileName, platform::PinPtr& 
 }
 
 bool Player::RenderAutomaticallyFailed(const PendingError& failure, bool grabberRemoved) {
-    // 10. Never leave the graph without its grabber if that can be helped.
+    // Never leave the graph without its grabber if that can be helped.
     Log("Errored in RenderAutomatically: " + std::to_string(failure.number) + " " + failure.description);
     if (grabberRemoved && (!fSampleGrabber || !MainGraphMan ||
-                           !MainGraphMan->addFilter(fSampleGrabber, "Halden Sample Grabber").ok()))
+                           !MainGraphMan->addFilter(fSampleGrabber, filters::kSampleGrabber).ok()))
         Log("SampleGrabber could NOT be added back to graph after RenderAutomatically FAILED!");
     return false;
 }

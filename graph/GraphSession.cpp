@@ -64,10 +64,9 @@ void Player::CreateNewGraph(bool MakinPFLGraph) {
 }
 
 void Player::ReplaceGraph(bool MakinPFLGraph) {
-    // 1.
     BusyGuard(kBusyCreate, false);
 
-    // 2. The pre-fade-listen graph is replaced on its own; the main graph stays.
+    // The pre-fade-listen graph is replaced on its own; the main graph stays.
     if (MakinPFLGraph) {
         if (PFLGraphMan) {
             trap(PFLGraphMan->stop());
@@ -93,12 +92,12 @@ void Player::ReplaceGraph(bool MakinPFLGraph) {
         MainGraphMan.reset();
     }
 
-    // 4.-5. A new graph with new helpers.
+    // A new graph with new helpers.
     if (!trap(platform_.createGraph(MainGraphMan)) || !MainGraphMan)
         raise(Err.number ? Err.number : platform::hr::Fail, "CreateNewGraph: no filter graph: " + Err.description);
     CreateHelpers();
 
-    // 6.-7. No renderer yet; the standard filters go in.
+    // No renderer yet; the standard filters go in.
     SoundCardInPin.reset();
     AddGraphFilters();
 }
@@ -117,19 +116,18 @@ bool Player::BuildGraph(const std::string& FileName, bool bMustUseASFReader, boo
     const auto failed = [&] { return BuildGraphFailed(pending); };
 
     try {
-        // 1. A machine without MP3 decoder decodes through the ACM wrapper.
+        // A machine without MP3 decoder decodes through the ACM wrapper.
         if (Cards().MustUseACM()) UseACM_ = true;
 
-        // 2.
         const std::string extension = text::toUpper(text::lastChars(FileName, 3));
 
-        // 3. The previous item's source goes.
+        // The previous item's source goes.
         started = ticks.nowMs();
         if (MainSourcePin) RemoveSourceFilter();
         if (SecondSourcePin) RemoveSourceFilter();
         pending = timing(1);
 
-        // 4. A graph to build in.
+        // A graph to build in.
         if (!MainGraphMan) {
             if (logging()) {
                 Log("Attempting Create New Graph");
@@ -139,7 +137,7 @@ bool Player::BuildGraph(const std::string& FileName, bool bMustUseASFReader, boo
             if (logging() || errPending()) Log("Created New Graph. Err = " + std::to_string(Err.number));
         }
 
-        // 5. The output device; without it there is nothing to build towards.
+        // The output device; without it there is nothing to build towards.
         if (!fSoundCard && !AddSoundCard(GetMainSoundcard(), false)) {
             pending = "BuildGraph: Failed to AddSoundCard";
             Log(pending);
@@ -148,11 +146,11 @@ bool Player::BuildGraph(const std::string& FileName, bool bMustUseASFReader, boo
             return false;
         }
 
-        // 6. The source.
+        // The source.
         pending = timing(2);
         bool sourceAdded = AddSourceFilter(FileName, bMustUseASFReader);
 
-        // 7. Once more without the Windows Media reader, where automatic rendering may follow.
+        // Once more without the Windows Media reader, where automatic rendering may follow.
         if (!sourceAdded) {
             Log(std::string("BuildGraph: Failed to add Source Filter, where bMustUseASFReader = ") +
                 text::boolWord(bMustUseASFReader));
@@ -162,19 +160,18 @@ bool Player::BuildGraph(const std::string& FileName, bool bMustUseASFReader, boo
             if (!AddSourceFilter(FileName, bMustUseASFReader)) return failed();
         }
 
-        // 8. From here failures are the chain's to judge.
+        // From here failures are the chain's to judge.
         pending = timing(3);
         Log(pending);
         if (!SoundCardInPin) AddSoundCard(GetMainSoundcard(), false);
 
-        // 9. The decoder chain.
+        // The decoder chain.
         if (ConnectGraphFilters(FileName, CanUseAutoRender, bMustUseASFReader)) {
-            // 11.
             graphBuilt_ = true;
             Log("BuildGraph: ConnectGraphFilters Successful.");
             pending = timing(4);
         } else {
-            // 10. Ogg alone gets a second try from a fresh source.
+            // Ogg alone gets a second try from a fresh source.
             Log("BuildGraph: Failed: ConnectGraphFilters *NOT* Successful.");
             if (!text::equalsNoCase(extension, "OGG")) return failed();
             RemoveSourceFilter();
@@ -187,7 +184,7 @@ bool Player::BuildGraph(const std::string& FileName, bool bMustUseASFReader, boo
             graphBuilt_ = true;
         }
 
-        // 11. A playable graph stands.
+        // A playable graph stands.
         pending = timing(5);
         PruneUnconnectedFilters();
         return true;
@@ -200,7 +197,7 @@ bool Player::BuildGraph(const std::string& FileName, bool bMustUseASFReader, boo
 }
 
 bool Player::BuildGraphFailed(const std::string& pendingMessage) {
-    // 12. The reason goes to LastError, the graph is left disconnected for the next item.
+    // The reason goes to LastError, the graph is left disconnected for the next item.
     if (errPending())
         LastError_ = "BuildGraph: FAIL: In error handler (err = " + Err.description + " " +
                      std::to_string(Err.number) + ")";
@@ -241,17 +238,15 @@ void Player::DestroyGraph(bool keepPlaystate) {
     reentrance_.supersedeOuter();
     graphBuilt_ = false;
 
-    // 2.
     Log("DestroyGraph: stopping the graph");
     if (MainGraphMan) trap(MainGraphMan->stop());
     if (!keepPlaystate) ResetPlaystateBookkeeping();
 
-    // 3.
     Log("DestroyGraph: removin the source filter");
     RemoveSourceFilter();
     if (MainGraphMan) trap(MainGraphMan->stop());
 
-    // 4. Every filter out, and the graph released with the references into it.
+    // Every filter out, and the graph released with the references into it.
     Log("DestroyGraph: removin all filters");
     if (MainGraphMan)
         for (const auto& filter : MainGraphMan->filters()) MainGraphMan->removeFilter(filter);
@@ -259,7 +254,6 @@ void Player::DestroyGraph(bool keepPlaystate) {
     MainGraphMan.reset();
     ForgetMainGraphFilters();
 
-    // 5.
     Log("cuehelper...");
     if (CueHelper) {
         CueHelper->setEvents(nullptr);
@@ -268,7 +262,6 @@ void Player::DestroyGraph(bool keepPlaystate) {
         CueHelper.reset();
     }
 
-    // 6.
     Log("helper...");
     if (Helper) {
         Log("stopping helper graph...");
@@ -277,7 +270,6 @@ void Player::DestroyGraph(bool keepPlaystate) {
         Helper->setCurrentGraph(nullptr);
     }
 
-    // 7.
     RaiseIsPFLButtonRequired(PFLButtonRequired());
     Log("destroygraphcomplete");
 }
@@ -298,13 +290,12 @@ void Player::ForgetMainGraphFilters() {
 // ---- DisconnectAllFilters --------------------------------------------------------------------
 
 void Player::DisconnectAllFilters(platform::GraphPtr graph) {
-    // 1.
     BusyGuard(kBusyDisconnect, true);
     StopPlaying();
     if (!graph) return;
 
-    // 2.-3. Every pin loose, except in a "Haali" filter: that one is taken out whole, because
-    //       its pins do not come back clean from a disconnect.
+    // Every pin loose, except in a "Haali" filter: that one is taken out whole, because
+    // its pins do not come back clean from a disconnect.
     platform::FilterPtr haali;
     for (const auto& filter : graph->filters()) {
         if (!filter) continue;
@@ -316,10 +307,9 @@ void Player::DisconnectAllFilters(platform::GraphPtr graph) {
             if (pin && pin->isConnected()) trap(pin->disconnect());
     }
 
-    // 4.
     if (haali) trap(graph->removeFilter(haali));
 
-    // 5. The pipe sender is per item.
+    // The pipe sender is per item.
     if (fPipeSender) {
         trap(graph->removeFilter(fPipeSender));
         fPipeSender.reset();
@@ -329,14 +319,12 @@ void Player::DisconnectAllFilters(platform::GraphPtr graph) {
 // ---- RemoveSourceFilter ----------------------------------------------------------------------
 
 void Player::RemoveSourceFilter() {
-    // 1. The source being added is not to be touched; quietly.
+    // The source being added is not to be touched; quietly.
     if (AddingSourceFilter) return;
 
-    // 2.
     if (Helper) trap(Helper->stop());
     if (CueHelper) trap(CueHelper->stop());
 
-    // 3.
     if (MainGraphMan) {
         trap(MainGraphMan->stop());
         DisconnectAllFilters(MainGraphMan);
@@ -344,15 +332,14 @@ void Player::RemoveSourceFilter() {
         graphBuilt_ = false;
     }
 
-    // 4. A removal that fails keeps both references, so that the next attempt can try again.
+    // A removal that fails keeps both references, so that the next attempt can try again.
     bool removed = true;
     if (fSourceFilter) removed = MainGraphMan && MainGraphMan->removeFilter(fSourceFilter).ok();
 
-    // 5. The MP3 chain's own "ACM Wrapper" goes with the item.
+    // The MP3 chain's own "ACM Wrapper" goes with the item.
     if (fChainACMWrapper && MainGraphMan && MainGraphMan->removeFilter(fChainACMWrapper).ok())
         fChainACMWrapper.reset();
 
-    // 6.
     if (removed) {
         fSourceFilter.reset();
         MainSourcePin.reset();

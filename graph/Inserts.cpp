@@ -7,6 +7,7 @@
 
 #include "control/Player.h"
 #include "control/ProcessState.h"
+#include "devices/FilterNames.h"
 
 #include "devices/Routing.h"
 #include "support/Text.h"
@@ -16,16 +17,9 @@
 
 namespace corvid {
 
-namespace {
+using namespace filters;
 
-constexpr const char* kWmaDecoder = "WMAudio Decoder DMO";
-constexpr const char* kAcmWrapper = "ACM Wrapper";
-constexpr const char* kMp3Decoder = "MPEG Layer-3 Decoder";
-constexpr const char* kSplitter = "MPEG-I Stream Splitter";
-constexpr const char* kWaveParser = "Wave Parser";
-constexpr const char* kSampleGrabber = "Halden Sample Grabber";
-constexpr const char* kPitchShifter = "Brindle Pitch Shifter";
-constexpr const char* kPipeSender = "Pipe Sender";
+namespace {
 
 constexpr const char* kRepairGrabber = "regsvr32 Halden_sample_grabber.dll /s";
 constexpr const char* kRepairPitch = "regsvr32 brindlepitch.dll /s";
@@ -105,14 +99,14 @@ void Player::AddGraphFilters() {
 
 // Each step looks at the pending error itself; false when the installation needs repair.
 bool Player::StockStandardFilters() {
-    // 1. The WMA decoder; the WMA chain says later whether it was missed.
+    // The WMA decoder; the WMA chain says later whether it was missed.
     platform::FilterPtr wmaDecoder = AddFilterByName(kWmaDecoder);
     if (!wmaDecoder || errPending()) {
         Log("Failed to add WMAudio Decoder DMO " + std::to_string(Err.number) + " " + Err.description);
         clearErr();
     }
 
-    // 2. The ACM wrapper.
+    // The ACM wrapper.
     if (!colDShowFilters().Contains(kAcmWrapper))
         platform_.operatorServices().messageBox(
             "No ACM Wrapper in colDShowFilters -- there are " + std::to_string(colDShowFilters().Count()),
@@ -131,7 +125,7 @@ bool Player::StockStandardFilters() {
         clearErr();
     }
 
-    // 3. The MP3 decoder, or a second ACM wrapper decoding in its place.
+    // The MP3 decoder, or a second ACM wrapper decoding in its place.
     platform::FilterPtr mp3Decoder = AddFilterByName(kMp3Decoder);
     if (!mp3Decoder) {
         clearErr();
@@ -143,21 +137,19 @@ bool Player::StockStandardFilters() {
         }
     }
 
-    // 4.
     platform::FilterPtr splitter = AddFilterByName(kSplitter);
     if (!splitter) {
         CriticalMessage("Critical Playback Error!", "Mpeg Splitter *should* create - reinstall DirectX?");
         return false;
     }
 
-    // 5.
     platform::FilterPtr waveParser = AddFilterByName(kWaveParser);
     if (!waveParser) {
         CriticalMessage("Critical Playback Error!", "Wave Parser *should* create - reinstall DirectX?");
         return false;
     }
 
-    // 6. The sample grabber, re-registered once before giving up.
+    // The sample grabber, re-registered once before giving up.
     platform::FilterPtr grabber = AddFilterByName(kSampleGrabber);
     if (!grabber) {
         RepairRegistration(kRepairGrabber);
@@ -169,7 +161,7 @@ bool Player::StockStandardFilters() {
         }
     }
 
-    // 7. The pitch shifter is made per item; here it only has to be registered.
+    // The pitch shifter is made per item; here it only has to be registered.
     if (!colDShowFilters().Contains(kPitchShifter)) {
         RepairRegistration(kRepairPitch);
         if (!colDShowFilters().Contains(kPitchShifter)) {
@@ -178,7 +170,7 @@ bool Player::StockStandardFilters() {
         }
     }
 
-    // 8. The surround filter of a speaker-pair output, then the references.
+    // The surround filter of a speaker-pair output, then the references.
     const std::string surround = routing::SurroundFilterFor(GetMainSoundcard());
     if (!surround.empty()) {
         fSurround = AddFilterByName(surround);
@@ -214,16 +206,13 @@ platform::FilterPtr Player::CreateSampleGrabber() {
 }
 
 void Player::PutSampleGrabberBeforeRender() {
-    // 1.
     if (!SoundCardInPin) raise(kGrabberPlacement, "PutSampleGrabber... needs the sound card in pin to work!");
 
-    // 2.
     const platform::FilterPtr grabber = FindFilterInGraph(kSampleGrabber);
     if (!grabber) return;
     platform::PinPtr grabberIn, grabberOut;
     GetPins(grabberIn, grabberOut, grabber);
 
-    // 3.
     if (!grabberIn || !grabberIn->isConnected())
         raise(kGrabberPlacement, "PutSampleGrabberBeforeRender expects samplegrabber connection");
     if (!grabberOut || !grabberOut->isConnected())
@@ -231,13 +220,12 @@ void Player::PutSampleGrabberBeforeRender() {
     if (!SoundCardInPin->isConnected())
         raise(kGrabberPlacement, "PutSampleGrabberBeforeRender expects soundcardinpin to be connected");
 
-    // 4.
     const platform::PinPtr feedsGrabber = grabberIn->connectedTo();
     const platform::PinPtr grabberFeeds = grabberOut->connectedTo();
     const platform::PinPtr feedsCard = SoundCardInPin->connectedTo();
     if (grabberFeeds == SoundCardInPin) return;
 
-    // 5. The grabber leaves its place and goes in front of the card.
+    // The grabber leaves its place and goes in front of the card.
     trap(grabberIn->disconnect());
     trap(grabberOut->disconnect());
     trap(feedsGrabber->connectDirect(grabberFeeds));
@@ -257,20 +245,17 @@ bool Player::InsertFilterAfterFilter(const platform::FilterPtr& AfterWhatFilter,
     };
     const platform::Status noPin = platform::Status::failure(platform::hr::Pointer, "Invalid pointer");
 
-    // 1.
     platform::PinPtr afterIn, afterOut, insertIn, insertOut;
     if (AfterWhatFilter) GetPins(afterIn, afterOut, AfterWhatFilter);
     if (FilterToInsert) GetPins(insertIn, insertOut, FilterToInsert);
 
-    // 2.
     if ((insertIn && insertIn->isConnected()) || (insertOut && insertOut->isConnected()))
         return fail("Filter to insert in pin is already connected", {});
 
-    // 3.
     const platform::PinPtr downstream = afterOut ? afterOut->connectedTo() : nullptr;
     if (!downstream) return fail("AfterOutPin was not connected: unexpected", {});
 
-    // 4. A splice that fails halfway is undone, so that the audio still flows without the insert.
+    // A splice that fails halfway is undone, so that the audio still flows without the insert.
     trap(afterOut->disconnect());
     trap(downstream->disconnect());
     platform::Status joined = insertIn ? afterOut->connectDirect(insertIn) : noPin;
@@ -289,10 +274,8 @@ bool Player::InsertFilterAfterFilter(const platform::FilterPtr& AfterWhatFilter,
 }
 
 void Player::InsertPipeSender() {
-    // 1.
     if (!Pipe2020_) return;
 
-    // 2.
     pipeSenderWanted_ = true;
     if (UsePitchAdjuster_) {
         fPipeSender = AddFilterByNameUnlessPresent(kPipeSender);
@@ -303,14 +286,14 @@ void Player::InsertPipeSender() {
         }
     }
 
-    // 3.-4. Behind the pitch shifter.
+    // Behind the pitch shifter.
     if (pipeSenderWanted_ && fPipeSender) {
         std::string failure;
         if (!InsertFilterAfterFilter(FindFilterInGraph(kPitchShifter), fPipeSender, failure))
             LastError_ += "\r\nInsertPipeSender failed: " + failure;
     }
 
-    // 5. The new pipe sender takes the player's mute state.
+    // The new pipe sender takes the player's mute state.
     try {
         bool mute = get_PipeSenderDownstreamMute();
         put_PipeSenderDownstreamMute(mute);

@@ -11,6 +11,7 @@
 #include "control/Player.h"
 #include "platform/ItemName.h"
 #include "control/ProcessState.h"
+#include "devices/FilterNames.h"
 
 #include "devices/clsCards.h"
 #include "support/Text.h"
@@ -19,15 +20,9 @@
 
 namespace corvid {
 
-namespace {
+using namespace filters;
 
-constexpr const char* kFlacSource = "Native FLAC Decoder";
-constexpr const char* kOwnReader = "Halden WM ASF Reader";
-constexpr const char* kWmReader = "WM ASF READER";       // how the catalogue lists it
-constexpr const char* kWmReaderName = "WM ASF Reader";   // how it names itself
-constexpr const char* kFileSource = "File Source (Async.)";
-constexpr const char* kStreamSource = "_DShowShoutCast";
-constexpr const char* kOggSource = "OggDSFMux2";
+namespace {
 
 constexpr int32_t kBusyOrUnplayable = 558;
 // The stream source reports its state on the control thread; it is looked at this often,
@@ -48,7 +43,6 @@ bool Player::AddSourceFilter(const std::string& FileName, bool& bMustUseASFReade
     const std::string last4 = text::toLower(text::lastChars(FileName, 4));
     const bool address = isAddress(FileName);
 
-    // 1.-3.
     if (last3 == "wma") bMustUseASFReader = true;
     UsingASFReader_ = false;
     UsingHaldenSource_ = false;
@@ -69,18 +63,17 @@ bool Player::AddSourceFilter(const std::string& FileName, bool& bMustUseASFReade
 
     try {
         if (last4 == "flac") {
-            // 4. FLAC decodes in its own source. Quick, so the busy flag stays down.
+            // FLAC decodes in its own source. Quick, so the busy flag stays down.
             Log("flac file loading into madflac ...");
             source = AddFlacSource(FileName);
             if (!source) return false;
         } else {
-            // 5.
             if (last4 == ".m4a" && !IsMp4Capable()) {
                 LastError_ = "Not mp4 capable";
                 return false;
             }
 
-            // 6. Busy from here: the stream wait below lets the host in.
+            // Busy from here: the stream wait below lets the host in.
             Log("Setting AddingSourceFilter to TRUE in AddSourceFilter");
             AddingSourceFilter = true;
             addingItemName_ = FileName;
@@ -90,7 +83,7 @@ bool Player::AddSourceFilter(const std::string& FileName, bool& bMustUseASFReade
                     text::boolWord(Process().HaldenSourcePrefer) + " ASFReaderBanned = " +
                     text::boolWord(Process().ASFReaderBanned));
 
-            // 7. The player's own reader, for local MP3 files when preferred.
+            // The player's own reader, for local MP3 files when preferred.
             platform::CatalogueEntryPtr reader;
             if (Process().HaldenSourcePrefer && !bMustUseASFReader) {
                 if (const platform::CatalogueEntryPtr* own = colDShowFilters().find(kOwnReader)) {
@@ -102,20 +95,18 @@ bool Player::AddSourceFilter(const std::string& FileName, bool& bMustUseASFReade
 
             const bool oggPath = !address && (last3 == "ogg" || last3 == "lac");
             if (!reader && !bMustUseASFReader && (!address || item::isIcyStream(FileName))) {
-                // 8.
                 if (oggPath)
-                    source = AddOggSource(FileName);              // 8.1
+                    source = AddOggSource(FileName);
                 else if (!address)
-                    source = AddFileSource(FileName);             // 8.2 (and 10)
+                    source = AddFileSource(FileName);
                 else
-                    source = AddStreamSource(FileName, failure);  // 8.3
+                    source = AddStreamSource(FileName, failure);
             } else {
-                // 9.
                 source = AddReaderSource(FileName, reader, failure);
             }
         }
 
-        // 12. The source's output pin. A route's own failure is the reason when no pin is found.
+        // The source's output pin. A route's own failure is the reason when no pin is found.
         // A source that could not load its item offers no pin to start from, even where its
         // platform shows the pin before a file is loaded.
         if (source) fSourceFilter = source;
@@ -137,7 +128,6 @@ bool Player::AddSourceFilter(const std::string& FileName, bool& bMustUseASFReade
             }
         }
 
-        // 13.
         if (!errPending() && MainSourcePin) {
             result = true;
             Log("AddSourceFilter: Success. Source name: " + fSourceFilter->name());
@@ -147,7 +137,6 @@ bool Player::AddSourceFilter(const std::string& FileName, bool& bMustUseASFReade
         Log("AddSourceFilter: " + errText(e.number(), e.description()));
     }
 
-    // 14.
     AddingSourceFilter = false;
     if (!result) {
         RemoveUnusableSources(standing);
@@ -193,7 +182,7 @@ platform::FilterPtr Player::AddFileSource(const std::string& FileName) {
     platform::FilterPtr source;
     if (colDShowFilters().Contains(kFileSource)) source = AddFilterByName(kFileSource);
     if (!source) {
-        // 10. The system source.
+        // The system source.
         if (!Process().AutoRenderAllowed) {
             LastError_ = "To improve the stability of the program, using system source is disabled";
             return nullptr;
@@ -255,13 +244,12 @@ bool Player::WaitForStreamSource(const platform::FilterPtr& source, const std::s
     }
 }
 
-// The Windows Media readers: the player's own reader (taken in step 7) or the platform's,
+// The Windows Media readers: the player's own reader (when it is preferred for local MP3 files) or the platform's,
 // unless it is banned.
 platform::FilterPtr Player::AddReaderSource(const std::string& FileName, platform::CatalogueEntryPtr reader,
                                             PendingError& failure) {
     const std::string last3 = text::toLower(text::lastChars(FileName, 3));
 
-    // 9.1
     if (!reader) {
         if (Process().ASFReaderBanned) {
             Log("WARNING: WM ASF READER is too old for me to try to use it. Update Windows Media Player to 11 or more!");
@@ -282,7 +270,6 @@ platform::FilterPtr Player::AddReaderSource(const std::string& FileName, platfor
         reader = *wm;
     }
 
-    // 9.2
     clearErr();
     platform::FilterPtr source;
     if (!trap(reader->createIn(*MainGraphMan, source)) || !source) {
@@ -293,7 +280,7 @@ platform::FilterPtr Player::AddReaderSource(const std::string& FileName, platfor
     const std::string name = source->name();
     Log(name);
 
-    // 9.3 The platform's reader hangs on some files: say so, but load them all the same.
+    // The platform's reader hangs on some files: say so, but load them all the same.
     if (text::equalsNoCase(name, kWmReaderName)) {
         if (last3 == "mp3" || last3 == "mp2" || last3 == "wma" || last3 == "asf") {
             Log("Being careful to check extension before loading into " + name +
@@ -308,13 +295,12 @@ platform::FilterPtr Player::AddReaderSource(const std::string& FileName, platfor
         }
     }
 
-    // 9.4
     Log("Loading file: " + FileName + " into " + name + " ... ");
     trap(source->setFileName(FileName));
     fSourceFilter = source;
 
     if (source->fileName() != FileName) {
-        // 9.5 Not loaded: the reason stays pending through the clean-up.
+        // Not loaded: the reason stays pending through the clean-up.
         Log("Could not load " + FileName + " into source, with erNum: " + std::to_string(Err.number) +
             " ,desc: " + Err.description);
         failure = Err.number != 0
@@ -326,11 +312,9 @@ platform::FilterPtr Player::AddReaderSource(const std::string& FileName, platfor
         if (logging()) Log(PrintFilters(MainGraphMan));
         Err = failure;
     } else {
-        // 9.6
         Log("Setted " + FileName + " to source filter.");
     }
 
-    // 9.7
     if (errPending()) {
         fSourceFilter.reset();
         return nullptr;
@@ -344,7 +328,7 @@ platform::FilterPtr Player::AddReaderSource(const std::string& FileName, platfor
     return source;
 }
 
-// 11. Ogg (and "lac" names that are not FLAC): the Ogg source, when the Ogg chain is installed.
+// Ogg (and "lac" names that are not FLAC): the Ogg source, when the Ogg chain is installed.
 platform::FilterPtr Player::AddOggSource(const std::string& FileName) {
     const bool capable = IsOggCapable(!(fVorbisDecoder && fVorbisSplitter));
     if (!capable) {

@@ -13,16 +13,66 @@ std::string checkpoint(int n) { return "Filename Let In Player: took: 0(" + std:
 
 class LoadTest : public BehaviourTest {};
 
-struct Item {
+// Every kind of item, loaded one per player: its log in order, its duration, and the chain
+// that stands from the source to the device (through the pitch shifter and the sample grabber,
+// which streams bypass).
+struct Kind {
+    const char* test;
     const char* name;
     const char* mediaType; // empty: a stream address
     double duration;
+    const char* chain; // upstream of the device, from the source down
 };
-class LoadEachKindTest : public BehaviourTest, public ::testing::WithParamInterface<Item> {};
 
-TEST_P(LoadEachKindTest, LoadsWithEveryStepLoggedInOrder) {
+const Kind kKinds[] = {
+    {"mp3_via_file_source", "/music/one.mp3", "stream/mpeg-audio", 180.0,
+     "File Source (Async.) > MPEG-I Stream Splitter > MPEG Layer-3 Decoder > Brindle Pitch Shifter > Halden Sample Grabber"},
+    {"wav_via_wave_parser", "/music/two.wav", "stream/wave;pcm16", 61.5,
+     "File Source (Async.) > Wave Parser > Brindle Pitch Shifter > Halden Sample Grabber"},
+    {"wma_via_reader", "/music/three.wma", "stream/asf;wma", 200.0,
+     "WM ASF Reader > WMAudio Decoder DMO > Brindle Pitch Shifter > Halden Sample Grabber"},
+    {"asf_via_reader", "/music/three.asf", "stream/asf;wma", 200.0,
+     "WM ASF Reader > WMAudio Decoder DMO > Brindle Pitch Shifter > Halden Sample Grabber"},
+    {"ogg_via_ogg_source", "/music/four.ogg", "stream/ogg;vorbis", 95.0,
+     "OggDSFMux2 > dsf Ogg Demuxer2+ > Xiph.Org Vorbis Decoder PLUS > Brindle Pitch Shifter > Halden Sample Grabber"},
+    {"flac_via_decoding_source", "/music/five.flac", "stream/flac", 300.0,
+     "Native FLAC Decoder > Brindle Pitch Shifter > Halden Sample Grabber"},
+    {"m4a_via_mp4_demultiplexer", "/music/six.m4a", "stream/mp4;aac", 240.0,
+     "File Source (Async.) > GDCL Mpeg-4 Demultiplexor2 > Microsoft DTV-DVD Audio Decoder > Brindle Pitch Shifter > Halden Sample Grabber"},
+    {"icystream_via_stream_source", "icystream://127.0.0.1:8000/live", "", 216000.0, "_DShowShoutCast > Brindle Pitch Shifter"},
+    // No chain of its own: the MP3 chain takes it as the first fallback.
+    {"mp2_via_mp3_fallback", "/music/seven.mp2", "stream/mpeg-audio", 150.0,
+     "File Source (Async.) > MPEG-I Stream Splitter > MPEG Layer-3 Decoder > Brindle Pitch Shifter > Halden Sample Grabber"},
+};
+
+// ctest names its cases by what it prints: the case's own name, never its bytes.
+void PrintTo(const Kind& kind, std::ostream* os) { *os << kind.test; }
+
+// The filters upstream of the device the graph plays to, from the source down.
+std::string chainToDevice(const platform::GraphPtr& graph) {
+    auto input = [](const platform::FilterPtr& f) -> platform::PinPtr {
+        for (const auto& pin : f->pins())
+            if (pin->direction() == platform::PinDirection::Input) return pin;
+        return nullptr;
+    };
+    platform::PinPtr pin;
+    for (const auto& f : graph->filters())
+        if (f->name().rfind("Default DirectSound Device", 0) == 0 || f->name().rfind(sim::names::SurroundDevice, 0) == 0)
+            pin = input(f);
+    std::string chain;
+    for (int step = 0; step < 16 && pin && pin->connectedTo(); ++step) {
+        const auto up = pin->connectedTo()->filter();
+        chain = chain.empty() ? up->name() : up->name() + " > " + chain;
+        pin = input(up);
+    }
+    return chain;
+}
+
+class LoadEachKindTest : public BehaviourTest, public ::testing::WithParamInterface<Kind> {};
+
+TEST_P(LoadEachKindTest, LoadsWithEveryStepLoggedInOrderAndItsChainStanding) {
     const std::string name = GetParam().name;
-    const bool address = name.find("://") != std::string::npos;
+    const bool address = !*GetParam().mediaType;
     if (address) sim->addStream(name, {});
     else sim->addFile(name, audioFile(GetParam().mediaType, GetParam().duration));
     logging(true);
@@ -31,17 +81,18 @@ TEST_P(LoadEachKindTest, LoadsWithEveryStepLoggedInOrder) {
     ASSERT_EQ(player->get_FileName(), name) << player->get_LastError();
     EXPECT_DOUBLE_EQ(player->get_Duration(), GetParam().duration);
     EXPECT_EQ(helper().currentGraph(), player->mainGraph());
+    EXPECT_EQ(chainToDevice(player->mainGraph()), GetParam().chain);
+    int grabbers = 0;
+    for (const auto& f : player->mainGraph()->filters()) grabbers += f->name() == "Halden Sample Grabber";
+    EXPECT_EQ(grabbers, 1);
     std::vector<std::string> steps = {"Setting filename = " + name, "Attempting to actually load file: " + name,
                                       name + "Succeeded to build the graph.  ", checkpoint(2),
                                       "Setting Volume --  " + name, checkpoint(3), checkpoint(4),
-                                      "Err here (may well be none!) is: 0 ", checkpoint(5)};
-    if (name.find("icyx://") != std::string::npos)
-        steps.insert(steps.end(), {"Set pitch adjust options(2)... ", "Set pitch adjust options.(2) "});
-    else
-        steps.insert(steps.end(), {"Setting pitch adjust options(1)... ", "Set pitch adjust options. "});
-    steps.insert(steps.end(), {"Setting Helper's currentgraph... ", checkpoint(6), checkpoint(7),
-                               "Setting CurrentGraph on MainGraphMan...", "Have Set CurrentGraph on MainGraphMan.",
-                               checkpoint(8), checkpoint(9), "Set Helper's currentgraph... "});
+                                      "Err here (may well be none!) is: 0 ", checkpoint(5),
+                                      "Setting pitch adjust options(1)... ", "Set pitch adjust options. ",
+                                      "Setting Helper's currentgraph... ", checkpoint(6), checkpoint(7),
+                                      "Setting CurrentGraph on MainGraphMan...", "Have Set CurrentGraph on MainGraphMan.",
+                                      checkpoint(8), checkpoint(9), "Set Helper's currentgraph... "};
     if (!address) steps.insert(steps.end(), {"Setting Pitch...to 0 ", "Set Pitch... "});
     steps.insert(steps.end(), {checkpoint(8), "Apparently succeeded to load: " + name,
                                "Here we are, at 'done' - this is a successful load...: " + name,
@@ -51,14 +102,18 @@ TEST_P(LoadEachKindTest, LoadsWithEveryStepLoggedInOrder) {
     EXPECT_EQ(host.count("PlayerLogInfo: \r\nFilters in "), 3); // main, helper and cue helper graphs
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, LoadEachKindTest,
-                         ::testing::Values(Item{"/music/one.mp3", "stream/mpeg-audio", 180.0},
-                                           Item{"/music/two.wav", "stream/wave;pcm16", 61.5},
-                                           Item{"/music/three.wma", "stream/asf;wma", 200.0},
-                                           Item{"/music/four.ogg", "stream/ogg;vorbis", 95.0},
-                                           Item{"/music/five.flac", "stream/flac", 300.0},
-                                           Item{"/music/six.m4a", "stream/mp4;aac", 240.0},
-                                           Item{"icystream://127.0.0.1:8000/live", "", 216000.0}));
+INSTANTIATE_TEST_SUITE_P(Kinds, LoadEachKindTest, ::testing::ValuesIn(kKinds),
+                         [](const auto& info) { return std::string(info.param.test); });
+
+TEST_F(LoadTest, ASpeakerPairOutputGetsItsRouterBeforeTheDevice) {
+    sim->addFile("/music/c.wav", audioFile("stream/wave;pcm16", 60));
+    std::string pair = std::string(sim::names::SurroundDevice) + " [3-4]";
+    ASSERT_TRUE(player->SetSoundcard(pair));
+    load("/music/c.wav");
+    ASSERT_EQ(player->get_FileName(), "/music/c.wav") << player->get_LastError();
+    EXPECT_EQ(chainToDevice(player->mainGraph()),
+              "File Source (Async.) > Wave Parser > Brindle Pitch Shifter > Halden Sample Grabber > Sondrel 3-4");
+}
 
 TEST_F(LoadTest, WithLoggingOffNoLogLineIsRaisedButStateAndMetersStillAre) {
     PI(*player).storedPlaystate() = mpPaused; // as a host may leave it before the first item
