@@ -5,11 +5,16 @@
 #include "platform/native/renderers/Renderers.h"
 
 #include <chrono>
+#include <condition_variable>
+#include <mutex>
 #include <thread>
 
 namespace corvid::native {
 
 namespace {
+
+// How often the silent device takes its share: the granularity of its position.
+constexpr auto kPeriod = std::chrono::milliseconds(10);
 
 class DummyRenderer final : public AudioRenderer {
 public:
@@ -19,33 +24,46 @@ public:
 
 protected:
     Status openDevice(int rate, int) override {
-        running_.store(true);
+        stop_ = false;
         clock_ = std::thread([this, rate] { pace(rate); });
         return Status::success();
     }
 
     void closeDevice() override {
-        running_.store(false);
+        {
+            std::lock_guard lock(mutex_);
+            stop_ = true;
+        }
+        wake_.notify_all();
         if (clock_.joinable()) clock_.join();
     }
 
 private:
+    // Each period ends at an absolute deadline, so a late wake-up is made up at the next one
+    // and the device keeps the stream's rate however the thread is scheduled.
     void pace(int rate) {
         using namespace std::chrono;
         auto last = steady_clock::now();
+        auto next = last + kPeriod;
         double owed = 0;
-        while (running_.load()) {
-            std::this_thread::sleep_for(milliseconds(10));
+        std::unique_lock lock(mutex_);
+        while (!wake_.wait_until(lock, next, [&] { return stop_; })) {
             const auto now = steady_clock::now();
+            next += kPeriod;
+            if (next < now) next = now + kPeriod; // asleep for long: no burst of catching up
             owed += duration<double>(now - last).count() * rate * rateFactor();
             last = now;
             const auto frames = size_t(owed);
             owed -= double(frames);
+            lock.unlock();
             discard(frames);
+            lock.lock();
         }
     }
 
-    std::atomic<bool> running_{false};
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    bool stop_ = false;
     std::thread clock_;
 };
 
