@@ -1,6 +1,7 @@
 #include "platform/native/PlatformClock.h"
 
 #include <algorithm>
+#include <pthread.h>
 
 namespace corvid::native {
 
@@ -47,6 +48,7 @@ uint64_t PlatformClock::missedTicks() const {
 }
 
 void PlatformClock::run() {
+    pthread_setname_np(pthread_self(), "corvid-clock");
     auto next = std::chrono::steady_clock::now() + period_;
     std::unique_lock lock(mutex_);
     while (!wake_.wait_until(lock, next, [&] { return stop_; })) {

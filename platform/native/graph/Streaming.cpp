@@ -3,6 +3,8 @@
 #include "platform/native/Realtime.h"
 #include "platform/native/renderers/AudioRenderer.h"
 
+#include <pthread.h>
+
 // Streaming threads: one per stream head, from the start of the streaming to its stop.
 
 namespace corvid::native {
@@ -45,6 +47,7 @@ Status NativeGraph::startStreaming(GraphState target) {
 }
 
 void NativeGraph::headLoop(HeadRunner& runner) {
+    pthread_setname_np(pthread_self(), "corvid-stream");
     requestRealtime(); // this thread refills the device: it must not wait behind other work
     uint64_t generation = this->generation();
     bool ended = false;

@@ -239,11 +239,13 @@ void AudioRenderer::setRate(double rate) {
     if (streamChannels_ != 0) applyRate(rate);
 }
 
-void AudioRenderer::took(size_t frames) {
+void AudioRenderer::took(size_t frames, bool flushed) {
     mediaFrames_.store(mediaFrames_.load(std::memory_order_relaxed) +
                            double(frames) * speed_.load(std::memory_order_acquire),
                        std::memory_order_release);
-    space_.notify();
+    // The producer waits for a good part of the ring, or (at the end) for it to run empty.
+    if (flushed || ring_.readable() == 0 || ring_.space() >= ring_.capacity() / kRefillDivisor)
+        space_.notify();
 }
 
 size_t AudioRenderer::pull(float* out, size_t frames, bool& flushed) {
@@ -252,7 +254,7 @@ size_t AudioRenderer::pull(float* out, size_t frames, bool& flushed) {
     if (flushed) mediaFrames_.store(0, std::memory_order_release);
     const size_t taken = std::min(ring_.readable() / ch, frames);
     ring_.read(out, taken * ch);
-    if (taken > 0 || flushed) took(taken);
+    if (taken > 0 || flushed) took(taken, flushed);
     return taken;
 }
 
@@ -268,7 +270,7 @@ void AudioRenderer::discard(size_t frames) {
         ring_.read(scratch, n);
         left -= n;
     }
-    if (taken > 0 || flushed) took(taken);
+    if (taken > 0 || flushed) took(taken, flushed);
 }
 
 } // namespace corvid::native

@@ -99,7 +99,7 @@ protected:
 private:
     void toDeviceLayout(const Buffer& buffer);
     // Device thread: counts what it took and wakes the streaming thread.
-    void took(size_t frames);
+    void took(size_t frames, bool flushed);
     // Stream thread: a buffer whose format is not the pin's stops the item, loudly.
     void refuse(const Buffer& buffer);
 

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <pthread.h>
 #include <thread>
 
 namespace corvid::native {
@@ -42,6 +43,7 @@ private:
     // Each period ends at an absolute deadline, so a late wake-up is made up at the next one
     // and the device keeps the stream's rate however the thread is scheduled.
     void pace(int rate) {
+        pthread_setname_np(pthread_self(), "corvid-silent");
         using namespace std::chrono;
         auto last = steady_clock::now();
         auto next = last + kPeriod;
