@@ -126,25 +126,46 @@ double bareDecode(const std::string& file, double& audioSeconds, std::vector<flo
     return Usage::now().cpu - before.cpu;
 }
 
+// A libpulse client of its own: a threaded loop and a connected context.
+struct PulseClient {
+    explicit PulseClient(const char* name) {
+        loop = pa_threaded_mainloop_new();
+        pa_threaded_mainloop_start(loop);
+        pa_threaded_mainloop_lock(loop);
+        context = pa_context_new(pa_threaded_mainloop_get_api(loop), name);
+        pa_context_set_state_callback(context, [](pa_context*, void* l) {
+            pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop*>(l), 0); }, loop);
+        pa_context_connect(context, nullptr, PA_CONTEXT_NOFLAGS, nullptr);
+        while (PA_CONTEXT_IS_GOOD(pa_context_get_state(context)) &&
+               pa_context_get_state(context) != PA_CONTEXT_READY)
+            pa_threaded_mainloop_wait(loop);
+        pa_threaded_mainloop_unlock(loop);
+    }
+    // Disconnects `stream` and the context, then stops the loop.
+    void close(pa_stream* stream) {
+        pa_threaded_mainloop_lock(loop);
+        pa_stream_disconnect(stream);
+        pa_stream_unref(stream);
+        pa_context_disconnect(context);
+        pa_context_unref(context);
+        pa_threaded_mainloop_unlock(loop);
+        pa_threaded_mainloop_stop(loop);
+        pa_threaded_mainloop_free(loop);
+    }
+    pa_threaded_mainloop* loop = nullptr;
+    pa_context* context = nullptr;
+};
+
 // A bare libpulse playback stream on its own threaded loop, written from the loop's callback.
 class BareStream {
 public:
     BareStream(const std::vector<float>& pcm, int rate, int channels, const char* sink, int targetMs)
-        : pcm_(pcm), channels_(channels) {
-        loop_ = pa_threaded_mainloop_new();
-        pa_threaded_mainloop_start(loop_);
-        pa_threaded_mainloop_lock(loop_);
-        context_ = pa_context_new(pa_threaded_mainloop_get_api(loop_), "bench-anchor");
-        pa_context_set_state_callback(context_, [](pa_context*, void* l) {
-            pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop*>(l), 0); }, loop_);
-        pa_context_connect(context_, nullptr, PA_CONTEXT_NOFLAGS, nullptr);
-        while (PA_CONTEXT_IS_GOOD(pa_context_get_state(context_)) &&
-               pa_context_get_state(context_) != PA_CONTEXT_READY)
-            pa_threaded_mainloop_wait(loop_);
+        : pcm_(pcm), channels_(channels), client_("bench-anchor") {
+        pa_threaded_mainloop_lock(client_.loop);
         pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, uint32_t(rate), uint8_t(channels)};
-        stream_ = pa_stream_new(context_, "bench-anchor", &spec, nullptr);
+        stream_ = pa_stream_new(client_.context, "bench-anchor", &spec, nullptr);
         pa_stream_set_state_callback(stream_, [](pa_stream*, void* l) {
-            pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop*>(l), 0); }, loop_);
+            pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop*>(l), 0); }, client_.loop);
         pa_stream_set_write_callback(stream_, &BareStream::onWrite, this);
         pa_buffer_attr attr{uint32_t(-1), uint32_t(pa_usec_to_bytes(pa_usec_t(targetMs) * 1000, &spec)),
                             uint32_t(-1), uint32_t(-1), uint32_t(-1)};
@@ -152,25 +173,16 @@ public:
                                    pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY | PA_STREAM_START_CORKED),
                                    nullptr, nullptr);
         while (PA_STREAM_IS_GOOD(pa_stream_get_state(stream_)) && pa_stream_get_state(stream_) != PA_STREAM_READY)
-            pa_threaded_mainloop_wait(loop_);
-        pa_threaded_mainloop_unlock(loop_);
+            pa_threaded_mainloop_wait(client_.loop);
+        pa_threaded_mainloop_unlock(client_.loop);
     }
-    ~BareStream() {
-        pa_threaded_mainloop_lock(loop_);
-        pa_stream_disconnect(stream_);
-        pa_stream_unref(stream_);
-        pa_context_disconnect(context_);
-        pa_context_unref(context_);
-        pa_threaded_mainloop_unlock(loop_);
-        pa_threaded_mainloop_stop(loop_);
-        pa_threaded_mainloop_free(loop_);
-    }
+    ~BareStream() { client_.close(stream_); }
     void start() {
-        pa_threaded_mainloop_lock(loop_);
+        pa_threaded_mainloop_lock(client_.loop);
         started_ = true;
         pa_operation_unref(pa_stream_cork(stream_, 0, nullptr, nullptr));
         write(pa_stream_writable_size(stream_));
-        pa_threaded_mainloop_unlock(loop_);
+        pa_threaded_mainloop_unlock(client_.loop);
     }
     bool done() const { return offset_.load() >= pcm_.size(); }
 
@@ -188,44 +200,28 @@ private:
     int channels_;
     bool started_ = false;
     std::atomic<size_t> offset_{0};
-    pa_threaded_mainloop* loop_ = nullptr;
-    pa_context* context_ = nullptr;
+    PulseClient client_;
     pa_stream* stream_ = nullptr;
 };
 
 // Watches a sink's monitor for the first loud sample; reports its time on the steady clock.
 class FirstSound {
 public:
-    explicit FirstSound(const std::string& sink) {
-        loop_ = pa_threaded_mainloop_new();
-        pa_threaded_mainloop_start(loop_);
-        pa_threaded_mainloop_lock(loop_);
-        context_ = pa_context_new(pa_threaded_mainloop_get_api(loop_), "bench-monitor");
-        pa_context_set_state_callback(context_, [](pa_context*, void* l) {
-            pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop*>(l), 0); }, loop_);
-        pa_context_connect(context_, nullptr, PA_CONTEXT_NOFLAGS, nullptr);
-        while (PA_CONTEXT_IS_GOOD(pa_context_get_state(context_)) &&
-               pa_context_get_state(context_) != PA_CONTEXT_READY)
-            pa_threaded_mainloop_wait(loop_);
+    explicit FirstSound(const std::string& sink) : client_("bench-monitor") {
+        pa_threaded_mainloop_lock(client_.loop);
         pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, 48000, 2};
-        stream_ = pa_stream_new(context_, "bench-monitor", &spec, nullptr);
+        stream_ = pa_stream_new(client_.context, "bench-monitor", &spec, nullptr);
         pa_stream_set_read_callback(stream_, &FirstSound::onRead, this);
         pa_buffer_attr attr{uint32_t(-1), uint32_t(-1), uint32_t(-1), uint32_t(-1),
                             uint32_t(pa_usec_to_bytes(2000, &spec))};
         pa_stream_connect_record(stream_, (sink + ".monitor").c_str(), &attr, PA_STREAM_ADJUST_LATENCY);
-        pa_threaded_mainloop_unlock(loop_);
+        pa_threaded_mainloop_unlock(client_.loop);
     }
-    ~FirstSound() {
-        pa_threaded_mainloop_lock(loop_);
-        pa_stream_disconnect(stream_);
-        pa_stream_unref(stream_);
-        pa_context_disconnect(context_);
-        pa_context_unref(context_);
-        pa_threaded_mainloop_unlock(loop_);
-        pa_threaded_mainloop_stop(loop_);
-        pa_threaded_mainloop_free(loop_);
+    ~FirstSound() { client_.close(stream_); }
+    void arm() {
+        heard_.store(0);
+        armed_.store(true);
     }
-    void arm() { heard_.store(Clock::time_point{}.time_since_epoch().count()), armed_.store(true); }
     bool heard() const { return heard_.load() != 0; }
     Clock::time_point when() const { return Clock::time_point(Clock::duration(heard_.load())); }
 
@@ -255,8 +251,7 @@ private:
     }
     std::atomic<bool> armed_{false};
     std::atomic<Clock::rep> heard_{0};
-    pa_threaded_mainloop* loop_ = nullptr;
-    pa_context* context_ = nullptr;
+    PulseClient client_;
     pa_stream* stream_ = nullptr;
 };
 
@@ -284,12 +279,16 @@ std::unique_ptr<NativePlatform> makePlatform(OutputBackend output) {
 }
 
 bool loadOn(corvid::Player& player, const std::string& device, const std::string& file) {
+    bool banned = false; // the native Windows Media reader plays WMA
+    player.put_ASFReaderBanned(banned);
     player.Init();
     std::string d = device;
     player.SetSoundcard(d);
     std::string f = file;
     player.put_FileName(f);
-    return player.get_FileName() == file;
+    if (player.get_Duration() > 0) return true;
+    std::fprintf(stderr, "cannot load %s: %s\n", file.c_str(), player.get_LastError().c_str());
+    return false;
 }
 
 template <class Done> void pump(NativePlatform& platform, double timeout, Done done) {
