@@ -9,8 +9,9 @@ namespace corvid::native {
 namespace {
 // Between decoder and device; the device's own buffer rides out scheduling delays.
 constexpr double kRingSeconds = 0.25;
-// A full ring wakes its producer when this share of it is free again, not at every sample.
-constexpr size_t kRefillDivisor = 4;
+// A full ring wakes its producer when this share of it is free again, not at every sample:
+// half, so that it refills in a few large steps.
+constexpr size_t kRefillDivisor = 2;
 } // namespace
 
 float gainFromHundredthsDb(int32_t hundredthsDb) {
