@@ -15,50 +15,49 @@ namespace corvid::native {
 using platform::Status;
 
 struct NativeGraphHelper::Shared {
-    std::mutex mutex;
-    std::condition_variable wake;
-    bool stop = false;
     std::atomic<bool> tickPending{false};
     std::atomic<bool> cancelScan{false};
     NativeGraphHelper* helper = nullptr; // cleared on the control thread when the helper goes
 };
 
 NativeGraphHelper::NativeGraphHelper(platform::GraphHelperKind kind,
-                                     std::shared_ptr<platform::EventLoop> loop, int tickHz)
-    : kind_(kind), loop_(std::move(loop)), shared_(std::make_shared<Shared>()) {
+                                     std::shared_ptr<platform::EventLoop> loop,
+                                     std::shared_ptr<PlatformClock> clock)
+    : kind_(kind), loop_(std::move(loop)), shared_(std::make_shared<Shared>()),
+      clock_(std::move(clock)) {
     shared_->helper = this;
-    const auto period = std::chrono::microseconds(1000000 / std::clamp(tickHz, 1, 1000));
-    std::weak_ptr<Shared> weak = shared_;
-    auto loopRef = loop_;
-    auto shared = shared_;
-    ticker_ = std::thread([shared, weak, loopRef, period] {
-        auto next = std::chrono::steady_clock::now() + period;
-        std::unique_lock lock(shared->mutex);
-        while (!shared->wake.wait_until(lock, next, [&] { return shared->stop; })) {
-            next += period;
-            const auto now = std::chrono::steady_clock::now();
-            if (next < now) next = now + period; // never catch up in a burst
-            if (shared->tickPending.exchange(true)) continue;
-            loopRef->post([weak] {
-                auto s = weak.lock();
-                if (!s) return;
-                s->tickPending.store(false);
-                if (s->helper) s->helper->tick();
-            });
-        }
-    });
 }
 
 NativeGraphHelper::~NativeGraphHelper() {
     stopScan();
-    {
-        std::lock_guard lock(shared_->mutex);
-        shared_->stop = true;
-    }
-    shared_->wake.notify_all();
-    if (ticker_.joinable()) ticker_.join();
+    ticking(false);
     shared_->helper = nullptr;
     setCurrentGraph(nullptr);
+}
+
+void NativeGraphHelper::scanTicking(bool on) {
+    if (kind_ == platform::GraphHelperKind::CueHelper) ticking(on);
+}
+
+void NativeGraphHelper::ticking(bool on) {
+    if (on == (subscription_ != 0)) return;
+    if (!on) {
+        clock_->unsubscribe(subscription_);
+        subscription_ = 0;
+        return;
+    }
+    std::weak_ptr<Shared> weak = shared_;
+    auto shared = shared_;
+    auto loop = loop_;
+    subscription_ = clock_->subscribe([shared, weak, loop] {
+        if (shared->tickPending.exchange(true)) return;
+        loop->post([weak] {
+            auto s = weak.lock();
+            if (!s) return;
+            s->tickPending.store(false);
+            if (s->helper) s->helper->tick();
+        });
+    });
 }
 
 void NativeGraphHelper::tick() {
@@ -83,18 +82,28 @@ void NativeGraphHelper::tick() {
 }
 
 void NativeGraphHelper::setCurrentGraph(const platform::GraphPtr& graph) {
-    if (auto old = std::dynamic_pointer_cast<NativeGraph>(graph_); old && observer_)
-        old->removeObserver(observer_);
-    observer_ = 0;
-    graph_ = graph;
-    if (auto native = std::dynamic_pointer_cast<NativeGraph>(graph_)) {
-        std::weak_ptr<Shared> weak = shared_;
-        observer_ = native->addObserver([weak](platform::GraphEvent event) {
-            auto s = weak.lock();
-            if (!s || !s->helper || event != platform::GraphEvent::EndOfStream) return;
-            if (s->helper->events_) s->helper->events_->endOfStream();
-        });
+    if (auto old = std::dynamic_pointer_cast<NativeGraph>(graph_)) {
+        if (observer_) old->removeObserver(observer_);
+        if (stateObserver_) old->removeStateObserver(stateObserver_);
     }
+    observer_ = stateObserver_ = 0;
+    graph_ = graph;
+    auto native = std::dynamic_pointer_cast<NativeGraph>(graph_);
+    if (kind_ == platform::GraphHelperKind::Helper)
+        ticking(native && native->state() == platform::GraphState::Running);
+    if (!native) return;
+    std::weak_ptr<Shared> weak = shared_;
+    // An item that cannot go on (ErrorAbort) ends as an item that ran out does.
+    observer_ = native->addObserver([weak](platform::GraphEvent event) {
+        auto s = weak.lock();
+        if (!s || !s->helper || event == platform::GraphEvent::DeviceLost) return;
+        if (s->helper->events_) s->helper->events_->endOfStream();
+    });
+    if (kind_ == platform::GraphHelperKind::Helper)
+        stateObserver_ = native->addStateObserver([weak](platform::GraphState state) {
+            auto s = weak.lock();
+            if (s && s->helper) s->helper->ticking(state == platform::GraphState::Running);
+        });
 }
 
 Status NativeGraphHelper::run() {
@@ -134,6 +143,7 @@ void NativeGraphHelper::stopScan() {
     shared_->cancelScan.store(true);
     if (scanner_.joinable()) scanner_.join();
     shared_->cancelScan.store(false);
+    scanTicking(false);
 }
 
 void NativeGraphHelper::startScan(const std::string& file, int32_t threshold, bool segue) {
@@ -147,11 +157,13 @@ void NativeGraphHelper::startScan(const std::string& file, int32_t threshold, bo
         if (shared->cancelScan.load()) return;
         loop->post([weak, ms, segue] {
             auto s = weak.lock();
+            if (s && s->helper) s->helper->scanTicking(false);
             if (!s || !s->helper || !s->helper->events_) return;
             if (segue) s->helper->events_->segueFound(ms);
             else s->helper->events_->cueInFound(ms);
         });
     });
+    scanTicking(true);
 }
 
 } // namespace corvid::native

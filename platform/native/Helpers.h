@@ -1,10 +1,13 @@
 #pragma once
-// The native graph helpers. Both tick at a steady rate on a ticker thread that posts to the
-// control thread (a tick is skipped while the previous one waits in the queue). `Helper`
-// reports the peaks its graph's sample grabber saw since the last tick and the graph's end;
-// `CueHelper` scans items on a worker thread for their cue-in and segue points.
+// The native graph helpers. Both tick on the platform's clock, which posts to the control
+// thread (a tick is skipped while the previous one waits in the queue), and only while there
+// is something to tick for: `Helper` while its graph runs, reporting the peaks its graph's
+// sample grabber saw since the last tick and the graph's end; `CueHelper` while a scan is under
+// way (its ticks time the player's give-up), scanning items on a worker thread for their
+// cue-in and segue points.
 
 #include "platform/GraphHelper.h"
+#include "platform/native/PlatformClock.h"
 #include "platform/native/graph/Graph.h"
 
 #include <atomic>
@@ -15,9 +18,9 @@ namespace corvid::native {
 
 class NativeGraphHelper final : public platform::GraphHelper {
 public:
-    // `loop` must be the control thread's; `tickHz` the tick rate (1..1000).
+    // `loop` must be the control thread's; `clock` the platform's, which sets the tick rate.
     NativeGraphHelper(platform::GraphHelperKind kind, std::shared_ptr<platform::EventLoop> loop,
-                      int tickHz);
+                      std::shared_ptr<PlatformClock> clock);
     ~NativeGraphHelper() override;
 
     // All members: control thread.
@@ -39,6 +42,10 @@ public:
 private:
     struct Shared;
     void tick();
+    // Control thread: on the clock or off it.
+    void ticking(bool on);
+    // Control thread: a `CueHelper` ticks while a scan is under way, for the give-up.
+    void scanTicking(bool on);
     void startScan(const std::string& file, int32_t threshold, bool segue);
     void stopScan();
 
@@ -47,8 +54,10 @@ private:
     platform::GraphHelperEvents* events_ = nullptr;
     platform::GraphPtr graph_;
     int observer_ = 0;
+    int stateObserver_ = 0;
     std::shared_ptr<Shared> shared_;
-    std::thread ticker_;
+    std::shared_ptr<PlatformClock> clock_;
+    int subscription_ = 0;
     std::thread scanner_;
 };
 

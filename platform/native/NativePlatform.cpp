@@ -5,12 +5,16 @@
 #include "platform/native/TagLibReader.h"
 #include "platform/native/filters/FFmpeg.h"
 
+#include <algorithm>
+
 namespace corvid::native {
 
 using platform::Status;
 
 NativePlatform::NativePlatform(NativeOptions options)
-    : options_(std::move(options)), loop_(std::make_shared<NativeEventLoop>()) {
+    : options_(std::move(options)), loop_(std::make_shared<NativeEventLoop>()),
+      clock_(std::make_shared<PlatformClock>(
+          std::chrono::microseconds(1000000 / std::clamp(options_.helperTickHz, 1, 1000)))) {
     initFFmpeg();
     operator_.setEchoToStderr(options_.echoOperatorToStderr);
     settings_ = options_.settings ? options_.settings : std::make_shared<IniSettingsStore>();
@@ -33,13 +37,14 @@ Status NativePlatform::createGraph(platform::GraphPtr& graph) {
         auto c = catalogue.lock();
         return c ? c->makeDefaultRenderer() : nullptr;
     };
+    context.report = [this](const std::string& line) { operator_.report(line); };
     graph = std::make_shared<NativeGraph>(std::move(context));
     return Status::success();
 }
 
 Status NativePlatform::createGraphHelper(platform::GraphHelperKind kind,
                                          platform::GraphHelperPtr& helper) {
-    helper = std::make_shared<NativeGraphHelper>(kind, loop_, options_.helperTickHz);
+    helper = std::make_shared<NativeGraphHelper>(kind, loop_, clock_);
     return Status::success();
 }
 

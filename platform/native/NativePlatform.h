@@ -12,6 +12,7 @@
 #include "platform/Platform.h"
 #include "platform/native/NativeCatalogue.h"
 #include "platform/native/EventLoop.h"
+#include "platform/native/PlatformClock.h"
 #include "platform/native/SystemServices.h"
 
 #include <functional>
@@ -54,10 +55,13 @@ public:
     void setLogSink(std::function<void(const std::string&)> sink) { operator_.setLogSink(std::move(sink)); }
     NativeOperatorServices& operatorReports() { return operator_; }
     const NativeOptions& options() const { return options_; }
+    // The clock that ticks the helpers (its thread runs only while one of them needs it).
+    const PlatformClock& clock() const { return *clock_; }
 
 private:
     NativeOptions options_;
     std::shared_ptr<NativeEventLoop> loop_;
+    std::shared_ptr<PlatformClock> clock_;
     SteadyTickCounter ticks_;
     NativeOperatorServices operator_;
     std::shared_ptr<platform::SettingsStore> settings_;

@@ -60,10 +60,13 @@ TEST_F(NativeHelperTest, TicksCarryTheGrabbersPeaksAndTheEndArrivesOnce) {
 }
 
 TEST_F(NativeHelperTest, AHelperThatGoesLeavesNothingBehind) {
+    ASSERT_NO_FATAL_FAILURE(buildWave(mediaPath("tone.wav")));
     platform::GraphHelperPtr helper;
     ASSERT_TRUE(platform_->createGraphHelper(GraphHelperKind::Helper, helper));
     HelperRecorder events;
     helper->setEvents(&events);
+    helper->setCurrentGraph(graph_);
+    ASSERT_TRUE(helper->run());
     pumpUntil(*platform_, [&] { return events.ticks > 0; }, 2000);
     helper.reset(); // a tick may still wait in the queue
     const int ticks = events.ticks;

@@ -29,6 +29,11 @@ Status NativeGraph::connectDirect(NativePin& out, NativePin& in) {
             in.type_ = type;
             in.owner_->inputConnected(in);
             out.owner_->outputConnected(out);
+            Status downstream = renegotiateOutputs(*in.owner_);
+            if (!downstream) {
+                disconnectPin(in);
+                return downstream;
+            }
             return Status::success();
         }
         // Keep the most telling reason: a parser's verdict on the file beats a type mismatch.
@@ -54,6 +59,22 @@ Status NativeGraph::disconnectPin(NativePin& pin) {
     in.type_ = MediaType{};
     if (out.owner_) out.owner_->outputDisconnected(out);
     if (in.owner_) in.owner_->inputDisconnected(in);
+    return Status::success();
+}
+
+Status NativeGraph::renegotiateOutputs(NativeFilter& filter) {
+    for (auto& out : std::vector<NativePinPtr>(filter.nativePins())) {
+        auto in = out->peer();
+        if (out->isInput() || !in) continue;
+        const auto offered = filter.outputTypes(*out, in.get());
+        if (std::find(offered.begin(), offered.end(), out->type_) != offered.end()) continue;
+        disconnectPin(*out);
+        Status s = connectDirect(*out, *in);
+        if (!s)
+            return Status::failure(s.number, "The link from " + filter.name() + " to " +
+                                                  (in->owner_ ? in->owner_->name() : "its peer") +
+                                                  " cannot carry the new type: " + s.description);
+    }
     return Status::success();
 }
 

@@ -114,6 +114,24 @@ void NativeGraph::removeObserver(int id) {
                      observers_.end());
 }
 
+int NativeGraph::addStateObserver(std::function<void(platform::GraphState)> observer) {
+    stateObservers_.emplace_back(nextObserver_, std::move(observer));
+    return nextObserver_++;
+}
+
+void NativeGraph::removeStateObserver(int id) {
+    stateObservers_.erase(std::remove_if(stateObservers_.begin(), stateObservers_.end(),
+                                         [&](auto& o) { return o.first == id; }),
+                          stateObservers_.end());
+}
+
+void NativeGraph::setState(platform::GraphState state) {
+    if (state_ == state) return;
+    state_ = state;
+    auto observers = stateObservers_;
+    for (auto& [id, o] : observers) o(state);
+}
+
 void NativeGraph::raise(GraphEvent event) {
     auto handler = handler_;
     auto observers = observers_;
@@ -135,12 +153,24 @@ void NativeGraph::postRendererEnd(AudioRenderer* renderer, uint64_t generation) 
     });
 }
 
-void NativeGraph::postError(uint64_t generation) {
+void NativeGraph::postError(uint64_t generation, const std::string& why) {
     if (!context_.loop) return;
     std::weak_ptr<NativeGraph> weak = weak_from_this();
-    context_.loop->post([weak, generation] {
+    context_.loop->post([weak, generation, why] {
         auto g = weak.lock();
-        if (g && generation == g->generation()) g->raise(GraphEvent::ErrorAbort);
+        if (!g || generation != g->generation() || g->endRaised_) return;
+        g->endRaised_ = true; // the item is over: its end is not raised again
+        if (g->context_.report) g->context_.report(why);
+        g->raise(GraphEvent::ErrorAbort);
+    });
+}
+
+void NativeGraph::postReport(const std::string& note) {
+    if (!context_.loop) return;
+    std::weak_ptr<NativeGraph> weak = weak_from_this();
+    context_.loop->post([weak, note] {
+        auto g = weak.lock();
+        if (g && g->context_.report) g->context_.report(note);
     });
 }
 

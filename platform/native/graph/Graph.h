@@ -143,6 +143,8 @@ using NativeFilterPtr = std::shared_ptr<NativeFilter>;
 struct GraphContext {
     std::shared_ptr<platform::EventLoop> loop;
     std::function<NativeFilterPtr()> makeDefaultRenderer;
+    // Control thread: tells the operator (the log) what went wrong in the graph's threads.
+    std::function<void(const std::string&)> report;
 };
 
 class NativeGraph final : public platform::Graph,
@@ -169,6 +171,11 @@ public:
     Status setVolume(int32_t hundredthsDb) override;
     void setEventHandler(std::function<void(platform::GraphEvent)> handler) override;
 
+    // Control thread: told of every change between stopped, paused and running (the helper
+    // ticks only while its graph runs). Returns an id.
+    int addStateObserver(std::function<void(platform::GraphState)> observer);
+    void removeStateObserver(int id);
+
     // Further receivers of the graph's events (the helper); control thread. Returns an id.
     int addObserver(std::function<void(platform::GraphEvent)> observer);
     void removeObserver(int id);
@@ -177,7 +184,11 @@ public:
     uint64_t generation() const { return generation_.load(std::memory_order_acquire); }
     // Stream thread: a renderer has played out its end of stream (or a head failed).
     void postRendererEnd(AudioRenderer* renderer, uint64_t generation);
-    void postError(uint64_t generation);
+    // Stream thread: the item cannot go on; `why` goes to the operator and the graph raises
+    // ErrorAbort (unless it has moved on meanwhile).
+    void postError(uint64_t generation, const std::string& why);
+    // Any thread: a note for the operator (an underrun the server reported).
+    void postReport(const std::string& note);
     // Any thread: a renderer's device went away.
     void postDeviceLost();
 
@@ -186,6 +197,9 @@ public:
     // Intelligent connect, by the platform's one search over this graph's candidates.
     Status connectIntelligent(NativePin& out, NativePin& in);
     Status disconnectPin(NativePin& pin);
+    // After `filter`'s input changed type, joins each of its connected outputs again with the
+    // type it offers now, so that no link downstream keeps a type that no longer flows.
+    Status renegotiateOutputs(NativeFilter& filter);
     Status renderPin(NativePin& out);
 
     std::vector<NativeFilterPtr> nativeFilters() const { return filters_; }
@@ -236,7 +250,10 @@ private:
     std::set<AudioRenderer*> endedRenderers_;
     std::function<void(platform::GraphEvent)> handler_;
     std::vector<std::pair<int, std::function<void(platform::GraphEvent)>>> observers_;
+    std::vector<std::pair<int, std::function<void(platform::GraphState)>>> stateObservers_;
     int nextObserver_ = 1;
+    // Control thread: the state changes, and the state observers hear of it.
+    void setState(platform::GraphState state);
 };
 
 using NativeGraphPtr = std::shared_ptr<NativeGraph>;

@@ -44,6 +44,16 @@ MediaType MediaType::pcmType(PcmFormat format) {
     return t;
 }
 
+bool MediaType::operator==(const MediaType& other) const {
+    if (kind != other.kind) return false;
+    switch (kind) {
+    case Kind::ByteStream: return reader == other.reader;
+    case Kind::Compressed: return codec == other.codec && codecId == other.codecId;
+    case Kind::Pcm: return pcm == other.pcm;
+    }
+    return false;
+}
+
 std::string MediaType::describe() const {
     switch (kind) {
     case Kind::ByteStream: return "byte stream";

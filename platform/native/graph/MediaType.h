@@ -50,6 +50,8 @@ struct MediaType {
     static MediaType byteStream(std::shared_ptr<ByteReader> reader);
     static MediaType pcmType(PcmFormat format);
     std::string describe() const;
+    // The same data would flow: same kind and the same stream, codec or sample layout.
+    bool operator==(const MediaType& other) const;
 };
 
 // One unit of streaming data. The generation is the graph's when the data was produced: a

@@ -1,6 +1,9 @@
 #include "platform/native/graph/Graph.h"
 
+#include "platform/native/Realtime.h"
 #include "platform/native/renderers/AudioRenderer.h"
+
+#include <pthread.h>
 
 // Streaming threads: one per stream head, from the start of the streaming to its stop.
 
@@ -44,6 +47,8 @@ Status NativeGraph::startStreaming(GraphState target) {
 }
 
 void NativeGraph::headLoop(HeadRunner& runner) {
+    pthread_setname_np(pthread_self(), "corvid-stream");
+    requestRealtime(); // this thread refills the device: it must not wait behind other work
     uint64_t generation = this->generation();
     bool ended = false;
     for (;;) {
@@ -89,7 +94,7 @@ void NativeGraph::stopStreaming() {
     runners_.clear();
     for (auto& f : filters_) f->deactivate();
     stoppedPosition_ = position;
-    state_ = GraphState::Stopped;
+    setState(GraphState::Stopped);
 }
 
 void NativeGraph::quiesce() {
@@ -104,6 +109,8 @@ void NativeGraph::seekStreaming(double seconds) {
         }
         runner->wake.notify_all();
     }
+    // A streaming thread waiting for ring space gives up the stale audio at once.
+    for (auto* r : activeRenderers()) r->unblock();
 }
 
 } // namespace corvid::native

@@ -18,7 +18,7 @@ Status NativeGraph::enter(GraphState target) {
         if (!s) return s;
     }
     for (auto* r : activeRenderers()) r->setPaused(target == GraphState::Paused);
-    state_ = target;
+    setState(target);
     return Status::success();
 }
 

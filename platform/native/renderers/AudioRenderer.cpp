@@ -3,13 +3,15 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <thread>
 
 namespace corvid::native {
 
 namespace {
-constexpr double kRingSeconds = 0.25; // enough to ride out scheduling hiccups, short for seeks
-constexpr auto kProducerPoll = std::chrono::milliseconds(3);
+// Between decoder and device; the device's own buffer rides out scheduling delays.
+constexpr double kRingSeconds = 0.25;
+// A full ring wakes its producer when this share of it is free again, not at every sample:
+// half, so that it refills in a few large steps.
+constexpr size_t kRefillDivisor = 2;
 } // namespace
 
 float gainFromHundredthsDb(int32_t hundredthsDb) {
@@ -50,6 +52,9 @@ Status AudioRenderer::activate() {
     mediaFrames_.store(0);
     latency_.store(0);
     seeking_.store(false);
+    endQueued_.store(false);
+    drained_.store(false);
+    refusedGeneration_ = 0;
     Status s = openDevice(input_.rate, streamChannels_);
     if (s && rateFactor() != 1.0) applyRate(rateFactor());
     return s;
@@ -87,59 +92,117 @@ void AudioRenderer::toDeviceLayout(const Buffer& buffer) {
     }
 }
 
+void AudioRenderer::refuse(const Buffer& buffer) {
+    NativeGraph* g = graph();
+    if (!g || refusedGeneration_ == buffer.generation) return;
+    refusedGeneration_ = buffer.generation;
+    g->postError(buffer.generation,
+                 name() + " was handed " + MediaType::pcmType(buffer.format).describe() +
+                     " on a connection agreed as " + MediaType::pcmType(input_).describe() +
+                     "; the item stops.");
+}
+
 void AudioRenderer::receive(NativePin&, Buffer& buffer) {
     NativeGraph* g = graph();
     if (!g || streamChannels_ == 0 || buffer.generation != g->generation()) return;
-    if (buffer.format != input_) return; // a format change would need a reconnect
+    if (buffer.format != input_) return refuse(buffer);
     peaks_.see(buffer);
     toDeviceLayout(buffer);
     speed_.store(buffer.speed, std::memory_order_release);
     size_t offset = 0;
     const size_t total = mapped_.size();
     const size_t ch = size_t(streamChannels_);
+    const size_t chunk = std::max(ch, ring_.capacity() / kRefillDivisor / ch * ch);
     while (offset < total) {
         size_t room = ring_.writable() / ch * ch;
-        if (room == 0) {
-            if (buffer.generation != g->generation()) return; // stopped or sought meanwhile
-            std::this_thread::sleep_for(kProducerPoll);
-            continue;
+        if (room < std::min(chunk, total - offset)) {
+            // Full: sleep until the device has taken a good part, or a stop or seek.
+            const uint32_t seen = space_.prepare();
+            room = ring_.writable() / ch * ch;
+            if (buffer.generation != g->generation()) {
+                space_.done();
+                return;
+            }
+            if (room < std::min(chunk, total - offset)) {
+                dataQueued(); // a device that waits for data must see what is there
+                space_.wait(seen);
+                space_.done();
+                continue;
+            }
+            space_.done();
         }
         const size_t n = std::min(room, total - offset);
         ring_.write(mapped_.data() + offset, n);
         offset += n;
     }
+    dataQueued();
 }
 
 void AudioRenderer::endOfStream(NativePin&, uint64_t generation) {
     NativeGraph* g = graph();
     if (!g || streamChannels_ == 0) return;
+    endQueued_.store(true, std::memory_order_release);
+    endQueued();
     // The end is reached when the device has taken the last sample, not when it was queued.
     const uint64_t last = ring_.written();
-    while (generation == g->generation()) {
-        if (!ring_.flushPending() && ring_.consumed() >= last) break;
-        std::this_thread::sleep_for(kProducerPoll);
+    for (;;) {
+        const uint32_t seen = space_.prepare();
+        if (generation != g->generation() || (!ring_.flushPending() && ring_.consumed() >= last))
+            break;
+        space_.wait(seen);
     }
-    // And then until the device has played it out.
+    space_.done();
+    // And then until the device has played out what it still held.
+    if (drainsItself()) {
+        for (;;) {
+            const uint32_t seen = space_.prepare();
+            if (generation != g->generation() || drained_.load(std::memory_order_acquire)) break;
+            space_.wait(seen);
+        }
+        space_.done();
+        if (generation == g->generation()) g->postRendererEnd(this, generation);
+        return;
+    }
     const auto heard = std::chrono::steady_clock::now() +
-                       std::chrono::duration<double>(latency_.load(std::memory_order_acquire));
-    while (generation == g->generation() && std::chrono::steady_clock::now() < heard)
-        std::this_thread::sleep_for(kProducerPoll);
+                       std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                           std::chrono::duration<double>(latency_.load(std::memory_order_acquire)));
+    for (;;) {
+        const uint32_t seen = space_.prepare();
+        if (generation != g->generation() || std::chrono::steady_clock::now() >= heard) break;
+        space_.waitUntil(seen, heard);
+    }
+    space_.done();
     if (generation == g->generation()) g->postRendererEnd(this, generation);
 }
 
 void AudioRenderer::flush(NativePin&, double newPosition) {
     if (streamChannels_ == 0) return;
     ring_.requestFlush();
+    endQueued_.store(false, std::memory_order_release);
+    drained_.store(false, std::memory_order_release);
     basePosition_.store(newPosition, std::memory_order_release);
     seeking_.store(false, std::memory_order_release);
+    dataQueued();
+}
+
+void AudioRenderer::restartClock(double from) {
+    floor_ = from;
+    anchorPosition_ = from;
+    anchorTime_ = std::chrono::steady_clock::now();
 }
 
 void AudioRenderer::setPaused(bool paused) {
-    // While paused the device plays out what it holds and then silence; the position stays
-    // where the pause found it.
-    pausedAt_ = -1;
-    if (paused) pausedAt_ = position();
+    // While paused the device holds what it has; the position stays where the pause found it,
+    // and the play goes on from there.
+    if (paused) {
+        pausedAt_ = position();
+    } else {
+        const double from = pausedAt_ >= 0 ? pausedAt_ : position();
+        pausedAt_ = -1;
+        restartClock(from);
+    }
     paused_.store(paused, std::memory_order_release);
+    if (streamChannels_ != 0) applyPaused(paused);
 }
 
 void AudioRenderer::markSeek(double seconds) {
@@ -147,6 +210,7 @@ void AudioRenderer::markSeek(double seconds) {
     seekPosition_.store(seconds);
     seeking_.store(true, std::memory_order_release);
     if (streamChannels_ == 0) basePosition_.store(seconds);
+    restartClock(seconds);
 }
 
 double AudioRenderer::position() const {
@@ -156,41 +220,50 @@ double AudioRenderer::position() const {
     if (streamChannels_ == 0 || input_.rate <= 0 || ring_.flushPending()) return base;
     // What the device took, less what it has not yet played.
     const double taken = mediaFrames_.load(std::memory_order_acquire) / input_.rate;
-    const double pending = latency_.load(std::memory_order_acquire) * speed_.load() * rate_.load();
-    return base + std::max(0.0, taken - pending);
+    const double speed = speed_.load() * rate_.load();
+    const double pending = deviceLatencyNow() * speed;
+    const double elapsed =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - anchorTime_).count();
+    const double played = std::min(base + std::max(0.0, taken - pending), anchorPosition_ + elapsed * speed);
+    floor_ = std::max(floor_, played);
+    return floor_;
 }
 
 void AudioRenderer::setVolume(int32_t hundredthsDb) {
     gain_.store(gainFromHundredthsDb(hundredthsDb), std::memory_order_release);
+    if (streamChannels_ != 0) applyVolume();
 }
 
 void AudioRenderer::setRate(double rate) {
+    if (pausedAt_ < 0) restartClock(position());
     rate_.store(rate, std::memory_order_release);
     if (streamChannels_ != 0) applyRate(rate);
 }
 
-void AudioRenderer::render(float* out, size_t frames) {
+void AudioRenderer::took(size_t frames, bool flushed) {
+    mediaFrames_.store(mediaFrames_.load(std::memory_order_relaxed) +
+                           double(frames) * speed_.load(std::memory_order_acquire),
+                       std::memory_order_release);
+    // The producer waits for a good part of the ring, or (at the end) for it to run empty.
+    if (flushed || ring_.readable() == 0 || ring_.space() >= ring_.capacity() / kRefillDivisor)
+        space_.notify();
+}
+
+size_t AudioRenderer::pull(float* out, size_t frames, bool& flushed) {
     const size_t ch = size_t(streamChannels_);
-    if (ring_.takeFlush()) mediaFrames_.store(0, std::memory_order_release);
-    size_t taken = 0;
-    if (!paused_.load(std::memory_order_acquire)) {
-        taken = std::min(ring_.readable() / ch, frames);
-        ring_.read(out, taken * ch);
-        const float gain = gain_.load(std::memory_order_acquire);
-        if (gain != 1.0f)
-            for (size_t i = 0; i < taken * ch; ++i) out[i] *= gain;
-        mediaFrames_.store(mediaFrames_.load(std::memory_order_relaxed) +
-                               double(taken) * speed_.load(std::memory_order_acquire),
-                           std::memory_order_release);
-    }
-    std::fill(out + taken * ch, out + frames * ch, 0.0f);
+    flushed = ring_.takeFlush();
+    if (flushed) mediaFrames_.store(0, std::memory_order_release);
+    const size_t taken = std::min(ring_.readable() / ch, frames);
+    ring_.read(out, taken * ch);
+    if (taken > 0 || flushed) took(taken, flushed);
+    return taken;
 }
 
 void AudioRenderer::discard(size_t frames) {
     const size_t ch = size_t(streamChannels_);
-    if (ring_.takeFlush()) mediaFrames_.store(0, std::memory_order_release);
-    if (paused_.load(std::memory_order_acquire)) return;
-    const size_t taken = std::min(ring_.readable() / ch, frames);
+    const bool flushed = ring_.takeFlush();
+    if (flushed) mediaFrames_.store(0, std::memory_order_release);
+    const size_t taken = paused() ? 0 : std::min(ring_.readable() / ch, frames);
     float scratch[256];
     size_t left = taken * ch;
     while (left > 0) {
@@ -198,9 +271,7 @@ void AudioRenderer::discard(size_t frames) {
         ring_.read(scratch, n);
         left -= n;
     }
-    mediaFrames_.store(mediaFrames_.load(std::memory_order_relaxed) +
-                           double(taken) * speed_.load(std::memory_order_acquire),
-                       std::memory_order_release);
+    if (taken > 0 || flushed) took(taken, flushed);
 }
 
 } // namespace corvid::native

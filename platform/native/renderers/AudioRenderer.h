@@ -7,8 +7,10 @@
 #include "platform/native/filters/Filters.h"
 #include "platform/native/graph/Graph.h"
 #include "platform/native/renderers/SpscRing.h"
+#include "platform/native/renderers/Wakeup.h"
 
 #include <atomic>
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -30,13 +32,20 @@ public:
     void receive(NativePin& in, Buffer& buffer) override;
     void endOfStream(NativePin& in, uint64_t generation) override;
     void flush(NativePin& in, double newPosition) override;
+    // Control thread: a stop or seek frees a streaming thread that waits for ring space or
+    // for the end to be heard.
+    void unblock() override { space_.notify(); }
 
     // Control thread.
-    void setStartPosition(double seconds) { basePosition_.store(seconds); }
+    void setStartPosition(double seconds) {
+        basePosition_.store(seconds);
+        restartClock(seconds);
+    }
     void markSeek(double seconds);
     double position() const;
     void setPaused(bool paused);
     void setVolume(int32_t hundredthsDb);
+    float gain() const { return gain_.load(std::memory_order_acquire); }
     void setRate(double rate);
     bool inputConnected() const;
     int deviceChannels() const { return deviceChannels_; }
@@ -49,25 +58,60 @@ protected:
     virtual Status openDevice(int rate, int channels) = 0;
     virtual void closeDevice() = 0;
     virtual void applyRate(double /*rate*/) {}
+    // Control thread: the device holds (true) or plays on; the volume changed (gain()).
+    virtual void applyPaused(bool /*paused*/) {}
+    virtual void applyVolume() {}
+    // Stream thread: new samples or a flush wait in the ring for a device that is not asking.
+    virtual void dataQueued() {}
+    // Stream thread: the item's last sample is in the ring.
+    virtual void endQueued() {}
 
-    // Device thread: fills `frames` frames of streamChannels() floats; never blocks.
-    void render(float* out, size_t frames);
-    // Device thread: takes `frames` frames and throws them away (the silent device).
+    // Device thread: copies up to `frames` frames of streamChannels() floats from the ring;
+    // returns how many; never blocks. `flushed` tells that queued audio became stale (a seek):
+    // what the device itself still holds should go too.
+    size_t pull(float* out, size_t frames, bool& flushed);
+    // Device thread: takes `frames` frames and throws them away (the silent device); holds
+    // while paused.
     void discard(size_t frames);
+    bool paused() const { return paused_.load(std::memory_order_acquire); }
+    // Any thread: a flush waits for the device to apply it.
+    bool flushWaiting() const { return ring_.flushPending(); }
+    // Any thread: whether the streaming thread has put the item's last sample in the ring.
+    bool endIsQueued() const { return endQueued_.load(std::memory_order_acquire); }
+    // A device that says itself when it has played everything out (playedOut()); the others
+    // are waited for by the latency they report.
+    virtual bool drainsItself() const { return false; }
+    // Any thread: the device has played out the item's last sample.
+    void playedOut() {
+        drained_.store(true, std::memory_order_release);
+        space_.notify();
+    }
+    // Device thread: the ring holds nothing more.
+    bool ringEmpty() const { return ring_.readable() == 0 && !ring_.flushPending(); }
     // Device thread: how long what was handed over takes to reach the speakers.
     void setDeviceLatency(double seconds) { latency_.store(seconds, std::memory_order_release); }
+    // Control thread: the same, as the device knows it now (the last value set by default).
+    virtual double deviceLatencyNow() const { return latency_.load(std::memory_order_acquire); }
     int streamChannels() const { return streamChannels_; }
     int streamRate() const { return input_.rate; }
     double rateFactor() const { return rate_.load(std::memory_order_acquire); }
 
 private:
     void toDeviceLayout(const Buffer& buffer);
+    // Device thread: counts what it took and wakes the streaming thread.
+    void took(size_t frames, bool flushed);
+    // Stream thread: a buffer whose format is not the pin's stops the item, loudly.
+    void refuse(const Buffer& buffer);
 
     const int deviceChannels_;
     const int pair_;
     PcmFormat input_;
     int streamChannels_ = 0;
     SpscRing ring_;
+    Wakeup space_; // bumped by the device when it took samples, and by stop and seek
+    std::atomic<bool> endQueued_{false};
+    std::atomic<bool> drained_{false};
+    uint64_t refusedGeneration_ = 0; // stream thread
     std::vector<float> converted_; // stream thread scratch
     std::vector<float> mapped_;    // stream thread scratch
     std::atomic<bool> paused_{true};
@@ -78,6 +122,13 @@ private:
     std::atomic<double> mediaFrames_{0}; // consumer's count since the last flush, in media frames
     std::atomic<double> latency_{0};
     double pausedAt_ = -1; // control thread: the position a pause holds (-1: not paused)
+    // Control thread: the reported position never goes back and never runs ahead of the time
+    // that passed since the play started, resumed or sought (a device's latency estimate
+    // wavers just after a start).
+    void restartClock(double from);
+    mutable double floor_ = 0;
+    double anchorPosition_ = 0;
+    std::chrono::steady_clock::time_point anchorTime_{};
     std::atomic<bool> seeking_{false};
     PeakKeeper peaks_;
     std::atomic<double> seekPosition_{0};

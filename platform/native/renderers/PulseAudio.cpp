@@ -1,32 +1,42 @@
-// PulseAudio output: one threaded main loop, context and playback stream per active
-// renderer. The stream's write callback is the device callback: it fills what the server
-// asks for from the ring buffer (silence when the ring is empty) and never waits.
+// PulseAudio output. Every renderer's playback stream lives on the process's one connection
+// (PulseConnection); the stream's write callback is the device callback. It hands the server
+// what the ring holds and never writes silence of its own: while nothing is there the server
+// waits (prebuffering) instead of queueing silence ahead of the first sample, and when the
+// streaming thread has queued more it wakes the loop through an eventfd.
+//
+// The server holds a long buffer ahead of the speakers so that a loaded machine that keeps the
+// decoder off the CPU for a while is not heard; everything a host does still acts at once on
+// the server's side: a pause corks the stream, a stop or seek drops what is queued there, the
+// volume is the stream's own volume on the server.
 
 #include "platform/native/renderers/AudioRenderer.h"
+#include "platform/native/renderers/PulseConnection.h"
 #include "platform/native/renderers/Renderers.h"
 
 #include <pulse/pulseaudio.h>
 
-#include <chrono>
-#include <thread>
+#include <cmath>
+#include <string>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 namespace corvid::native {
 
 namespace {
 
 constexpr int kConnectTimeoutMs = 3000;
-constexpr int kTargetLatencyMs = 60; // what the server keeps queued ahead of the speakers
-
-int64_t nowMs() {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
+// What the server keeps queued ahead of the speakers: longer than the stalls of a busy
+// machine (normal threads kept off the CPU for up to 600 ms were seen).
+constexpr int kTargetLatencyMs = 1000;
+// What the server waits for before it starts (or starts again after running dry): the first
+// sample is heard as soon as this much is there.
+constexpr int kPrebufferMs = 10;
 
 struct SinkQuery {
+    PulseConnection* connection;
     std::vector<SinkInfo>* sinks;
     std::string* defaultSink;
-    int pending = 0;
+    int pending = 2;
     bool failed = false;
 };
 
@@ -35,59 +45,48 @@ struct SinkQuery {
 Status listPulseSinks(std::vector<SinkInfo>& sinks, std::string& defaultSink, int timeoutMs) {
     sinks.clear();
     defaultSink.clear();
-    pa_mainloop* loop = pa_mainloop_new();
-    pa_context* ctx = pa_context_new(pa_mainloop_get_api(loop), "corvid-enumeration");
-    Status result = Status::failure(hr::NoAudioHardware, "No sound server answered.");
-    const int64_t deadline = nowMs() + timeoutMs;
-    if (ctx && pa_context_connect(ctx, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) >= 0) {
-        SinkQuery query{&sinks, &defaultSink};
-        bool asked = false;
-        while (nowMs() < deadline) {
-            pa_mainloop_iterate(loop, 0, nullptr);
-            const pa_context_state_t state = pa_context_get_state(ctx);
-            if (state == PA_CONTEXT_FAILED || state == PA_CONTEXT_TERMINATED) break;
-            if (state == PA_CONTEXT_READY && !asked) {
-                asked = true;
-                query.pending = 2;
-                pa_operation_unref(pa_context_get_server_info(
-                    ctx,
-                    [](pa_context*, const pa_server_info* info, void* user) {
-                        auto* q = static_cast<SinkQuery*>(user);
-                        if (info && info->default_sink_name) *q->defaultSink = info->default_sink_name;
-                        --q->pending;
-                    },
-                    &query));
-                pa_operation_unref(pa_context_get_sink_info_list(
-                    ctx,
-                    [](pa_context*, const pa_sink_info* info, int eol, void* user) {
-                        auto* q = static_cast<SinkQuery*>(user);
-                        if (eol < 0) q->failed = true;
-                        if (eol != 0) {
-                            --q->pending;
-                            return;
-                        }
-                        char map[PA_CHANNEL_MAP_SNPRINT_MAX] = {};
-                        pa_channel_map_snprint(map, sizeof map, &info->channel_map);
-                        q->sinks->push_back(SinkInfo{info->name ? info->name : "",
-                                                     info->description ? info->description : "",
-                                                     int(info->sample_spec.channels), map});
-                    },
-                    &query));
+    Status status;
+    auto connection = PulseConnection::shared(status, timeoutMs);
+    if (!connection) return status;
+    PulseConnection::Lock lock(*connection);
+    SinkQuery query{connection.get(), &sinks, &defaultSink};
+    pa_operation* server = pa_context_get_server_info(
+        connection->context(),
+        [](pa_context*, const pa_server_info* info, void* user) {
+            auto* q = static_cast<SinkQuery*>(user);
+            if (info && info->default_sink_name) *q->defaultSink = info->default_sink_name;
+            --q->pending;
+            q->connection->signal();
+        },
+        &query);
+    pa_operation* list = pa_context_get_sink_info_list(
+        connection->context(),
+        [](pa_context*, const pa_sink_info* info, int eol, void* user) {
+            auto* q = static_cast<SinkQuery*>(user);
+            if (eol < 0) q->failed = true;
+            if (eol != 0) {
+                --q->pending;
+                q->connection->signal();
+                return;
             }
-            if (asked && query.pending == 0) {
-                result = query.failed ? Status::failure(hr::NoAudioHardware, "The sink list failed.")
-                                      : Status::success();
-                break;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        if (asked && query.pending != 0 && result.number == hr::NoAudioHardware)
-            result = Status::failure(hr::Timeout, "The sound server did not answer in time.");
-        pa_context_disconnect(ctx);
+            char map[PA_CHANNEL_MAP_SNPRINT_MAX] = {};
+            pa_channel_map_snprint(map, sizeof map, &info->channel_map);
+            q->sinks->push_back(SinkInfo{info->name ? info->name : "",
+                                         info->description ? info->description : "",
+                                         int(info->sample_spec.channels), map});
+        },
+        &query);
+    const bool answered = server && list && connection->waitFor([&] { return query.pending == 0 ? 1 : 0; }, timeoutMs);
+    // An answer that comes after the wait must not reach the query on this stack.
+    for (pa_operation* op : {server, list}) {
+        if (!op) continue;
+        if (pa_operation_get_state(op) == PA_OPERATION_RUNNING) pa_operation_cancel(op);
+        pa_operation_unref(op);
     }
-    if (ctx) pa_context_unref(ctx);
-    pa_mainloop_free(loop);
-    return result;
+    if (!server || !list) return Status::failure(hr::NoAudioHardware, "The sink list failed.");
+    if (!answered) return Status::failure(hr::Timeout, "The sound server did not answer in time.");
+    if (query.failed) return Status::failure(hr::NoAudioHardware, "The sink list failed.");
+    return Status::success();
 }
 
 namespace {
@@ -101,146 +100,258 @@ public:
 protected:
     Status openDevice(int rate, int channels) override {
         closeDevice();
-        loop_ = pa_threaded_mainloop_new();
-        if (!loop_ || pa_threaded_mainloop_start(loop_) < 0) {
+        Status status;
+        connection_ = PulseConnection::shared(status, kConnectTimeoutMs);
+        if (!connection_) return Status::failure(hr::NoAudioHardware, "The sound server cannot be reached.");
+        kick_ = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+        if (kick_ < 0) {
             closeDevice();
-            return Status::failure(hr::NoAudioHardware, "The sound server loop cannot start.");
+            return Status::failure(hr::NoAudioHardware, "The sound device " + name() + " cannot be opened.");
         }
-        pa_threaded_mainloop_lock(loop_);
-        context_ = pa_context_new(pa_threaded_mainloop_get_api(loop_), "Corvid");
-        bool ok = context_ && pa_context_connect(context_, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) >= 0;
-        ok = ok && waitFor([&] {
-                 auto s = pa_context_get_state(context_);
-                 return s == PA_CONTEXT_READY ? 1 : (s == PA_CONTEXT_FAILED || s == PA_CONTEXT_TERMINATED) ? -1 : 0;
-             });
-        if (!ok) {
-            pa_threaded_mainloop_unlock(loop_);
-            closeDevice();
-            return Status::failure(hr::NoAudioHardware, "The sound server cannot be reached.");
-        }
+        PulseConnection::Lock lock(*connection_);
         pa_sample_spec sampleSpec{PA_SAMPLE_FLOAT32LE, uint32_t(rate), uint8_t(channels)};
         pa_channel_map map;
         if (!(pa_channel_map_parse(&map, sink_.channelMap.c_str()) && map.channels == channels))
             pa_channel_map_init_extend(&map, unsigned(channels), PA_CHANNEL_MAP_DEFAULT);
-        stream_ = pa_stream_new(context_, "Corvid player", &sampleSpec, &map);
-        if (!stream_) {
-            pa_threaded_mainloop_unlock(loop_);
-            closeDevice();
-            return Status::failure(hr::NoAudioHardware, "The sound server refused the stream.");
-        }
+        stream_ = pa_stream_new(connection_->context(), "Corvid player", &sampleSpec, &map);
+        if (!stream_) return failOpen(lock, "The sound server refused the stream.");
         frameBytes_ = size_t(channels) * sizeof(float);
+        rate_ = rate;
+        spec_ = sampleSpec;
+        kickEvent_ = connection_->api()->io_new(connection_->api(), kick_, PA_IO_EVENT_INPUT,
+                                                &PulseRenderer::onKick, this);
         pa_stream_set_write_callback(stream_, &PulseRenderer::onWrite, this);
+        pa_stream_set_state_callback(stream_, &PulseRenderer::onStreamState, this);
+        pa_stream_set_underflow_callback(stream_, &PulseRenderer::onUnderflow, this);
         pa_buffer_attr attr;
         attr.maxlength = uint32_t(-1);
-        attr.tlength = uint32_t(pa_usec_to_bytes(kTargetLatencyMs * 1000, &sampleSpec));
-        attr.prebuf = 0; // play at once: the callback always writes, silence when it has nothing
+        attr.tlength = uint32_t(pa_usec_to_bytes(pa_usec_t(kTargetLatencyMs) * 1000, &sampleSpec));
+        attr.prebuf = uint32_t(pa_usec_to_bytes(pa_usec_t(kPrebufferMs) * 1000, &sampleSpec));
         attr.minreq = uint32_t(-1);
         attr.fragsize = uint32_t(-1);
         // A device the operator named is not swapped for another behind their back: when it
-        // goes, the stream fails and the graph reports the loss.
-        auto flags = pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY | PA_STREAM_VARIABLE_RATE |
-                                       PA_STREAM_INTERPOLATE_TIMING | PA_STREAM_AUTO_TIMING_UPDATE);
+        // goes, the stream fails and the graph reports the loss. A paused graph opens corked:
+        // what it queues waits on the server and plays the moment it runs.
+        auto flags = pa_stream_flags_t(PA_STREAM_VARIABLE_RATE | PA_STREAM_INTERPOLATE_TIMING |
+                                       PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_START_CORKED);
         if (!sink_.name.empty()) flags = pa_stream_flags_t(flags | PA_STREAM_DONT_MOVE);
-        ok = pa_stream_connect_playback(stream_, sink_.name.empty() ? nullptr : sink_.name.c_str(),
-                                        &attr, flags, nullptr, nullptr) >= 0;
-        ok = ok && waitFor([&] {
-                 auto s = pa_stream_get_state(stream_);
-                 return s == PA_STREAM_READY ? 1 : (s == PA_STREAM_FAILED || s == PA_STREAM_TERMINATED) ? -1 : 0;
-             });
-        if (ok) {
-            pa_stream_set_state_callback(stream_, &PulseRenderer::onStreamState, this);
-            pa_context_set_state_callback(context_, &PulseRenderer::onContextState, this);
-        }
-        pa_threaded_mainloop_unlock(loop_);
-        if (!ok) {
-            closeDevice();
-            return Status::failure(hr::NoAudioHardware, "The sound device " + name() + " cannot be opened.");
-        }
-        rate_ = rate;
+        pa_cvolume volume;
+        serverVolume(volume);
+        bool ok = pa_stream_connect_playback(stream_, sink_.name.empty() ? nullptr : sink_.name.c_str(),
+                                             &attr, flags, &volume, nullptr) >= 0;
+        ok = ok && connection_->waitFor(
+                       [&] {
+                           const auto s = pa_stream_get_state(stream_);
+                           return s == PA_STREAM_READY ? 1 : PA_STREAM_IS_GOOD(s) ? 0 : -1;
+                       },
+                       kConnectTimeoutMs);
+        if (!ok) return failOpen(lock, "The sound device " + name() + " cannot be opened.");
+        corked_ = true;
         lostReported_.store(false);
+        underruns_.store(0);
+        reportedUnderruns_ = 0;
+        if (!paused()) cork(false);
         return Status::success();
     }
 
     void closeDevice() override {
-        if (!loop_) return;
-        pa_threaded_mainloop_lock(loop_);
-        if (context_) pa_context_set_state_callback(context_, nullptr, nullptr);
-        if (stream_) {
-            pa_stream_set_state_callback(stream_, nullptr, nullptr);
-            pa_stream_set_write_callback(stream_, nullptr, nullptr);
-            pa_stream_disconnect(stream_);
-            pa_stream_unref(stream_);
-            stream_ = nullptr;
+        if (!connection_) return;
+        {
+            PulseConnection::Lock lock(*connection_);
+            releaseStream();
         }
-        if (context_) {
-            pa_context_disconnect(context_);
-            pa_context_unref(context_);
-            context_ = nullptr;
-        }
-        pa_threaded_mainloop_unlock(loop_);
-        pa_threaded_mainloop_stop(loop_);
-        pa_threaded_mainloop_free(loop_);
-        loop_ = nullptr;
+        if (kick_ >= 0) close(kick_);
+        kick_ = -1;
+        connection_.reset();
     }
 
     void applyRate(double rate) override {
-        if (!loop_ || !stream_) return;
-        pa_threaded_mainloop_lock(loop_);
-        if (pa_operation* op = pa_stream_update_sample_rate(stream_, uint32_t(rate_ * rate), nullptr, nullptr))
+        if (!stream_) return;
+        PulseConnection::Lock lock(*connection_);
+        if (pa_operation* op = pa_stream_update_sample_rate(stream_, uint32_t(std::lround(rate_ * rate)), nullptr, nullptr))
             pa_operation_unref(op);
-        pa_threaded_mainloop_unlock(loop_);
+    }
+
+    void applyPaused(bool paused) override {
+        if (!stream_) return;
+        PulseConnection::Lock lock(*connection_);
+        cork(paused);
+    }
+
+    void applyVolume() override {
+        if (!stream_) return;
+        PulseConnection::Lock lock(*connection_);
+        const uint32_t index = pa_stream_get_index(stream_);
+        if (index == PA_INVALID_INDEX) return;
+        pa_cvolume volume;
+        serverVolume(volume);
+        if (pa_operation* op = pa_context_set_sink_input_volume(connection_->context(), index, &volume, nullptr, nullptr))
+            pa_operation_unref(op);
+    }
+
+    void dataQueued() override {
+        // A device that asked for more than the ring had is woken; so is one that must drop
+        // what it holds (a seek).
+        if (hungry_.exchange(false) || flushWaiting()) kick();
+        reportUnderruns();
+    }
+
+    void endQueued() override { kick(); }
+    bool drainsItself() const override { return true; }
+
+    double deviceLatencyNow() const override {
+        if (stream_) {
+            PulseConnection::Lock lock(*connection_);
+            pa_usec_t latency = 0;
+            int negative = 0;
+            if (pa_stream_get_latency(stream_, &latency, &negative) == 0)
+                return negative ? 0.0 : double(latency) / 1e6;
+        }
+        return AudioRenderer::deviceLatencyNow();
     }
 
 private:
-    // Called with the loop locked; the loop runs the server's replies meanwhile.
-    template <class F> bool waitFor(F state) {
-        const int64_t deadline = nowMs() + kConnectTimeoutMs;
-        for (;;) {
-            int s = state();
-            if (s != 0) return s > 0;
-            if (nowMs() > deadline) return false;
-            pa_threaded_mainloop_unlock(loop_);
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-            pa_threaded_mainloop_lock(loop_);
-        }
+    Status failOpen(PulseConnection::Lock&, const std::string& why) {
+        releaseStream();
+        return Status::failure(hr::NoAudioHardware, why);
     }
 
-    static void onWrite(pa_stream* stream, size_t bytes, void* user) {
-        auto* self = static_cast<PulseRenderer*>(user);
-        void* data = nullptr;
-        size_t size = bytes;
-        if (pa_stream_begin_write(stream, &data, &size) < 0 || !data) return;
-        const size_t frames = size / self->frameBytes_;
-        self->render(static_cast<float*>(data), frames);
-        pa_stream_write(stream, data, frames * self->frameBytes_, nullptr, 0, PA_SEEK_RELATIVE);
+    // With the lock held.
+    void releaseStream() {
+        if (kickEvent_) connection_->api()->io_free(kickEvent_);
+        kickEvent_ = nullptr;
+        if (drain_) {
+            pa_operation_cancel(drain_);
+            pa_operation_unref(drain_);
+            drain_ = nullptr;
+        }
+        drainAsked_ = false;
+        if (!stream_) return;
+        pa_stream_set_state_callback(stream_, nullptr, nullptr);
+        pa_stream_set_write_callback(stream_, nullptr, nullptr);
+        pa_stream_set_underflow_callback(stream_, nullptr, nullptr);
+        pa_stream_disconnect(stream_);
+        pa_stream_unref(stream_);
+        stream_ = nullptr;
+    }
+
+    void serverVolume(pa_cvolume& volume) const {
+        pa_cvolume_set(&volume, spec_.channels, pa_sw_volume_from_linear(double(gain())));
+    }
+
+    // With the lock held.
+    void cork(bool corked) {
+        if (corked == corked_) return;
+        corked_ = corked;
+        if (pa_operation* op = pa_stream_cork(stream_, corked ? 1 : 0, nullptr, nullptr)) pa_operation_unref(op);
+    }
+
+    void kick() {
+        const uint64_t one = 1;
+        if (kick_ >= 0) [[maybe_unused]] auto n = write(kick_, &one, sizeof one);
+    }
+
+    // The device callback (loop thread): what the server asks for, from the ring.
+    void fill() {
+        if (!stream_) return;
+        hungry_.store(true, std::memory_order_seq_cst);
+        size_t wanted = pa_stream_writable_size(stream_);
+        bool flushedAny = false;
+        while (wanted >= frameBytes_ && wanted != size_t(-1)) {
+            void* data = nullptr;
+            size_t size = wanted;
+            if (pa_stream_begin_write(stream_, &data, &size) < 0 || !data) break;
+            bool flushed = false;
+            const size_t frames = pull(static_cast<float*>(data), size / frameBytes_, flushed);
+            if (flushed && !flushedAny) {
+                flushedAny = true;
+                // What the server still holds of the old position goes too.
+                if (pa_operation* op = pa_stream_flush(stream_, nullptr, nullptr)) pa_operation_unref(op);
+            }
+            if (frames == 0) {
+                pa_stream_cancel_write(stream_);
+                break;
+            }
+            pa_stream_write(stream_, data, frames * frameBytes_, nullptr, 0, PA_SEEK_RELATIVE);
+            wanted -= frames * frameBytes_;
+            if (frames * frameBytes_ < size) break;
+        }
+        if (wanted < frameBytes_) hungry_.store(false, std::memory_order_relaxed);
+        if (flushedAny) drainAsked_ = false;
+        // The last sample is with the server: it says when it has played it.
+        if (endIsQueued() && ringEmpty() && !drainAsked_) {
+            drainAsked_ = true;
+            if (drain_) pa_operation_unref(drain_);
+            drain_ = pa_stream_drain(stream_, &PulseRenderer::onDrained, this);
+        }
         pa_usec_t latency = 0;
         int negative = 0;
-        if (pa_stream_get_latency(stream, &latency, &negative) == 0)
-            self->setDeviceLatency(negative ? 0.0 : double(latency) / 1e6);
+        if (pa_stream_get_latency(stream_, &latency, &negative) == 0)
+            setDeviceLatency(negative ? 0.0 : double(latency) / 1e6);
+    }
+
+    static void onWrite(pa_stream*, size_t, void* user) { static_cast<PulseRenderer*>(user)->fill(); }
+
+    static void onDrained(pa_stream*, int success, void* user) {
+        auto* self = static_cast<PulseRenderer*>(user);
+        // A drain cut short by a seek's flush is not the end.
+        if (success && self->endIsQueued()) self->playedOut();
+    }
+
+    static void onKick(pa_mainloop_api*, pa_io_event*, int fd, pa_io_event_flags_t, void* user) {
+        uint64_t count = 0;
+        [[maybe_unused]] auto n = read(fd, &count, sizeof count);
+        auto* self = static_cast<PulseRenderer*>(user);
+        self->fill();
+        // An item's last samples play even when they are fewer than the server waits for.
+        if (self->stream_ && self->endIsQueued())
+            if (pa_operation* op = pa_stream_trigger(self->stream_, nullptr, nullptr)) pa_operation_unref(op);
     }
 
     static void onStreamState(pa_stream* stream, void* user) {
+        auto* self = static_cast<PulseRenderer*>(user);
+        self->connection_->signal();
         const auto state = pa_stream_get_state(stream);
-        if (state == PA_STREAM_FAILED || state == PA_STREAM_TERMINATED)
-            static_cast<PulseRenderer*>(user)->lost();
+        if (state == PA_STREAM_FAILED || state == PA_STREAM_TERMINATED) self->lost();
     }
-    static void onContextState(pa_context* context, void* user) {
-        const auto state = pa_context_get_state(context);
-        if (state == PA_CONTEXT_FAILED || state == PA_CONTEXT_TERMINATED)
-            static_cast<PulseRenderer*>(user)->lost();
+
+    static void onUnderflow(pa_stream*, void* user) {
+        auto* self = static_cast<PulseRenderer*>(user);
+        // Running dry after the last sample is how an item ends, not a fault. The count is
+        // reported by the streaming thread, which may allocate and post.
+        if (!self->endIsQueued()) self->underruns_.fetch_add(1, std::memory_order_relaxed);
     }
+
+    // Stream thread.
+    void reportUnderruns() {
+        const int count = underruns_.load(std::memory_order_relaxed);
+        if (count == reportedUnderruns_) return;
+        reportedUnderruns_ = count;
+        if (NativeGraph* g = graph())
+            g->postReport("The sound device " + name() + " ran out of audio (underrun " +
+                          std::to_string(count) + " of this play); it played silence until more came.");
+    }
+
     void lost() {
         if (lostReported_.exchange(true)) return;
         if (NativeGraph* g = graph()) g->postDeviceLost();
     }
 
     SinkInfo sink_;
+    std::shared_ptr<PulseConnection> connection_;
     std::atomic<bool> lostReported_{false};
-    pa_threaded_mainloop* loop_ = nullptr;
-    pa_context* context_ = nullptr;
+    std::atomic<bool> hungry_{false};
     pa_stream* stream_ = nullptr;
+    pa_io_event* kickEvent_ = nullptr;
+    int kick_ = -1;
+    pa_sample_spec spec_{};
     size_t frameBytes_ = 8;
     int rate_ = 0;
+    bool corked_ = true; // with the lock held
+    bool drainAsked_ = false;
+    pa_operation* drain_ = nullptr;
+    std::atomic<int> underruns_{0}; // counted on the loop thread
+    int reportedUnderruns_ = 0;     // stream thread
 };
 
 } // namespace

@@ -75,6 +75,10 @@ public:
         read_.store(r + count, std::memory_order_release);
     }
     uint64_t consumed() const { return read_.load(std::memory_order_acquire); }
+    // Either side: room for the producer, ignoring a pending flush.
+    size_t space() const {
+        return capacity_ - (write_.load(std::memory_order_acquire) - read_.load(std::memory_order_acquire));
+    }
     bool flushPending() const {
         return flushSeq_.load(std::memory_order_acquire) != flushAck_.load(std::memory_order_acquire);
     }
