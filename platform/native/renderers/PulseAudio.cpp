@@ -100,8 +100,11 @@ public:
 protected:
     Status openDevice(int rate, int channels) override {
         closeDevice();
+        // The connection is kept from one play to the next (it is shared: one thread for the
+        // whole process), so that a play does not wait for the server's handshake.
         Status status;
-        connection_ = PulseConnection::shared(status, kConnectTimeoutMs);
+        if (!connection_ || !connection_->ready())
+            connection_ = PulseConnection::shared(status, kConnectTimeoutMs);
         if (!connection_) return Status::failure(hr::NoAudioHardware, "The sound server cannot be reached.");
         kick_ = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
         if (kick_ < 0) {
@@ -162,7 +165,6 @@ protected:
         }
         if (kick_ >= 0) close(kick_);
         kick_ = -1;
-        connection_.reset();
     }
 
     void applyRate(double rate) override {
