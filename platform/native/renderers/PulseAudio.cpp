@@ -93,8 +93,13 @@ namespace {
 
 class PulseRenderer final : public AudioRenderer {
 public:
+    // A loaded player's renderer joins the connection at once, so that its play waits for
+    // nothing but its own stream.
     PulseRenderer(const std::string& name, SinkInfo sink, int pair)
-        : AudioRenderer(name, sink.channels, pair), sink_(std::move(sink)) {}
+        : AudioRenderer(name, sink.channels, pair), sink_(std::move(sink)) {
+        Status ignored; // a server that does not answer now is asked again at the play
+        connection_ = PulseConnection::shared(ignored, kConnectTimeoutMs);
+    }
     ~PulseRenderer() override { closeDevice(); }
 
 protected:
