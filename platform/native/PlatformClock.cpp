@@ -51,9 +51,14 @@ void PlatformClock::run() {
     pthread_setname_np(pthread_self(), "corvid-clock");
     auto next = std::chrono::steady_clock::now() + period_;
     std::unique_lock lock(mutex_);
+    std::vector<std::pair<int, std::function<void()>>> ticking;
     while (!wake_.wait_until(lock, next, [&] { return stop_; })) {
-        // Ticks run under the lock, so that an unsubscribe waits for a tick under way.
-        for (auto& [id, tick] : subscribers_) tick();
+        // Ticks run outside the lock: one that waits (on a full queue, say) must not hold up
+        // a control thread that subscribes or unsubscribes meanwhile.
+        ticking = subscribers_;
+        lock.unlock();
+        for (auto& [id, tick] : ticking) tick();
+        lock.lock();
         next += period_;
         const auto now = std::chrono::steady_clock::now();
         if (next <= now) {

@@ -21,9 +21,9 @@ public:
     PlatformClock& operator=(const PlatformClock&) = delete;
 
     // Control thread. `tick` runs on the clock's thread once per period until unsubscribed;
-    // it must only hand work on (post it). Returns an id.
+    // it must only hand work on (post it), and own what it uses. Returns an id.
     int subscribe(std::function<void()> tick);
-    // Control thread. When it returns, `id`'s tick is not running and will not run again; the
+    // Control thread. `id`'s tick runs at most once more (if a period was under way); the
     // thread goes with the last subscriber.
     void unsubscribe(int id);
 

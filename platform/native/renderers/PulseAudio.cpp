@@ -93,15 +93,23 @@ namespace {
 
 class PulseRenderer final : public AudioRenderer {
 public:
+    // A loaded player's renderer joins the connection at once, so that its play waits for
+    // nothing but its own stream.
     PulseRenderer(const std::string& name, SinkInfo sink, int pair)
-        : AudioRenderer(name, sink.channels, pair), sink_(std::move(sink)) {}
+        : AudioRenderer(name, sink.channels, pair), sink_(std::move(sink)) {
+        Status ignored; // a server that does not answer now is asked again at the play
+        connection_ = PulseConnection::shared(ignored, kConnectTimeoutMs);
+    }
     ~PulseRenderer() override { closeDevice(); }
 
 protected:
     Status openDevice(int rate, int channels) override {
         closeDevice();
+        // The connection is kept from one play to the next (it is shared: one thread for the
+        // whole process), so that a play does not wait for the server's handshake.
         Status status;
-        connection_ = PulseConnection::shared(status, kConnectTimeoutMs);
+        if (!connection_ || !connection_->ready())
+            connection_ = PulseConnection::shared(status, kConnectTimeoutMs);
         if (!connection_) return Status::failure(hr::NoAudioHardware, "The sound server cannot be reached.");
         kick_ = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
         if (kick_ < 0) {
@@ -162,7 +170,6 @@ protected:
         }
         if (kick_ >= 0) close(kick_);
         kick_ = -1;
-        connection_.reset();
     }
 
     void applyRate(double rate) override {

@@ -1,7 +1,8 @@
 #pragma once
 // One connection to the sound server for every PulseAudio renderer of the process: one
 // threaded main loop (the thread that runs every renderer's device callback) and one context.
-// It is made when the first renderer or enumeration needs it and goes with the last user.
+// It is made when the first renderer or enumeration needs it and goes with the last user
+// (renderers keep it from their making until they go).
 
 #include "platform/Status.h"
 
