@@ -163,6 +163,7 @@ Status StreamSession::pump(HttpAnswer& answer, bool& finished) {
     Connection& connection = *answer.connection;
     const icy::ResponseHead& head = answer.head;
     pumping_ = true;
+    healthySince_ = StreamClock::time_point::max(); // from the first byte of audio on
     struct Done {
         bool& flag;
         ~Done() { flag = false; }
@@ -175,6 +176,7 @@ Status StreamSession::pump(HttpAnswer& answer, bool& finished) {
     auto lastByte = windowStart;
 
     auto audio = [&](const uint8_t* data, size_t size) {
+        if (healthySince_ == StreamClock::time_point::max()) healthySince_ = StreamClock::now();
         buffer_->append(data, size);
         windowBytes += int64_t(size);
         // Progress of the pre-roll, in steps of ten, until the probe takes over.
@@ -305,7 +307,7 @@ void StreamSession::housekeeping() {
         lastCheck_ = now;
         post([](SessionOwner& o) { o.sessionCheck(); });
         // Healthy audio for long enough: the next drop starts its back-off afresh.
-        if (pumping_ && !starving_ && !connections_.empty() && now - connections_.back() >= limits_.healthyAfter) {
+        if (pumping_ && !starving_ && now - healthySince_ >= limits_.healthyAfter) {
             backoffStep_ = 0;
             inOutage_ = false;
         }
@@ -321,6 +323,7 @@ void StreamSession::watchStarvation() {
         return;
     }
     if (!starving_) starvedAt_ = StreamClock::now();
+    healthySince_ = std::max(healthySince_, StreamClock::now()); // a deck that runs dry is not healthy
     const size_t unread = buffer_->unread();
     if (unread >= kRefillBytes || (unread >= kRefillBytes / 8 && StreamClock::now() - starvedAt_ >= kRefillTime)) {
         if (buffer_->endStarving()) postBuffering(-1);

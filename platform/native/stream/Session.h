@@ -145,6 +145,7 @@ private:
     int backoffStep_ = 0;
     bool inOutage_ = false;
     bool pumping_ = false; // a connection is being read
+    StreamClock::time_point healthySince_ = StreamClock::time_point::max(); // audio flowing, deck fed
     StreamClock::time_point outageStart_{};
     int bitrateKbps_ = 0; // icy-br of the current answer
 };
