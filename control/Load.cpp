@@ -17,6 +17,7 @@
 
 #include "control/ProcessState.h"
 #include "support/MediaTags.h"
+#include "platform/ItemName.h"
 #include "support/Text.h"
 
 #include <charconv>
@@ -27,7 +28,7 @@ namespace corvid {
 
 namespace {
 
-bool isAddress(const std::string& name) { return name.find("://") != std::string::npos; }
+using item::isAddress;
 
 // A number as the log shows it: whole values without a decimal point, others in their
 // shortest form.
@@ -192,8 +193,7 @@ void Player::LoadItemSteps(const std::string& newName, Reentrance::Operation& lo
         bool built = BuildGraph(newName, false, false);
         if (logging()) Log("BuildGraph took " + elapsedSince(buildStart) + " ms.");
         if (!built) {
-            // Without a graph manager there is nothing to retry in.
-            if (!MainGraphMan) {
+            if (!RetryThroughOtherSource()) {
                 FailLoad(newName);
                 return;
             }
@@ -366,6 +366,10 @@ void Player::FailLoad(const std::string& name) {
     graphLoaded_ = false;
     playstate_ = mpstopped;
 }
+
+// Whether a build that failed is tried once more through the other source filter. Without a
+// graph manager there is nothing to retry in. The one place where a failure rules the retry out.
+bool Player::RetryThroughOtherSource() const { return MainGraphMan != nullptr; }
 
 // Rate and pitch go to the pitch filter, or it passes the audio through: Windows Media streams
 // and a player told not to adjust pitch.
