@@ -10,6 +10,7 @@
 
 #include "control/Player.h"
 
+#include "platform/ItemName.h"
 #include "support/Text.h"
 
 #include <cstdint>
@@ -20,7 +21,7 @@ namespace corvid {
 
 namespace {
 
-bool isAddress(const std::string& name) { return name.find("://") != std::string::npos; }
+using item::isAddress;
 
 // How long a pending segue search waits for a cue result.
 constexpr int64_t CueGiveUpMs = 5001;

@@ -18,6 +18,7 @@
 
 #include "control/ProcessState.h"
 #include "support/MediaTags.h"
+#include "platform/ItemName.h"
 #include "support/Text.h"
 
 #include <charconv>
@@ -28,7 +29,7 @@ namespace corvid {
 
 namespace {
 
-bool isAddress(const std::string& name) { return name.find("://") != std::string::npos; }
+using item::isAddress;
 
 // A number as the log shows it: whole values without a decimal point, others in their
 // shortest form.
@@ -195,11 +196,7 @@ void Player::LoadItemSteps(const std::string& newName, Reentrance::Operation& lo
         bool built = BuildGraph(newName, false, false);
         if (logging()) Log("BuildGraph took " + elapsedSince(buildStart) + " ms.");
         if (!built) {
-            // Without a graph manager there is nothing to retry in. A stream whose open was
-            // cancelled or answered for good would only reach the same server again.
-            if (!MainGraphMan || streamAnswerFinal_) {
-                if (streamAnswerFinal_)
-                    Log("BuildGraph DIDNT succeed - the stream's answer is final, not trying another source filter.");
+            if (!RetryThroughOtherSource()) {
                 FailLoad(newName);
                 return;
             }
@@ -371,6 +368,19 @@ void Player::FailLoad(const std::string& name) {
     currentItem_.clear();
     graphLoaded_ = false;
     playstate_ = mpstopped;
+}
+
+// Whether a build that failed is tried once more through the other source filter. Without a
+// graph manager there is nothing to retry in. The one place where a failure rules the retry out.
+bool Player::RetryThroughOtherSource() {
+    if (!MainGraphMan) return false;
+    // A stream whose open was cancelled or answered for good would only reach the same server
+    // again through the other source filter.
+    if (streamAnswerFinal_) {
+        Log("BuildGraph DIDNT succeed - the stream's answer is final, not trying another source filter.");
+        return false;
+    }
+    return true;
 }
 
 // Rate and pitch go to the pitch filter, or it passes the audio through: Windows Media streams

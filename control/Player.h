@@ -250,6 +250,7 @@ private:
     void LoadSucceeded(const std::string& name);
     void UnloadItem();
     void FailLoad(const std::string& name);
+    bool RetryThroughOtherSource();
     void LogCheckpoint(int n);
     void ApplyPitchOptions(const std::string& name);
 

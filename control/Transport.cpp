@@ -10,6 +10,7 @@
 
 #include "levels/Peaks.h"
 #include "support/CheckedInt.h"
+#include "platform/ItemName.h"
 #include "support/Text.h"
 #include "support/TimerClass1.h"
 
@@ -19,7 +20,7 @@ namespace corvid {
 
 namespace {
 
-bool isAddress(const std::string& name) { return name.find("://") != std::string::npos; }
+using item::isAddress;
 
 // Volume levels in hundredths of a decibel.
 constexpr int32_t MuteLevel = -6800;

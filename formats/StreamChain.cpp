@@ -11,6 +11,7 @@
 #include "platform/ItemName.h"
 #include "devices/FilterNames.h"
 #include "formats/ChainSupport.h"
+#include "platform/ItemName.h"
 #include "support/AutomationError.h"
 #include "support/Text.h"
 #include "support/TimerClass1.h"
@@ -156,7 +157,7 @@ void Player::OdStreamSeg(double seg) {
 
 // ---- Stream properties ----------------------------------------------------------------------
 
-bool Player::get_isStreaming() { return get_FileName().find("://") != std::string::npos; }
+bool Player::get_isStreaming() { return item::isAddress(get_FileName()); }
 
 int16_t Player::get_StreamBufferingPercent() { return bufferingPercent_; }
 

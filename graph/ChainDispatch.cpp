@@ -6,6 +6,7 @@
 #include "control/ProcessState.h"
 #include "devices/FilterNames.h"
 
+#include "platform/ItemName.h"
 #include "support/Text.h"
 
 namespace corvid {
@@ -16,7 +17,7 @@ namespace {
 
 constexpr int32_t kMissingFilter = 819;
 
-bool isAddress(const std::string& name) { return name.find("://") != std::string::npos; }
+using item::isAddress;
 
 // The chain tried first, by the item's address scheme or the last four characters of its name.
 enum class FirstChoice { Stream, Mp3, Wave, Wma, Ogg, Mp4, None };

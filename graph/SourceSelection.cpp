@@ -14,6 +14,7 @@
 #include "devices/FilterNames.h"
 
 #include "devices/clsCards.h"
+#include "platform/ItemName.h"
 #include "support/Text.h"
 
 #include <algorithm>
@@ -30,7 +31,7 @@ constexpr int32_t kBusyOrUnplayable = 558;
 constexpr int32_t kStreamPollMs = 100;
 constexpr int32_t kStreamTimeoutMs = 10000;
 
-bool isAddress(const std::string& name) { return name.find("://") != std::string::npos; }
+using item::isAddress;
 
 std::string errText(int32_t number, const std::string& description) {
     return std::to_string(number) + " " + description;

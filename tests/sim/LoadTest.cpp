@@ -57,7 +57,7 @@ std::string chainToDevice(const platform::GraphPtr& graph) {
     };
     platform::PinPtr pin;
     for (const auto& f : graph->filters())
-        if (f->name().rfind("Default DirectSound Device", 0) == 0 || f->name().rfind(sim::names::SurroundDevice, 0) == 0)
+        if (f->name().rfind("Default DirectSound Device", 0) == 0)
             pin = input(f);
     std::string chain;
     for (int step = 0; step < 16 && pin && pin->connectedTo(); ++step) {
@@ -104,16 +104,6 @@ TEST_P(LoadEachKindTest, LoadsWithEveryStepLoggedInOrderAndItsChainStanding) {
 
 INSTANTIATE_TEST_SUITE_P(Kinds, LoadEachKindTest, ::testing::ValuesIn(kKinds),
                          [](const auto& info) { return std::string(info.param.test); });
-
-TEST_F(LoadTest, ASpeakerPairOutputGetsItsRouterBeforeTheDevice) {
-    sim->addFile("/music/c.wav", audioFile("stream/wave;pcm16", 60));
-    std::string pair = std::string(sim::names::SurroundDevice) + " [3-4]";
-    ASSERT_TRUE(player->SetSoundcard(pair));
-    load("/music/c.wav");
-    ASSERT_EQ(player->get_FileName(), "/music/c.wav") << player->get_LastError();
-    EXPECT_EQ(chainToDevice(player->mainGraph()),
-              "File Source (Async.) > Wave Parser > Brindle Pitch Shifter > Halden Sample Grabber > Sondrel 3-4");
-}
 
 TEST_F(LoadTest, WithLoggingOffNoLogLineIsRaisedButStateAndMetersStillAre) {
     PI(*player).storedPlaystate() = mpPaused; // as a host may leave it before the first item

@@ -43,13 +43,10 @@ struct PlayerInternals {
     platform::FilterPtr& waveParser() { return p.fWaveParser; }
     platform::FilterPtr& chainAcmWrapper() { return p.fChainACMWrapper; }
     platform::FilterPtr& vorbisDecoder() { return p.fVorbisDecoder; }
-    platform::FilterPtr& vorbisSplitter() { return p.fVorbisSplitter; }
     platform::FilterPtr& mp4Parser() { return p.fMp4Parser; }
-    platform::FilterPtr& mp4Decoder() { return p.fMp4Decoder; }
     platform::PinPtr& surroundInPin() { return p.SurroundInPin; }
     platform::PinPtr& surroundOutPin() { return p.SurroundOutPin; }
     std::string& surroundRenderName() { return p.SurroundRenderName_; }
-    bool& tryingToPlay() { return p.TryingToPlay_; }
     int16_t& bufferingPercent() { return p.bufferingPercent_; }
     double& bufferingStart() { return p.bufferingStart_; }
     int16_t& bufferingRestarts() { return p.bufferingRestarts_; }
@@ -109,16 +106,12 @@ struct PlayerInternals {
 
     // ---- Transport ----
     bool& seeking() { return p.seeking_; }
-    bool& graphLoaded() { return p.graphLoaded_; }
-    bool& loadBusy() { return p.loadBusy_; }
     bool& pflGraphFlag() { return p.pflGraph_; }
     platform::StreamSourceControl*& streamControl() { return p.streamControl_; }
-    bool& streamStartCancelled() { return p.streamStartCancelled_; }
 
     // ---- Cue and segue ----
     bool& seguePending() { return p.seguePending_; }
     platform::GraphHelperPtr& cueHelper() { return p.CueHelper; }
-    bool& usingAsfReader() { return p.UsingASFReader_; }
     bool& usingHaldenSource() { return p.UsingHaldenSource_; }
 
     // ---- Graph session, sources, dispatch, inserts ----
@@ -141,17 +134,13 @@ struct PlayerInternals {
     bool& addingSourceFilter() { return p.AddingSourceFilter; }
     std::string& addingItemName() { return p.addingItemName_; }
     bool& graphBuilt() { return p.graphBuilt_; }
-    bool& useAcm() { return p.UseACM_; }
-    platform::PinPtr& sampleGrabberInPin() { return p.SampleGrabberInPin; }
     platform::FilterPtr& soundCard() { return p.fSoundCard; }
     platform::FilterPtr& pflSoundCard() { return p.fPFLSoundCard; }
     platform::GraphPtr& pflGraph() { return p.PFLGraphMan; }
     platform::GraphHelperPtr& helper() { return p.Helper; }
 
     // ---- Routing ----
-    std::string& mainCardName() { return p.mainCardName_; }
     std::string& pendingMainCard() { return p.pendingMainCard_; }
-    std::string& pendingPflCard() { return p.pendingPflCard_; }
     bool addSoundCard(const std::string& name, bool forPfl) { return p.AddSoundCard(name, forPfl); }
     void applyPendingSoundCards() { p.ApplyPendingSoundCards(); }
     clsCards& cards() { return p.Cards(); }

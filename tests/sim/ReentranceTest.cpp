@@ -110,9 +110,9 @@ struct ReentrantHost : PlayerEvents {
     Player* player = nullptr;
     int32_t target = 0;
     const Call* call = nullptr;
-    bool fired = false;
-
-    bool armed = false;
+    bool armed = false, fired = false;
+    std::set<int32_t> raised;
+    std::size_t touched = 0;
 
     void on(int32_t event) {
         raised.insert(event);
@@ -120,22 +120,17 @@ struct ReentrantHost : PlayerEvents {
         fired = true;
         try {
             call->run(*player);
-        } catch (...) {
-            // Members that fail towards the host throw; the host catches.
+        } catch (...) { // members that fail towards the host throw; the host catches
         }
     }
     // The host reads what it was handed after its call, as hosts do: it must still be there.
     template <class... A> void on(int32_t event, A&... args) {
         on(event);
-        std::size_t sum = 0;
-        ((sum += sizeOf(args)), ...);
-        touched += sum;
+        ((touched += sizeOf(args)), ...);
     }
     static std::size_t sizeOf(const std::string& s) { return s.size(); }
     static std::size_t sizeOf(const NameCollection& n) { return n.Count(); }
-    template <class T> static std::size_t sizeOf(const T& v) { return static_cast<std::size_t>(v != T{}); }
-    std::size_t touched = 0;
-    std::set<int32_t> raised;
+    template <class T> static std::size_t sizeOf(const T& v) { return v != T{}; }
 
     void PlayerLogInfo(std::string& info) override { on(1, info); }
     void StreamBufferingStarted() override { on(2); }
