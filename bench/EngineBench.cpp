@@ -496,6 +496,6 @@ int main(int argc, char** argv) {
     if (command == "start") return startCommand(argc, argv);
     if (command == "idle") return idleCommand(argc, argv);
     if (command == "gaps") return gapsCommand(argc, argv);
-    std::fprintf(stderr, "usage: corvid_engine_bench cpu FILE... | start WAV SINK [DEVICE] | idle WAV [SECONDS] | gaps RAW [HZ]\n");
+    std::fprintf(stderr, "usage: corvid_bench_engine cpu FILE... | start WAV SINK [DEVICE] | idle WAV [SECONDS] | gaps RAW [HZ]\n");
     return 2;
 }

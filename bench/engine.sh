@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The engine benchmark: makes its media, starts a private PulseAudio server with null sinks on
-# its own socket, and runs corvid_engine_bench and the dropout run side by side with their
+# its own socket, and runs corvid_bench_engine and the dropout run side by side with their
 # anchors, printing ratios.
 #
 #   bash bench/engine.sh [BUILD_DIR] [DROPOUT_SECONDS]     (defaults: build, 300)
@@ -8,13 +8,13 @@
 # The dropout run plays one continuous 997 Hz tone through corvid-play to one null sink and
 # through paplay to another, at the same time, while this script keeps both cores busy with
 # normal-priority shell loops started from the same session; both monitors are recorded with
-# parec and searched for gaps (corvid_engine_bench gaps: a stretch of 1 ms or more below a
+# parec and searched for gaps (corvid_bench_engine gaps: a stretch of 1 ms or more below a
 # tenth of the tone's level, or a period between zero crossings more than 10 % off).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 BUILD=${1:-build}
 DROPOUT_SECONDS=${2:-300}
-BENCH="$BUILD/corvid_engine_bench"
+BENCH="$BUILD/corvid_bench_engine"
 PLAY="$BUILD/corvid-play"
 WORK=$(mktemp -d /tmp/corvid-engine-bench.XXXXXX)
 PIDS=()
