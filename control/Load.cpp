@@ -82,8 +82,11 @@ void Player::LoadItem(const std::string& newNameArg) {
     // name it was given.
     const std::string newName = newNameArg;
     // A write from inside an event is the host's newer wish: a load that already owns the
-    // graph, and a graph replacement, under way outside it give way to it.
-    reentrance_.supersedeOuter();
+    // graph, and a graph replacement, under way outside it give way to it. A write while a
+    // load waits for its stream to open only gives up on that stream: the waiting load sees
+    // the cancel and ends with it as its reason.
+    const bool cancelsStreamWait = AddingSourceFilter && streamControl_ && streamControl_->canCancel();
+    if (!cancelsStreamWait) reentrance_.supersedeOuter();
     {
         Reentrance::Operation load(reentrance_, false);
         try {
