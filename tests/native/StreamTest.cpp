@@ -548,6 +548,7 @@ protected:
         NativeOptions o = testOptions();
         o.output = OutputBackend::Silent;
         platform_ = std::make_unique<NativePlatform>(o);
+        std::thread([] {}).join(); // a sanitizer starts a thread of its own with a process's first
         threads_ = threadCount();
         ASSERT_TRUE(platform_->createGraph(graph_));
         // Short limits, so that a stream that stays down ends within a test.
