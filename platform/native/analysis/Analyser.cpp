@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <limits>
 
 namespace corvid::native {
@@ -135,16 +136,54 @@ int32_t findSegue(DecodedAudio& audio, int32_t threshold, const std::atomic<bool
     }
 }
 
-int32_t scanCueIn(const std::string& file, int32_t threshold, const std::atomic<bool>& cancel) {
-    std::unique_ptr<DecodedAudio> audio;
-    if (!DecodedAudio::openFile(file, scannableFormats(), audio)) return -1;
+ItemScanner::ItemScanner() = default;
+ItemScanner::~ItemScanner() = default;
+
+DecodedAudio* ItemScanner::open(const std::string& file, bool fresh) {
+    std::error_code error;
+    const int64_t size = int64_t(std::filesystem::file_size(file, error));
+    const int64_t modified =
+        error ? 0 : int64_t(std::filesystem::last_write_time(file, error).time_since_epoch().count());
+    if (!fresh && audio_ && !error && file == file_ && size == size_ && modified == modified_)
+        return audio_.get();
+    release();
+    if (!DecodedAudio::openFile(file, scannableFormats(), audio_)) {
+        audio_.reset();
+        return nullptr;
+    }
+    file_ = file;
+    size_ = error ? -1 : size;
+    modified_ = modified;
+    return audio_.get();
+}
+
+void ItemScanner::release() {
+    audio_.reset();
+    file_.clear();
+    size_ = -1;
+}
+
+int32_t ItemScanner::cueIn(const std::string& file, int32_t threshold,
+                           const std::atomic<bool>& cancel) {
+    // From a fresh open: a decoder started by a seek to the start can sound different for its
+    // first frame (no priming before it), which would move a cue-in near the start.
+    DecodedAudio* audio = open(file, true);
+    if (!audio) return -1;
     return findCueIn(*audio, threshold, cancel);
 }
 
+int32_t ItemScanner::segue(const std::string& file, int32_t threshold,
+                           const std::atomic<bool>& cancel) {
+    DecodedAudio* audio = open(file, false);
+    return audio ? findSegue(*audio, threshold, cancel) : -1;
+}
+
+int32_t scanCueIn(const std::string& file, int32_t threshold, const std::atomic<bool>& cancel) {
+    return ItemScanner().cueIn(file, threshold, cancel);
+}
+
 int32_t scanSegue(const std::string& file, int32_t threshold, const std::atomic<bool>& cancel) {
-    std::unique_ptr<DecodedAudio> audio;
-    if (!DecodedAudio::openFile(file, scannableFormats(), audio)) return -1;
-    return findSegue(*audio, threshold, cancel);
+    return ItemScanner().segue(file, threshold, cancel);
 }
 
 platform::Status analyseItem(const std::string& file, int32_t cueThreshold, int32_t segueThreshold,

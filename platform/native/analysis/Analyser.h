@@ -13,6 +13,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -64,7 +65,29 @@ int32_t findSegue(DecodedAudio& audio, int32_t threshold, const std::atomic<bool
 // The formats a scan opens.
 const std::vector<std::string>& scannableFormats();
 
-// One open of `file` per scan.
+// Scans of items by name. A cue-in scan opens the item and leaves it open, so that a segue scan
+// of the same item after it does not open it again (an MP4 reads its whole sample table at
+// open); an item whose size or modification time changed since is opened afresh. One thread at
+// a time.
+class ItemScanner {
+public:
+    ItemScanner();
+    ~ItemScanner();
+    int32_t cueIn(const std::string& file, int32_t threshold, const std::atomic<bool>& cancel);
+    int32_t segue(const std::string& file, int32_t threshold, const std::atomic<bool>& cancel);
+    // Closes the item kept open.
+    void release();
+
+private:
+    // The item, kept open unless `fresh`, else opened now; null when it cannot be read.
+    DecodedAudio* open(const std::string& file, bool fresh);
+
+    std::string file_;
+    int64_t size_ = -1, modified_ = 0;
+    std::unique_ptr<DecodedAudio> audio_;
+};
+
+// One scan of `file`, opened for it alone.
 int32_t scanCueIn(const std::string& file, int32_t threshold, const std::atomic<bool>& cancel);
 int32_t scanSegue(const std::string& file, int32_t threshold, const std::atomic<bool>& cancel);
 
