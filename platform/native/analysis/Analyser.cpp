@@ -64,27 +64,47 @@ SoundDetector::SoundDetector(int rate, int channels, int32_t threshold)
       lastOut_(size_t(channels)) {}
 
 void SoundDetector::feed(int64_t first, const float* samples, size_t frames) {
-    const size_t ch = size_t(channels_);
+    if (frames == 0) return;
+    if (!primed_) { // a level present from the first sample on is an offset, not a start
+        std::copy(samples, samples + channels_, lastIn_.begin());
+        primed_ = true;
+    }
+    switch (channels_) {
+    case 1: return feedFrames<1>(first, samples, frames);
+    case 2: return feedFrames<2>(first, samples, frames);
+    default: return feedFrames<0>(first, samples, frames);
+    }
+}
+
+// The filter's state lives in locals while a block is fed: kept in the members, it was stored
+// and reloaded every frame (the samples might alias it), which made this loop the scans' largest
+// cost after the decoder. `Channels` 0 is any count up to kMaxChannels.
+template <int Channels>
+void SoundDetector::feedFrames(int64_t first, const float* samples, size_t frames) {
+    const size_t stride = Channels > 0 ? size_t(Channels) : size_t(channels_);
+    const size_t ch = std::min(stride, size_t(kMaxChannels));
+    float in[kMaxChannels], out[kMaxChannels];
+    std::copy(lastIn_.begin(), lastIn_.begin() + long(ch), in);
+    std::copy(lastOut_.begin(), lastOut_.begin() + long(ch), out);
+    const float pole = pole_, level = threshold_ / 32768.0f;
     for (size_t i = 0; i < frames; ++i) {
-        const float* frame = samples + i * ch;
-        if (!primed_) { // a level present from the first sample on is an offset, not a start
-            std::copy(frame, frame + ch, lastIn_.begin());
-            primed_ = true;
-        }
+        const float* frame = samples + i * stride;
         float peak = 0;
         for (size_t c = 0; c < ch; ++c) {
-            const float y = frame[c] - lastIn_[c] + pole_ * lastOut_[c];
-            lastIn_[c] = frame[c];
-            lastOut_[c] = y;
+            const float y = frame[c] - in[c] + pole * out[c];
+            in[c] = frame[c];
+            out[c] = y;
             peak = std::max(peak, std::fabs(y));
         }
-        if (peak * 32768.0f < threshold_) continue;
+        if (peak < level) continue;
         const int64_t at = first + int64_t(i);
         if (runStart_ >= 0 && at - runLast_ > gap_) close();
         if (runStart_ < 0) runStart_ = at;
         runLast_ = at;
         if (firstSound_ < 0 && runLast_ - runStart_ >= hold_) firstSound_ = runStart_;
     }
+    std::copy(in, in + ch, lastIn_.begin());
+    std::copy(out, out + ch, lastOut_.begin());
 }
 
 void SoundDetector::close() {

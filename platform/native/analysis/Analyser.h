@@ -44,7 +44,12 @@ public:
     // One past the last sample of the last confirmed run; -1 when none (after finish()).
     int64_t soundEnd() const { return soundEnd_; }
 
+    // The most channels a detector hears (the decoder's limit); any more are not listened to.
+    static constexpr int kMaxChannels = 8;
+
 private:
+    template <int Channels>
+    void feedFrames(int64_t first, const float* samples, size_t frames);
     void close();
 
     int rate_, channels_;
