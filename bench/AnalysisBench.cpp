@@ -2,7 +2,7 @@
 // with libavformat/libavcodec used directly in this process and with the ffmpeg command as a
 // host would run it, printed as ratios. The files come from bench/analysis.sh:
 //   corvid_bench_analysis MEDIA_FOLDER   (4min.EXT, 60min.EXT for every format, library/)
-//  - cue plus segue (the cue helper's two scans, one open each) against decoding the whole file
+//  - cue plus segue (the cue helper's two scans, sharing one open) against decoding the whole file
 //    with libavcodec, and against `ffmpeg -af silencedetect`;
 //  - the same scans on the 60-minute file against the 4-minute one;
 //  - the load (open, and the first decoded block) against libavformat's open and stream
@@ -74,8 +74,9 @@ int64_t libavDecode(const std::string& file, bool firstOnly) {
 }
 
 void cueAndSegue(const std::string& file) {
-    corvid::native::scanCueIn(file, kThreshold, kGoOn);
-    corvid::native::scanSegue(file, kThreshold, kGoOn);
+    corvid::native::ItemScanner scanner;
+    scanner.cueIn(file, kThreshold, kGoOn);
+    scanner.segue(file, kThreshold, kGoOn);
 }
 
 void corvidLoad(const std::string& file) {

@@ -17,6 +17,7 @@ using platform::Status;
 struct NativeGraphHelper::Shared {
     std::atomic<bool> tickPending{false};
     std::atomic<bool> cancelScan{false};
+    ItemScanner scanner; // one scan thread at a time: each is joined before the next starts
     NativeGraphHelper* helper = nullptr; // cleared on the control thread when the helper goes
 };
 
@@ -30,6 +31,7 @@ NativeGraphHelper::NativeGraphHelper(platform::GraphHelperKind kind,
 
 NativeGraphHelper::~NativeGraphHelper() {
     stopScan();
+    shared_->scanner.release();
     ticking(false);
     shared_->helper = nullptr;
     setCurrentGraph(nullptr);
@@ -116,6 +118,7 @@ Status NativeGraphHelper::pause() {
 
 Status NativeGraphHelper::stop() {
     stopScan();
+    shared_->scanner.release();
     return graph_ ? graph_->stop() : Status::success();
 }
 
@@ -152,8 +155,8 @@ void NativeGraphHelper::startScan(const std::string& file, int32_t threshold, bo
     auto shared = shared_;
     auto loop = loop_;
     scanner_ = std::thread([shared, weak, loop, file, threshold, segue] {
-        const int32_t ms = segue ? scanSegue(file, threshold, shared->cancelScan)
-                                 : scanCueIn(file, threshold, shared->cancelScan);
+        const int32_t ms = segue ? shared->scanner.segue(file, threshold, shared->cancelScan)
+                                 : shared->scanner.cueIn(file, threshold, shared->cancelScan);
         if (shared->cancelScan.load()) return;
         loop->post([weak, ms, segue] {
             auto s = weak.lock();

@@ -102,11 +102,15 @@ class AnalysisAccuracy : public ::testing::TestWithParam<Format> {};
 TEST_P(AnalysisAccuracy, PointsMatchTheWholeFileAndTheDesign) {
     const Format f = GetParam();
     const double frames = 2 * 2048.0 * 1000 / kRate;
+    ItemScanner scanner;
     for (const Signal& s : kSignals) {
         SCOPED_TRACE(s.name);
         if (f.kind == Format::Frames && (s.name == std::string("clicks") || s.name == std::string("offset"))) continue;
         const std::string file = made(s, f);
         const int32_t cue = scanCueIn(file, kThreshold, kGoOn), segue = scanSegue(file, kThreshold, kGoOn);
+        // Kept open from the cue-in scan, the item gives the same segue.
+        EXPECT_EQ(scanner.cueIn(file, kThreshold, kGoOn), cue);
+        EXPECT_EQ(scanner.segue(file, kThreshold, kGoOn), segue);
         if (f.kind == Format::Lossy) {
             const auto [refCue, refSegue] = wholeFilePoints(file);
             EXPECT_NEAR(cue, refCue, 1);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <limits>
 
 namespace corvid::native {
@@ -63,27 +64,47 @@ SoundDetector::SoundDetector(int rate, int channels, int32_t threshold)
       lastOut_(size_t(channels)) {}
 
 void SoundDetector::feed(int64_t first, const float* samples, size_t frames) {
-    const size_t ch = size_t(channels_);
+    if (frames == 0) return;
+    if (!primed_) { // a level present from the first sample on is an offset, not a start
+        std::copy(samples, samples + channels_, lastIn_.begin());
+        primed_ = true;
+    }
+    switch (channels_) {
+    case 1: return feedFrames<1>(first, samples, frames);
+    case 2: return feedFrames<2>(first, samples, frames);
+    default: return feedFrames<0>(first, samples, frames);
+    }
+}
+
+// The filter's state lives in locals while a block is fed: kept in the members, it was stored
+// and reloaded every frame (the samples might alias it), which made this loop the scans' largest
+// cost after the decoder. `Channels` 0 is any count up to kMaxChannels.
+template <int Channels>
+void SoundDetector::feedFrames(int64_t first, const float* samples, size_t frames) {
+    const size_t stride = Channels > 0 ? size_t(Channels) : size_t(channels_);
+    const size_t ch = std::min(stride, size_t(kMaxChannels));
+    float in[kMaxChannels], out[kMaxChannels];
+    std::copy(lastIn_.begin(), lastIn_.begin() + long(ch), in);
+    std::copy(lastOut_.begin(), lastOut_.begin() + long(ch), out);
+    const float pole = pole_, level = threshold_ / 32768.0f;
     for (size_t i = 0; i < frames; ++i) {
-        const float* frame = samples + i * ch;
-        if (!primed_) { // a level present from the first sample on is an offset, not a start
-            std::copy(frame, frame + ch, lastIn_.begin());
-            primed_ = true;
-        }
+        const float* frame = samples + i * stride;
         float peak = 0;
         for (size_t c = 0; c < ch; ++c) {
-            const float y = frame[c] - lastIn_[c] + pole_ * lastOut_[c];
-            lastIn_[c] = frame[c];
-            lastOut_[c] = y;
+            const float y = frame[c] - in[c] + pole * out[c];
+            in[c] = frame[c];
+            out[c] = y;
             peak = std::max(peak, std::fabs(y));
         }
-        if (peak * 32768.0f < threshold_) continue;
+        if (peak < level) continue;
         const int64_t at = first + int64_t(i);
         if (runStart_ >= 0 && at - runLast_ > gap_) close();
         if (runStart_ < 0) runStart_ = at;
         runLast_ = at;
         if (firstSound_ < 0 && runLast_ - runStart_ >= hold_) firstSound_ = runStart_;
     }
+    std::copy(in, in + ch, lastIn_.begin());
+    std::copy(out, out + ch, lastOut_.begin());
 }
 
 void SoundDetector::close() {
@@ -135,16 +156,54 @@ int32_t findSegue(DecodedAudio& audio, int32_t threshold, const std::atomic<bool
     }
 }
 
-int32_t scanCueIn(const std::string& file, int32_t threshold, const std::atomic<bool>& cancel) {
-    std::unique_ptr<DecodedAudio> audio;
-    if (!DecodedAudio::openFile(file, scannableFormats(), audio)) return -1;
+ItemScanner::ItemScanner() = default;
+ItemScanner::~ItemScanner() = default;
+
+DecodedAudio* ItemScanner::open(const std::string& file, bool fresh) {
+    std::error_code error;
+    const int64_t size = int64_t(std::filesystem::file_size(file, error));
+    const int64_t modified =
+        error ? 0 : int64_t(std::filesystem::last_write_time(file, error).time_since_epoch().count());
+    if (!fresh && audio_ && !error && file == file_ && size == size_ && modified == modified_)
+        return audio_.get();
+    release();
+    if (!DecodedAudio::openFile(file, scannableFormats(), audio_)) {
+        audio_.reset();
+        return nullptr;
+    }
+    file_ = file;
+    size_ = error ? -1 : size;
+    modified_ = modified;
+    return audio_.get();
+}
+
+void ItemScanner::release() {
+    audio_.reset();
+    file_.clear();
+    size_ = -1;
+}
+
+int32_t ItemScanner::cueIn(const std::string& file, int32_t threshold,
+                           const std::atomic<bool>& cancel) {
+    // From a fresh open: a decoder started by a seek to the start can sound different for its
+    // first frame (no priming before it), which would move a cue-in near the start.
+    DecodedAudio* audio = open(file, true);
+    if (!audio) return -1;
     return findCueIn(*audio, threshold, cancel);
 }
 
+int32_t ItemScanner::segue(const std::string& file, int32_t threshold,
+                           const std::atomic<bool>& cancel) {
+    DecodedAudio* audio = open(file, false);
+    return audio ? findSegue(*audio, threshold, cancel) : -1;
+}
+
+int32_t scanCueIn(const std::string& file, int32_t threshold, const std::atomic<bool>& cancel) {
+    return ItemScanner().cueIn(file, threshold, cancel);
+}
+
 int32_t scanSegue(const std::string& file, int32_t threshold, const std::atomic<bool>& cancel) {
-    std::unique_ptr<DecodedAudio> audio;
-    if (!DecodedAudio::openFile(file, scannableFormats(), audio)) return -1;
-    return findSegue(*audio, threshold, cancel);
+    return ItemScanner().segue(file, threshold, cancel);
 }
 
 platform::Status analyseItem(const std::string& file, int32_t cueThreshold, int32_t segueThreshold,

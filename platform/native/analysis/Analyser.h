@@ -13,6 +13,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -43,7 +44,12 @@ public:
     // One past the last sample of the last confirmed run; -1 when none (after finish()).
     int64_t soundEnd() const { return soundEnd_; }
 
+    // The most channels a detector hears (the decoder's limit); any more are not listened to.
+    static constexpr int kMaxChannels = 8;
+
 private:
+    template <int Channels>
+    void feedFrames(int64_t first, const float* samples, size_t frames);
     void close();
 
     int rate_, channels_;
@@ -64,7 +70,29 @@ int32_t findSegue(DecodedAudio& audio, int32_t threshold, const std::atomic<bool
 // The formats a scan opens.
 const std::vector<std::string>& scannableFormats();
 
-// One open of `file` per scan.
+// Scans of items by name. A cue-in scan opens the item and leaves it open, so that a segue scan
+// of the same item after it does not open it again (an MP4 reads its whole sample table at
+// open); an item whose size or modification time changed since is opened afresh. One thread at
+// a time.
+class ItemScanner {
+public:
+    ItemScanner();
+    ~ItemScanner();
+    int32_t cueIn(const std::string& file, int32_t threshold, const std::atomic<bool>& cancel);
+    int32_t segue(const std::string& file, int32_t threshold, const std::atomic<bool>& cancel);
+    // Closes the item kept open.
+    void release();
+
+private:
+    // The item, kept open unless `fresh`, else opened now; null when it cannot be read.
+    DecodedAudio* open(const std::string& file, bool fresh);
+
+    std::string file_;
+    int64_t size_ = -1, modified_ = 0;
+    std::unique_ptr<DecodedAudio> audio_;
+};
+
+// One scan of `file`, opened for it alone.
 int32_t scanCueIn(const std::string& file, int32_t threshold, const std::atomic<bool>& cancel);
 int32_t scanSegue(const std::string& file, int32_t threshold, const std::atomic<bool>& cancel);
 
