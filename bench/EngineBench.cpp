@@ -162,12 +162,12 @@ public:
     BareStream(const std::vector<float>& pcm, int rate, int channels, const char* sink, int targetMs)
         : pcm_(pcm), channels_(channels), client_("bench-anchor") {
         pa_threaded_mainloop_lock(client_.loop);
-        pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, uint32_t(rate), uint8_t(channels)};
-        stream_ = pa_stream_new(client_.context, "bench-anchor", &spec, nullptr);
+        pa_sample_spec sampleFormat{PA_SAMPLE_FLOAT32LE, uint32_t(rate), uint8_t(channels)};
+        stream_ = pa_stream_new(client_.context, "bench-anchor", &sampleFormat, nullptr);
         pa_stream_set_state_callback(stream_, [](pa_stream*, void* l) {
             pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop*>(l), 0); }, client_.loop);
         pa_stream_set_write_callback(stream_, &BareStream::onWrite, this);
-        pa_buffer_attr attr{uint32_t(-1), uint32_t(pa_usec_to_bytes(pa_usec_t(targetMs) * 1000, &spec)),
+        pa_buffer_attr attr{uint32_t(-1), uint32_t(pa_usec_to_bytes(pa_usec_t(targetMs) * 1000, &sampleFormat)),
                             uint32_t(-1), uint32_t(-1), uint32_t(-1)};
         pa_stream_connect_playback(stream_, sink, &attr,
                                    pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY | PA_STREAM_START_CORKED),
@@ -209,11 +209,11 @@ class FirstSound {
 public:
     explicit FirstSound(const std::string& sink) : client_("bench-monitor") {
         pa_threaded_mainloop_lock(client_.loop);
-        pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, 48000, 2};
-        stream_ = pa_stream_new(client_.context, "bench-monitor", &spec, nullptr);
+        pa_sample_spec sampleFormat{PA_SAMPLE_FLOAT32LE, 48000, 2};
+        stream_ = pa_stream_new(client_.context, "bench-monitor", &sampleFormat, nullptr);
         pa_stream_set_read_callback(stream_, &FirstSound::onRead, this);
         pa_buffer_attr attr{uint32_t(-1), uint32_t(-1), uint32_t(-1), uint32_t(-1),
-                            uint32_t(pa_usec_to_bytes(2000, &spec))};
+                            uint32_t(pa_usec_to_bytes(2000, &sampleFormat))};
         pa_stream_connect_record(stream_, (sink + ".monitor").c_str(), &attr, PA_STREAM_ADJUST_LATENCY);
         pa_threaded_mainloop_unlock(client_.loop);
     }

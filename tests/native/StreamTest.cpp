@@ -137,7 +137,7 @@ public:
     enum class Mode {
         File,         // ICY, the whole file with a Content-Length (an item with an end), title first
         Held,         // the same, holding after `holdAfter` body bytes until release()
-        NotFound,     // 404
+        NotFound,     // answers HTTP 404
         Silent,       // takes the connection and never answers
         Stall,        // 3 s of audio, then nothing
         Drip,         // 3 s of audio, then a byte every 2 s
