@@ -20,6 +20,9 @@ namespace corvid::native {
 
 namespace {
 
+// About six seconds of 44.1 kHz 16-bit stereo; the unprivileged limit of a pipe by default.
+constexpr int kPipeBytes = 1 << 20;
+
 std::string newPipePath() {
     static std::atomic<int> counter{0};
     const char* runtime = std::getenv("XDG_RUNTIME_DIR");
@@ -90,8 +93,14 @@ private:
     void sendToPipe(const Buffer& buffer) {
         if (!made_ || buffer.bytes.empty()) return;
         ignorePipeSignalOnThisThread();
-        if (fd_ < 0) fd_ = ::open(path_.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-        if (fd_ < 0) return; // nobody reads the pipe now
+        if (fd_ < 0) {
+            fd_ = ::open(path_.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+            if (fd_ < 0) return; // nobody reads the pipe now
+            // The streaming thread runs up to the sound server's buffer (about a second) ahead
+            // of the speakers, in bursts; the default 64 KiB would overflow between two reads
+            // of a reader that keeps up. Where the system refuses the size, the default stays.
+            (void)::fcntl(fd_, F_SETPIPE_SZ, kPipeBytes);
+        }
         ssize_t n = ::write(fd_, buffer.bytes.data(), buffer.bytes.size());
         if (n < 0 && errno == EPIPE) {
             consumePendingPipeSignal();
