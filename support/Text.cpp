@@ -6,16 +6,6 @@
 
 namespace corvid::text {
 
-namespace {
-char upper(char c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); }
-} // namespace
-
-std::string toUpper(std::string_view s) {
-    std::string out(s);
-    std::transform(out.begin(), out.end(), out.begin(), upper);
-    return out;
-}
-
 std::string_view lastChars(std::string_view s, std::size_t n) {
     return s.size() <= n ? s : s.substr(s.size() - n);
 }

@@ -9,7 +9,6 @@
 
 namespace corvid::text {
 
-std::string toUpper(std::string_view s);
 // The last n characters (all of s when shorter), as the extension tests take them.
 std::string_view lastChars(std::string_view s, std::size_t n);
 // "True" / "False", the words in which booleans are logged and stored.

@@ -1,4 +1,5 @@
 #include "platform/native/SystemServices.h"
+#include "platform/Text.h"
 
 #include <chrono>
 #include <cstdio>
@@ -20,11 +21,6 @@ using platform::Status;
 namespace hr = platform::hr;
 
 namespace {
-
-std::string lower(std::string s) {
-    for (auto& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return s;
-}
 
 std::string envOr(const char* name, const std::string& fallback) {
     const char* v = std::getenv(name);
@@ -94,14 +90,14 @@ double SteadyTickCounter::secondsSinceMidnight() {
 std::string MemorySettingsStore::read(const std::string& application, const std::string& section,
                                       const std::string& key, const std::string& defaultValue) {
     std::lock_guard lock(mutex_);
-    auto it = values_.find(lower(application + "\x1f" + section + "\x1f" + key));
+    auto it = values_.find(text::toLower(application + "\x1f" + section + "\x1f" + key));
     return it == values_.end() ? defaultValue : it->second;
 }
 
 Status MemorySettingsStore::write(const std::string& application, const std::string& section,
                                   const std::string& key, const std::string& value) {
     std::lock_guard lock(mutex_);
-    values_[lower(application + "\x1f" + section + "\x1f" + key)] = value;
+    values_[text::toLower(application + "\x1f" + section + "\x1f" + key)] = value;
     return Status::success();
 }
 
@@ -120,7 +116,7 @@ Status NativeOperatorServices::startProcess(const std::string& commandLine,
                                             platform::WindowStyle /*style*/) {
     const auto args = splitCommandLine(commandLine);
     if (args.empty()) return Status::failure(hr::InvalidArg, "Empty command line.");
-    const std::string program = lower(std::filesystem::path(args[0]).filename().string());
+    const std::string program = text::toLower(std::filesystem::path(args[0]).filename().string());
 
     // Filter registration is a Windows repair; here the operator only learns what was asked.
     if (program == "regsvr32" || program == "regsvr32.exe") {

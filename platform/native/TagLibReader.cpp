@@ -1,4 +1,5 @@
 #include "platform/native/TagLibReader.h"
+#include "platform/Text.h"
 
 #include <cctype>
 #include <sys/stat.h>
@@ -15,11 +16,6 @@ using platform::Status;
 namespace hr = platform::hr;
 
 namespace {
-
-std::string upper(std::string s) {
-    for (auto& c : s) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return s;
-}
 
 // "2003-05-01" reads as the year 2003, as the Windows Media year attributes carry it.
 std::string yearOf(const std::string& date) {
@@ -45,7 +41,7 @@ Status TagLibReader::open(const std::string& path) {
     title_ = ref.tag()->title().to8Bit(true);
     const TagLib::PropertyMap props = ref.file()->properties();
     for (const auto& [key, values] : props)
-        if (!values.isEmpty()) properties_[upper(key.to8Bit(true))] = values.front().to8Bit(true);
+        if (!values.isEmpty()) properties_[text::toUpper(key.to8Bit(true))] = values.front().to8Bit(true);
     if (auto* asfFile = dynamic_cast<TagLib::ASF::File*>(ref.file())) {
         if (auto* tag = asfFile->tag()) {
             for (const auto& [name, list] : tag->attributeListMap())
@@ -81,7 +77,7 @@ Status TagLibReader::attribute(const std::string& name, std::string& value) {
         value = it->second;
         return Status::success();
     }
-    const std::string key = upper(name);
+    const std::string key = text::toUpper(name);
     auto prop = [&](const char* p) {
         auto it = properties_.find(p);
         return it == properties_.end() ? std::string() : it->second;

@@ -1,5 +1,6 @@
 #include "platform/native/graph/Graph.h"
 
+#include "platform/Text.h"
 #include "platform/native/Registry.h"
 #include "platform/native/renderers/AudioRenderer.h"
 
@@ -16,9 +17,7 @@ using platform::GraphEvent;
 namespace {
 std::string lowerExt(const std::string& file) {
     auto dot = file.find_last_of('.');
-    std::string ext = dot == std::string::npos ? std::string() : file.substr(dot + 1);
-    for (auto& c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
-    return ext;
+    return dot == std::string::npos ? std::string() : text::toLower(file.substr(dot + 1));
 }
 } // namespace
 
