@@ -8,7 +8,7 @@
 //
 // Both helpers deliver their events on the control thread; the bookkeeping needs no lock.
 
-#include "control/Player.h"
+#include "control/PlayerCore.h"
 
 #include "platform/ItemName.h"
 #include "support/Text.h"
@@ -32,19 +32,19 @@ constexpr int64_t CueGiveUpMs = 5001;
 // events come from the platform's side of the event loop. The host may replace the helpers
 // (and so this sink) from inside an event, so nothing of the sink is read once the player
 // has been called.
-class Player::HelperSink : public platform::GraphHelperEvents {
+class PlayerCore::HelperSink : public platform::GraphHelperEvents {
 public:
-    HelperSink(Player& player, bool cue) : player_(player), cue_(cue) {}
+    HelperSink(PlayerCore& player, bool cue) : player_(player), cue_(cue) {}
 
     void threadEvent(int32_t left, int32_t right) override {
-        Player& player = player_;
+        PlayerCore& player = player_;
         if (cue_)
             deliver(player, [&] { player.cueHelperTick(left, right); });
         else
             deliver(player, [&] { player.helperTick(left, right); });
     }
     void endOfStream() override {
-        Player& player = player_;
+        PlayerCore& player = player_;
         if (cue_)
             deliver(player, [&] { player.cueHelperEnd(); });
         else
@@ -58,18 +58,18 @@ public:
     }
 
 private:
-    template <class F> static void deliver(Player& player, F&& body) {
+    template <class F> static void deliver(PlayerCore& player, F&& body) {
         try {
             Reentrance::InEvent fromPlatform(player.reentrance_);
             body();
         } catch (...) {
         }
     }
-    Player& player_;
+    PlayerCore& player_;
     bool cue_;
 };
 
-void Player::CreateHelpers() {
+void PlayerCore::CreateHelpers() {
     // A replaced helper may live on a little (the platform may still hold it); it must not
     // call into this player any more.
     if (Helper) Helper->setEvents(nullptr);
@@ -89,7 +89,7 @@ void Player::CreateHelpers() {
 
 // ---- Searches ----
 
-void Player::AutoCueSearch(const std::string& sFile) {
+void PlayerCore::AutoCueSearch(const std::string& sFile) {
     auto& ticks = platform_.ticks();
     const int32_t started = ticks.nowMs();
     const std::string file = sFile.empty() ? currentItem_ : sFile;
@@ -109,7 +109,7 @@ void Player::AutoCueSearch(const std::string& sFile) {
             " ms.");
 }
 
-platform::Status Player::StartSegueSearch(bool retryWithAsfReader) {
+platform::Status PlayerCore::StartSegueSearch(bool retryWithAsfReader) {
     // Each segue search gets a list of its own.
     const NameCollection filterNames;
     if (!retryWithAsfReader && UsingHaldenSource_)
@@ -119,7 +119,7 @@ platform::Status Player::StartSegueSearch(bool retryWithAsfReader) {
                                        retryWithAsfReader || UsingASFReader_, AutoSegThresh_);
 }
 
-void Player::AutoSegSearch() {
+void PlayerCore::AutoSegSearch() {
     // It runs after the cue result (or the give-up).
     if (AutoCueBusy_) {
         seguePending_ = true;
@@ -132,7 +132,7 @@ void Player::AutoSegSearch() {
 
 // ---- The CueHelper's events ----
 
-void Player::cueResult(int32_t positionMs) {
+void PlayerCore::cueResult(int32_t positionMs) {
     if (logging()) {
         const std::string dashes(58, '-');
         const int64_t took = int64_t{platform_.ticks().nowMs()} - cueSearchStart_;
@@ -159,15 +159,15 @@ void Player::cueResult(int32_t positionMs) {
     }
 }
 
-void Player::segueResult(int32_t positionMs) {
+void PlayerCore::segueResult(int32_t positionMs) {
     double seconds = positionMs / 1000.0;
     AutoSegPos_ = seconds;
     raiseEvent([&](PlayerEvents& e) { e.SegueFound(seconds); });
 }
 
-void Player::cueHelperEnd() { AutoCueBusy_ = false; }
+void PlayerCore::cueHelperEnd() { AutoCueBusy_ = false; }
 
-void Player::cueHelperTick(int32_t /*left*/, int32_t /*right*/) {
+void PlayerCore::cueHelperTick(int32_t /*left*/, int32_t /*right*/) {
     // The give-up: a pending segue search does not wait for ever for a cue result.
     if (cueSearchStart_ < 1 || !seguePending_) return;
     const int64_t waited = int64_t{platform_.ticks().nowMs()} - cueSearchStart_;

@@ -13,7 +13,7 @@
 // a re-entrant write that was left busy (one that failed) makes the outer write quit. Once the
 // write owns the load, a write from inside its events supersedes it (control/Reentrance.h).
 
-#include "control/Player.h"
+#include "control/PlayerCore.h"
 #include "platform/ItemName.h"
 
 #include "control/ProcessState.h"
@@ -57,9 +57,9 @@ private:
 
 } // namespace
 
-std::string Player::get_FileName() { return currentItem_; }
+std::string PlayerCore::get_FileName() { return currentItem_; }
 
-void Player::put_FileName(std::string& value) {
+void PlayerCore::put_FileName(std::string& value) {
     try {
         LoadItem(value);
     } catch (const Superseded&) {
@@ -69,7 +69,7 @@ void Player::put_FileName(std::string& value) {
     }
 }
 
-void Player::LogCheckpoint(int n) {
+void PlayerCore::LogCheckpoint(int n) {
     if (!logging()) return;
     const int64_t ms = int64_t{platform_.ticks().nowMs()} - loadStart_;
     // No blank between the count and its marker: operators' log filters expect it so.
@@ -77,7 +77,7 @@ void Player::LogCheckpoint(int n) {
         ") so far...");
 }
 
-void Player::LoadItem(const std::string& newNameArg) {
+void PlayerCore::LoadItem(const std::string& newNameArg) {
     // The host may change its own variable from inside an event; the load goes on with the
     // name it was given.
     const std::string newName = newNameArg;
@@ -99,7 +99,7 @@ void Player::LoadItem(const std::string& newNameArg) {
     reentrance_.stopIfSuperseded();
 }
 
-void Player::LoadItemSteps(const std::string& newName, Reentrance::Operation& load) {
+void PlayerCore::LoadItemSteps(const std::string& newName, Reentrance::Operation& load) {
     FlagScope writing(loading_);
     auto& ticks = platform_.ticks();
     auto elapsedSince = [&](int32_t start) {
@@ -225,7 +225,7 @@ void Player::LoadItemSteps(const std::string& newName, Reentrance::Operation& lo
     }
 }
 
-void Player::LoadSucceeded(const std::string& name) {
+void PlayerCore::LoadSucceeded(const std::string& name) {
     auto& ticks = platform_.ticks();
 
     if (logging()) Log(name + "Succeeded to build the graph.  ");
@@ -334,7 +334,7 @@ void Player::LoadSucceeded(const std::string& name) {
 }
 
 // The unload of an empty write.
-void Player::UnloadItem() {
+void PlayerCore::UnloadItem() {
     UsingASFReader_ = false;
     Log("NewFileName is NULL, so removesourcefilter et al...");
     m_Endraised = false;
@@ -349,7 +349,7 @@ void Player::UnloadItem() {
 
 // The failure path: the graph goes, the item is left empty and stopped. The load-busy
 // flag stays set until the next write clears it.
-void Player::FailLoad(const std::string& name) {
+void PlayerCore::FailLoad(const std::string& name) {
     // A pending error explains the failure best; without one, what the build left in
     // LastError stands.
     if (errPending()) LastError_ = Err.description;
@@ -375,7 +375,7 @@ void Player::FailLoad(const std::string& name) {
 
 // Whether a build that failed is tried once more through the other source filter. Without a
 // graph manager there is nothing to retry in. The one place where a failure rules the retry out.
-bool Player::RetryThroughOtherSource() {
+bool PlayerCore::RetryThroughOtherSource() {
     if (!MainGraphMan) return false;
     // A stream whose open was cancelled or answered for good would only reach the same server
     // again through the other source filter.
@@ -388,7 +388,7 @@ bool Player::RetryThroughOtherSource() {
 
 // Rate and pitch go to the pitch filter, or it passes the audio through: Windows Media streams
 // and a player told not to adjust pitch.
-void Player::ApplyPitchOptions(const std::string& name) {
+void PlayerCore::ApplyPitchOptions(const std::string& name) {
     auto* pitch = PitchControl();
     if (!pitch) return;
     if (!text::containsNoCase(name, "icyx://") && UsePitchAdjuster_) {

@@ -5,7 +5,7 @@
 // rate. Events are raised synchronously and hosts call back into the player from inside them,
 // so the transport guards itself with flags (stop-busy, seek, reload), never with locks.
 
-#include "control/Player.h"
+#include "control/PlayerCore.h"
 #include "platform/ItemName.h"
 
 #include "levels/Peaks.h"
@@ -39,18 +39,18 @@ constexpr int32_t GraphBusy = 558;
 
 } // namespace
 
-TimerClass1& Player::Stopwatch() {
+TimerClass1& PlayerCore::Stopwatch() {
     if (!stopwatch_) stopwatch_ = std::make_unique<TimerClass1>(platform_.ticks());
     return *stopwatch_;
 }
 
-platform::PitchShifterControl* Player::PitchControl() {
+platform::PitchShifterControl* PlayerCore::PitchControl() {
     return fPitchShifter ? fPitchShifter->pitchShifter() : nullptr;
 }
 
 // ---- Playstate ----
 
-void Player::SetPlaystate(PlayCondition newState) {
+void PlayerCore::SetPlaystate(PlayCondition newState) {
     stateChanging_ = true;
     m_Endraised = false;
     const PlayCondition oldState = playstate_;
@@ -76,7 +76,7 @@ void Player::SetPlaystate(PlayCondition newState) {
 }
 
 // What a graph teardown resets: nothing is playing and nothing has been timed.
-void Player::ResetPlaystateBookkeeping() {
+void PlayerCore::ResetPlaystateBookkeeping() {
     playstate_ = mpstopped;
     graphLoaded_ = false;
     cachedPosition_ = 0;
@@ -85,20 +85,20 @@ void Player::ResetPlaystateBookkeeping() {
 
 // A source whose pins all went (a stream start the host cancelled) plays nothing: running the
 // graph would report "playing" over silence.
-bool Player::SourceFeedsGraph() const {
+bool PlayerCore::SourceFeedsGraph() const {
     if (!fSourceFilter) return true;
     for (const auto& pin : fSourceFilter->pins())
         if (pin && pin->isConnected()) return true;
     return false;
 }
 
-void Player::ApplyStoredVolume() {
+void PlayerCore::ApplyStoredVolume() {
     if (MainGraphMan) trap(MainGraphMan->setVolume(storedVolume_));
 }
 
 // ---- Play ----
 
-bool Player::IsExpectedPlayError(int32_t number) {
+bool PlayerCore::IsExpectedPlayError(int32_t number) {
     switch (number) {
     case 0:                        // nothing loaded: there is no graph worth destroying
     case platform::hr::Timeout:    // the stream server was slow; the graph is sound
@@ -109,7 +109,7 @@ bool Player::IsExpectedPlayError(int32_t number) {
     }
 }
 
-void Player::Play() {
+void PlayerCore::Play() {
     if (logging()) Log(PrintFilters(MainGraphMan));
 
     // The volume again; a mute is re-applied with its own marker level.
@@ -209,7 +209,7 @@ void Player::Play() {
 
 // ---- Stop and pause ----
 
-void Player::StopPlaying() {
+void PlayerCore::StopPlaying() {
     // A stop from inside the events of a stop does nothing. The flag is held until the
     // playstate change has been raised, so that a host stopping from its PlayStateChange
     // handler does not recurse.
@@ -245,7 +245,7 @@ void Player::StopPlaying() {
     SetPlaystate(mpstopped);
 }
 
-void Player::Pause() {
+void PlayerCore::Pause() {
     if (!graphLoaded_) return;
 
     if (pflGraph_) {
@@ -281,7 +281,7 @@ void Player::Pause() {
 
 // ---- The helper's tick and end ----
 
-void Player::helperTick(int32_t left, int32_t right) {
+void PlayerCore::helperTick(int32_t left, int32_t right) {
     leftPeak_ = left;
     rightPeak_ = right;
 
@@ -306,7 +306,7 @@ void Player::helperTick(int32_t left, int32_t right) {
     if (get_Playstate() == MpPlaying) SilenceCheck(left, right);
 }
 
-void Player::helperEnd() {
+void PlayerCore::helperEnd() {
     // Once per play, and never for the end of a stream that Play is reloading.
     if (reloading_ || m_Endraised) return;
     if (events_) {
@@ -319,12 +319,12 @@ void Player::helperEnd() {
 
 // ---- Position, duration, elapsed time ----
 
-double Player::get_CurrentPosition() {
+double PlayerCore::get_CurrentPosition() {
     (void)get_Playstate();
     return cachedPosition_;
 }
 
-void Player::put_CurrentPosition(double& value) {
+void PlayerCore::put_CurrentPosition(double& value) {
     if (isAddress(currentItem_)) return;
     struct Seeking {
         bool& flag;
@@ -360,24 +360,24 @@ void Player::put_CurrentPosition(double& value) {
     }
 }
 
-double Player::get_GraphPosition() {
+double PlayerCore::get_GraphPosition() {
     double seconds = 0;
     if (!MainGraphMan || !MainGraphMan->currentPosition(seconds).ok()) return 0;
     return seconds;
 }
 
-double Player::get_GraphDuration() {
+double PlayerCore::get_GraphDuration() {
     double seconds = 0;
     if (!MainGraphMan || !MainGraphMan->duration(seconds).ok()) return 0;
     return seconds;
 }
 
-double Player::get_Duration() {
+double PlayerCore::get_Duration() {
     if (get_StreamingIsOnDemandFile()) return get_GraphDuration();
     return cachedDuration_;
 }
 
-float Player::get_Elapsed() {
+float PlayerCore::get_Elapsed() {
     try {
         return static_cast<float>(Stopwatch().get_ElapsedTime()) / 1000.0f;
     } catch (const AutomationError&) {
@@ -385,7 +385,7 @@ float Player::get_Elapsed() {
     }
 }
 
-void Player::put_ElapsedForcedChange(float& value) {
+void PlayerCore::put_ElapsedForcedChange(float& value) {
     value = value * 1000;
     // Milliseconds and the seconds already elapsed are added as they are: hosts send the
     // correction they have measured against this sum.
@@ -398,7 +398,7 @@ void Player::put_ElapsedForcedChange(float& value) {
 
 // ---- Volume and mute ----
 
-void Player::put_Volume(int32_t& value) {
+void PlayerCore::put_Volume(int32_t& value) {
     if (value > 0) value = 0;
     if (value > QuietestRemembered) storedVolume_ = value;
     if (graphLoaded_ && !pflGraph_) {
@@ -413,7 +413,7 @@ void Player::put_Volume(int32_t& value) {
     clearErr();
 }
 
-int32_t Player::get_Volume() {
+int32_t PlayerCore::get_Volume() {
     if (!graphLoaded_) return storedVolume_;
     const platform::GraphPtr& graph = pflGraph_ ? PFLGraphMan : MainGraphMan;
     int32_t level = 0;
@@ -421,12 +421,12 @@ int32_t Player::get_Volume() {
     return level;
 }
 
-void Player::put_mute(bool& value) {
+void PlayerCore::put_mute(bool& value) {
     if (!graphLoaded_ || !MainGraphMan) return;
     MainGraphMan->setVolume(value ? MuteLevel : storedVolume_);
 }
 
-bool Player::get_mute() {
+bool PlayerCore::get_mute() {
     if (!graphLoaded_ || !MainGraphMan) return false;
     int32_t level = 0;
     if (!MainGraphMan->volume(level).ok()) return false;
@@ -435,7 +435,7 @@ bool Player::get_mute() {
 
 // ---- Rate ----
 
-void Player::put_Rate(double& value) {
+void PlayerCore::put_Rate(double& value) {
     // Fast play is allowed only where the marker file is.
     auto& services = platform_.operatorServices();
     if (value >= 1.1 && services.fileExists(services.markerFilePath())) value = 2.0;
@@ -467,7 +467,7 @@ void Player::put_Rate(double& value) {
     }
 }
 
-double Player::get_Rate() {
+double PlayerCore::get_Rate() {
     if (pitchCarriesRate_) return 1.0;
     double rate = 0;
     if (!MainGraphMan) return cachedRate_;

@@ -8,7 +8,7 @@
 
 #include "devices/Routing.h"
 
-#include "control/Player.h"
+#include "control/PlayerCore.h"
 #include "control/ProcessState.h"
 #include "devices/clsCards.h"
 #include "devices/clsEnumFilters.h"
@@ -64,7 +64,7 @@ constexpr int32_t kNullRenderFailed = 963;
 
 // ---- The catalogue and its events ----------------------------------------------------------
 
-CardsEvents Player::CardsEventsForThisPlayer() {
+CardsEvents PlayerCore::CardsEventsForThisPlayer() {
     CardsEvents sink;
     sink.GotFiltersWeNeed = [this](FilterCatalogue& found, NameCollection& weNeed) {
         OnCardsGotFiltersWeNeed(found, weNeed);
@@ -81,14 +81,14 @@ CardsEvents Player::CardsEventsForThisPlayer() {
     return sink;
 }
 
-void Player::OnCardsGotFiltersWeNeed(FilterCatalogue& /*found*/, NameCollection& weNeed) {
+void PlayerCore::OnCardsGotFiltersWeNeed(FilterCatalogue& /*found*/, NameCollection& weNeed) {
     // Kept alive across the event: the host may replace the list from inside.
     const std::shared_ptr<NameCollection> names = std::make_shared<NameCollection>(weNeed);
     FilterNamesWeNeed_ = names;
     raiseEvent([&](PlayerEvents& e) { e.GotTheFiltersWeNeed(*names); });
 }
 
-clsCards& Player::Cards() {
+clsCards& PlayerCore::Cards() {
     PlayerProcessState& process = Process();
     if (!process.cards) {
         // Stored before the detection runs, so that a host re-entering from a progress event
@@ -100,11 +100,11 @@ clsCards& Player::Cards() {
     return *process.cards;
 }
 
-const FilterCatalogue& Player::colDShowFilters() { return Cards().Filters(); }
+const FilterCatalogue& PlayerCore::colDShowFilters() { return Cards().Filters(); }
 
 // ---- Device lists ----------------------------------------------------------------------------
 
-SoundCardCollection Player::QuerySoundCards(bool ForceEnum) {
+SoundCardCollection PlayerCore::QuerySoundCards(bool ForceEnum) {
     try {
         if (ForceEnum || !soundCards_) {
             // A catalogue made just now has detected already: its cards are fresh.
@@ -121,11 +121,11 @@ SoundCardCollection Player::QuerySoundCards(bool ForceEnum) {
     }
 }
 
-void Player::putref_SetSoundCardCollection(const SoundCardCollection& value) {
+void PlayerCore::putref_SetSoundCardCollection(const SoundCardCollection& value) {
     soundCards_ = std::make_unique<SoundCardCollection>(value);
 }
 
-SoundCardCollection Player::EnumRenders(bool ForceRefresh) {
+SoundCardCollection PlayerCore::EnumRenders(bool ForceRefresh) {
     try {
         if (ForceRefresh || !renderEnum_) {
             platform_.catalogue().refresh();
@@ -151,7 +151,7 @@ SoundCardCollection Player::EnumRenders(bool ForceRefresh) {
     }
 }
 
-std::optional<clsDShowRender> Player::FindDevice(const std::string& name) {
+std::optional<clsDShowRender> PlayerCore::FindDevice(const std::string& name) {
     if (!soundCards_) QuerySoundCards(false);
     const bool speakerPair = routing::BaseDeviceName(name) != name;
     if (speakerPair) {
@@ -164,9 +164,9 @@ std::optional<clsDShowRender> Player::FindDevice(const std::string& name) {
     return std::nullopt;
 }
 
-bool Player::DeviceExists(const std::string& name) { return FindDevice(name).has_value(); }
+bool PlayerCore::DeviceExists(const std::string& name) { return FindDevice(name).has_value(); }
 
-bool Player::DefaultSoundDeviceExists() {
+bool PlayerCore::DefaultSoundDeviceExists() {
     try {
         if (!soundCards_ || soundCards_->empty()) {
             clsEnumFilters enummer(platform_);
@@ -190,7 +190,7 @@ bool Player::DefaultSoundDeviceExists() {
 
 // ---- Main output -----------------------------------------------------------------------------
 
-bool Player::SetSoundcard(std::string& NewSoundCardName) {
+bool PlayerCore::SetSoundcard(std::string& NewSoundCardName) {
     try {
         // Not while an item is loaded or playing. True all the same: the host counts the call
         // as handled.
@@ -207,7 +207,7 @@ bool Player::SetSoundcard(std::string& NewSoundCardName) {
     }
 }
 
-bool Player::RouteMainOutput(const std::string& name) {
+bool PlayerCore::RouteMainOutput(const std::string& name) {
     const bool isDefault = routing::IsDefaultDevice(name);
 
     // Already there?
@@ -268,7 +268,7 @@ bool Player::RouteMainOutput(const std::string& name) {
     return result;
 }
 
-std::string Player::GetMainSoundcard() {
+std::string PlayerCore::GetMainSoundcard() {
     std::string result = SurroundRenderName_.empty() ? mainCardName_ : SurroundRenderName_;
     // An empty main card name always reads as the default, whatever else is set.
     if (mainCardName_.empty()) result = kDefaultDevice;
@@ -277,7 +277,7 @@ std::string Player::GetMainSoundcard() {
 
 // ---- PFL output ------------------------------------------------------------------------------
 
-bool Player::SetPFLSoundcard(std::string& NewPFLCard) {
+bool PlayerCore::SetPFLSoundcard(std::string& NewPFLCard) {
     try {
         // Paused counts as busy here too.
         if (get_Playstate() != mpstopped) {
@@ -292,7 +292,7 @@ bool Player::SetPFLSoundcard(std::string& NewPFLCard) {
     }
 }
 
-bool Player::RoutePflOutput(const std::string& name) {
+bool PlayerCore::RoutePflOutput(const std::string& name) {
     const bool isDefault = routing::IsDefaultDevice(name);
 
     // Already there?
@@ -325,25 +325,25 @@ bool Player::RoutePflOutput(const std::string& name) {
     return true;
 }
 
-std::string Player::GetPFLSoundcard() { return pflCardName_.empty() ? kDefaultDevice : pflCardName_; }
+std::string PlayerCore::GetPFLSoundcard() { return pflCardName_.empty() ? kDefaultDevice : pflCardName_; }
 
-bool Player::PFLButtonRequired() const {
+bool PlayerCore::PFLButtonRequired() const {
     return fPFLSoundCard && !pflCardName_.empty() && !routing::IsDefaultDevice(pflCardName_);
 }
 
-void Player::RaiseIsPFLButtonRequired(bool required) {
+void PlayerCore::RaiseIsPFLButtonRequired(bool required) {
     raiseEvent([&](PlayerEvents& e) { e.IsPFLButtonRequired(required); });
 }
 
 // ---- Dummy output ----------------------------------------------------------------------------
 
-void Player::SoundCardNullSet() {
+void PlayerCore::SoundCardNullSet() {
     // The dummy device is not remembered as the main device: SoundCardRouterSet returns to it.
     if (!AddSoundCard(kDummyDevice, false, false))
         raise(kNullRenderFailed, "SoundCardRouterSet: Unexpected: Should ALWAYS be able to render to NULL (Dummy)!");
 }
 
-void Player::SoundCardRouterSet() {
+void PlayerCore::SoundCardRouterSet() {
     try {
         AddSoundCard(GetMainSoundcard(), false);
     } catch (const std::exception& e) {
@@ -353,7 +353,7 @@ void Player::SoundCardRouterSet() {
 
 // ---- Pending devices -------------------------------------------------------------------------
 
-void Player::ApplyPendingSoundCards() {
+void PlayerCore::ApplyPendingSoundCards() {
     try {
         if (!pendingMainCard_.empty()) {
             const std::string name = std::exchange(pendingMainCard_, std::string());
@@ -387,7 +387,7 @@ platform::PinPtr rendererInputPin(const platform::FilterPtr& renderer) {
 }
 } // namespace
 
-bool Player::AddSoundCard(const std::string& name, bool forPFL, bool remember) {
+bool PlayerCore::AddSoundCard(const std::string& name, bool forPFL, bool remember) {
     // The default device under any of its spellings.
     const std::string device =
         name.empty() || text::containsNoCase(name, kDefaultDevice) ? std::string(kDefaultDevice) : name;

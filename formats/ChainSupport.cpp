@@ -1,6 +1,6 @@
 #include "formats/ChainSupport.h"
 
-#include "control/Player.h"
+#include "control/PlayerCore.h"
 
 namespace corvid::formats {
 
@@ -49,7 +49,7 @@ constexpr int32_t kNoSuchEntry = 5;
 constexpr const char* kNoSuchEntryText = "Invalid procedure call or argument";
 } // namespace
 
-platform::FilterPtr Player::CreateSampleGrabberTrapped() {
+platform::FilterPtr PlayerCore::CreateSampleGrabberTrapped() {
     try {
         return CreateSampleGrabber();
     } catch (const AutomationError& e) {
@@ -58,7 +58,7 @@ platform::FilterPtr Player::CreateSampleGrabberTrapped() {
     }
 }
 
-void Player::RemoveFilterTrapped(const platform::FilterPtr& filter) {
+void PlayerCore::RemoveFilterTrapped(const platform::FilterPtr& filter) {
     if (!filter || !MainGraphMan) {
         trap(formats::noObject());
         return;
@@ -66,7 +66,7 @@ void Player::RemoveFilterTrapped(const platform::FilterPtr& filter) {
     trap(MainGraphMan->removeFilter(filter));
 }
 
-platform::CatalogueEntryPtr Player::TakeCatalogueEntry(const std::string& displayName) {
+platform::CatalogueEntryPtr PlayerCore::TakeCatalogueEntry(const std::string& displayName) {
     const platform::CatalogueEntryPtr* entry = colDShowFilters().find(displayName);
     if (!entry || !*entry) {
         trapError(kNoSuchEntry, kNoSuchEntryText);
@@ -75,7 +75,7 @@ platform::CatalogueEntryPtr Player::TakeCatalogueEntry(const std::string& displa
     return *entry;
 }
 
-platform::FilterPtr Player::AddCatalogueInstance(const platform::CatalogueEntryPtr& entry) {
+platform::FilterPtr PlayerCore::AddCatalogueInstance(const platform::CatalogueEntryPtr& entry) {
     if (!entry || !MainGraphMan) {
         trap(formats::noObject());
         return nullptr;
@@ -87,13 +87,13 @@ platform::FilterPtr Player::AddCatalogueInstance(const platform::CatalogueEntryP
 
 // A chain's clean-up takes the source out without losing the failure that sent it there: the
 // dispatcher reports that failure once every chain has been tried.
-void Player::RemoveSourceFilterKeepingError() {
+void PlayerCore::RemoveSourceFilterKeepingError() {
     PendingError failure = Err;
     RemoveSourceFilter();
     Err = failure;
 }
 
-std::string Player::ErrText() const {
+std::string PlayerCore::ErrText() const {
     return std::to_string(Err.number) + " " + Err.description;
 }
 

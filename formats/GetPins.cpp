@@ -1,14 +1,14 @@
 // GetPins, with which every chain finds a filter's pins, and the two properties that say which
 // reader the current item was loaded into (the MP3 chain routes by them).
 
-#include "control/Player.h"
+#include "control/PlayerCore.h"
 #include "formats/ChainSupport.h"
 
 namespace corvid {
 
 // The last input pin and the last output pin of the filter's list win; a filter that is not
 // there leaves both pins empty.
-void Player::GetPins(platform::PinPtr& inPin, platform::PinPtr& outPin,
+void PlayerCore::GetPins(platform::PinPtr& inPin, platform::PinPtr& outPin,
                      const platform::FilterPtr& filter) {
     inPin.reset();
     outPin.reset();
@@ -22,7 +22,7 @@ void Player::GetPins(platform::PinPtr& inPin, platform::PinPtr& outPin,
     }
 }
 
-bool Player::TakeSourcePin(platform::PinPtr& sourcePin, const std::string& fileName,
+bool PlayerCore::TakeSourcePin(platform::PinPtr& sourcePin, const std::string& fileName,
                            bool mustUseAsfReader, const SourcePinTexts& texts) {
     if (!sourcePin) {
         if (AddSourceFilter(fileName, mustUseAsfReader))
@@ -39,8 +39,8 @@ bool Player::TakeSourcePin(platform::PinPtr& sourcePin, const std::string& fileN
     return true;
 }
 
-bool Player::get_UsingHaldenSource() { return UsingHaldenSource_; }
+bool PlayerCore::get_UsingHaldenSource() { return UsingHaldenSource_; }
 
-bool Player::get_UsingASFReader() { return UsingASFReader_; }
+bool PlayerCore::get_UsingASFReader() { return UsingASFReader_; }
 
 } // namespace corvid

@@ -10,7 +10,7 @@
 // Message texts mix "Connectmp3Filters" and "ConnectMp3Filters"; operators search the logs
 // for them, so they stay as they are.
 
-#include "control/Player.h"
+#include "control/PlayerCore.h"
 #include "devices/FilterNames.h"
 #include "formats/ChainSupport.h"
 #include "support/Text.h"
@@ -32,7 +32,7 @@ enum class Mp3Next {
 };
 } // namespace
 
-bool Player::ConnectMp3Filters(platform::PinPtr& sourcePin, platform::PinPtr& splitterIn,
+bool PlayerCore::ConnectMp3Filters(platform::PinPtr& sourcePin, platform::PinPtr& splitterIn,
                                platform::FilterPtr& splitter, platform::PinPtr& decoderIn,
                                platform::PinPtr& decoderOut, platform::PinPtr& sgIn,
                                platform::PinPtr& sgOut, platform::PinPtr& renderIn,

@@ -4,7 +4,7 @@
 // for the dispatcher. "ConnectMp4Filters", "Connectmp4Filters" and "Connectmp4filters" are
 // the texts operators know; they stay mixed.
 
-#include "control/Player.h"
+#include "control/PlayerCore.h"
 #include "devices/FilterNames.h"
 #include "formats/ChainSupport.h"
 #include "support/Text.h"
@@ -18,7 +18,7 @@ constexpr const char* kParserWouldNotConnect =
     "Connectmp4Filters: parser out pin would not connect directly to decoder, trying intelligent connect...";
 } // namespace
 
-void Player::RemoveMp4Filters() {
+void PlayerCore::RemoveMp4Filters() {
     const PendingError kept = Err;
     RemoveFilterTrapped(fMp4Parser);
     RemoveFilterTrapped(fMp4Decoder);
@@ -27,7 +27,7 @@ void Player::RemoveMp4Filters() {
 
 // A failure of either addition ends it with ok false and that failure pending; an error that
 // was pending before is not taken for one of ours.
-void Player::AddMp4Filters(bool& force, bool& ok) {
+void PlayerCore::AddMp4Filters(bool& force, bool& ok) {
     ok = false;
     const PendingError before = Err;
     clearErr();
@@ -42,7 +42,7 @@ void Player::AddMp4Filters(bool& force, bool& ok) {
     ok = fMp4Parser && fMp4Decoder;
 }
 
-bool Player::ConnectMp4Filters(platform::PinPtr& sourcePin, platform::PinPtr& sgIn,
+bool PlayerCore::ConnectMp4Filters(platform::PinPtr& sourcePin, platform::PinPtr& sgIn,
                                platform::PinPtr& sgOut, platform::PinPtr& renderIn,
                                platform::FilterPtr& sampleGrabber, const std::string& fileName) {
     using namespace formats;
@@ -127,7 +127,7 @@ bool Player::ConnectMp4Filters(platform::PinPtr& sourcePin, platform::PinPtr& sg
     return true;
 }
 
-bool Player::IsMp4Capable(bool ForceRefresh) {
+bool PlayerCore::IsMp4Capable(bool ForceRefresh) {
     if (ForceRefresh) QuerySoundCards(true);
     return colDShowFilters().Contains(kMp4Parser) && colDShowFilters().Contains(kMp4Decoder);
 }

@@ -3,7 +3,7 @@
 // a machine: they are added for each attempt and taken out again when it fails. Names ending
 // in "lac" come here too when the dispatcher routes them.
 
-#include "control/Player.h"
+#include "control/PlayerCore.h"
 #include "devices/FilterNames.h"
 #include "formats/ChainSupport.h"
 #include "support/Text.h"
@@ -17,14 +17,14 @@ namespace {
 
 // Leaves the pending error as it found it: a filter that is no longer in the graph is not a
 // failure of the caller's work.
-void Player::RemoveVorbisFilters() {
+void PlayerCore::RemoveVorbisFilters() {
     const PendingError kept = Err;
     RemoveFilterTrapped(fVorbisDecoder);
     RemoveFilterTrapped(fVorbisSplitter);
     Err = kept;
 }
 
-void Player::AddVorbisFilters(bool& force, bool& ok) {
+void PlayerCore::AddVorbisFilters(bool& force, bool& ok) {
     clearErr();
     if (force) vorbisReady_ = false;
     if (fVorbisDecoder && vorbisReady_) { // still in place from the last call
@@ -69,7 +69,7 @@ void Player::AddVorbisFilters(bool& force, bool& ok) {
     ok = !failed;
 }
 
-bool Player::ConnectOggFilters(platform::PinPtr& sourcePin, platform::PinPtr& sgIn,
+bool PlayerCore::ConnectOggFilters(platform::PinPtr& sourcePin, platform::PinPtr& sgIn,
                                platform::PinPtr& sgOut, platform::PinPtr& renderIn,
                                const std::string& fileName) {
     using namespace formats;
@@ -150,7 +150,7 @@ bool Player::ConnectOggFilters(platform::PinPtr& sourcePin, platform::PinPtr& sg
     return true;
 }
 
-bool Player::IsOggCapable(bool ForceRefresh) {
+bool PlayerCore::IsOggCapable(bool ForceRefresh) {
     if (ForceRefresh) QuerySoundCards(true);
 
     // With a refresh, each filter must also prove that it can be made.

@@ -7,12 +7,12 @@
 // audio that needs no decoder) feeds the sound card, and a new grabber is left unconnected in
 // the graph so that the rest of the player still finds one.
 
-#include "control/Player.h"
+#include "control/PlayerCore.h"
 #include "platform/ItemName.h"
 #include "devices/FilterNames.h"
 #include "formats/ChainSupport.h"
 #include "platform/ItemName.h"
-#include "support/AutomationError.h"
+#include <corvid/AutomationError.h>
 #include "support/Text.h"
 #include "support/TimerClass1.h"
 
@@ -20,7 +20,7 @@
 
 namespace corvid {
 
-bool Player::ConnectStreamFilters(platform::PinPtr& sourcePin, platform::PinPtr& decoderIn,
+bool PlayerCore::ConnectStreamFilters(platform::PinPtr& sourcePin, platform::PinPtr& decoderIn,
                                   platform::PinPtr& decoderOut, platform::PinPtr& sgIn,
                                   platform::PinPtr& sgOut, platform::PinPtr& renderIn,
                                   platform::FilterPtr& sampleGrabber, const std::string& fileName) {
@@ -92,7 +92,7 @@ bool Player::ConnectStreamFilters(platform::PinPtr& sourcePin, platform::PinPtr&
 // Buffering phases: idle (-1) until a positive report, buffering until 100 or -1. The
 // play-time stopwatch runs only while the stream is not buffering. Every test below looks at
 // the percentage as it was when the report came in.
-void Player::IShoutcastCallback_StreamBuffering(int32_t BufferPercentFull) {
+void PlayerCore::IShoutcastCallback_StreamBuffering(int32_t BufferPercentFull) {
     const int32_t was = bufferingPercent_;
     const int32_t now = BufferPercentFull;
     auto playTime = [&]() -> TimerClass1& {
@@ -120,7 +120,7 @@ void Player::IShoutcastCallback_StreamBuffering(int32_t BufferPercentFull) {
     if (now == 100) bufferingPercent_ = -1;
 }
 
-void Player::IShoutcastCallback_MetaChangeCallback(const std::string& sArtistTitle,
+void PlayerCore::IShoutcastCallback_MetaChangeCallback(const std::string& sArtistTitle,
                                                    const std::string& sURL,
                                                    const std::string& sFullMeta) {
     std::string artistTitle = sArtistTitle;
@@ -129,14 +129,14 @@ void Player::IShoutcastCallback_MetaChangeCallback(const std::string& sArtistTit
     raiseEvent([&](PlayerEvents& e) { e.ShoutCastMeta(artistTitle, url, fullMeta); });
 }
 
-void Player::IShoutcastCallback_OdStreamSeg(double Seg) {
+void PlayerCore::IShoutcastCallback_OdStreamSeg(double Seg) {
     raiseEvent([&](PlayerEvents& e) { e.StreamOnDemandSegFound(Seg); });
 }
 
 // The stream client calls these. An error of ours goes back to the client, which does not
 // look at it, as it would from any callback; the host sees it only when it calls the public
 // member itself. They come from the event loop, in a context of their own like a host's.
-void Player::StreamBuffering(int32_t bufferPercentFull) {
+void PlayerCore::StreamBuffering(int32_t bufferPercentFull) {
     Reentrance::InEvent fromPlatform(reentrance_);
     try {
         IShoutcastCallback_StreamBuffering(bufferPercentFull);
@@ -144,34 +144,34 @@ void Player::StreamBuffering(int32_t bufferPercentFull) {
     }
 }
 
-void Player::MetaChangeCallback(const std::string& artistTitle, const std::string& url,
+void PlayerCore::MetaChangeCallback(const std::string& artistTitle, const std::string& url,
                                 const std::string& fullMeta) {
     Reentrance::InEvent fromPlatform(reentrance_);
     IShoutcastCallback_MetaChangeCallback(artistTitle, url, fullMeta);
 }
 
-void Player::OdStreamSeg(double seg) {
+void PlayerCore::OdStreamSeg(double seg) {
     Reentrance::InEvent fromPlatform(reentrance_);
     IShoutcastCallback_OdStreamSeg(seg);
 }
 
 // ---- Stream properties ----------------------------------------------------------------------
 
-bool Player::get_isStreaming() { return item::isAddress(get_FileName()); }
+bool PlayerCore::get_isStreaming() { return item::isAddress(get_FileName()); }
 
-int16_t Player::get_StreamBufferingPercent() { return bufferingPercent_; }
+int16_t PlayerCore::get_StreamBufferingPercent() { return bufferingPercent_; }
 
-bool Player::get_TryingToPlay() { return TryingToPlay_; }
+bool PlayerCore::get_TryingToPlay() { return TryingToPlay_; }
 
-bool Player::get_StreamingCanCancelPlay() { return streamControl_ && streamControl_->canCancel(); }
+bool PlayerCore::get_StreamingCanCancelPlay() { return streamControl_ && streamControl_->canCancel(); }
 
-void Player::StreamingCancelPlay() {
+void PlayerCore::StreamingCancelPlay() {
     if (get_StreamingCanCancelPlay()) streamControl_->cancel();
 }
 
 // A live stream reports a duration of exactly 525600 seconds (a year in minutes, the stream
 // client's marker); an on-demand file reports its real length.
-bool Player::get_StreamingIsOnDemandFile() {
+bool PlayerCore::get_StreamingIsOnDemandFile() {
     constexpr double kLiveStreamDuration = 525600.0;
     if (!get_isStreaming() || !MainGraphMan) return false;
     double seconds = 0;

@@ -4,12 +4,12 @@
 // as numbered errors; the dispatcher catches them. The numbers follow the order in which the
 // checks were first written, not the order in which they run.
 
-#include "control/Player.h"
+#include "control/PlayerCore.h"
 #include "formats/ChainSupport.h"
 
 namespace corvid {
 
-void Player::InsertSurroundFilter(platform::PinPtr& renderInPin) {
+void PlayerCore::InsertSurroundFilter(platform::PinPtr& renderInPin) {
     using namespace formats;
 
     if (get_SurroundRenderName().empty()) return;

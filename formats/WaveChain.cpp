@@ -5,13 +5,13 @@
 // Messages say "ConnectWavFilters", "ConnectWaveFilters" and, once, "ConnectWMAFilters", with
 // their double blanks: operators know them by these texts.
 
-#include "control/Player.h"
+#include "control/PlayerCore.h"
 #include "devices/FilterNames.h"
 #include "formats/ChainSupport.h"
 
 namespace corvid {
 
-bool Player::ConnectWaveFilters(platform::PinPtr& sourcePin, platform::PinPtr& waveParserIn,
+bool PlayerCore::ConnectWaveFilters(platform::PinPtr& sourcePin, platform::PinPtr& waveParserIn,
                                 platform::FilterPtr& waveParser, platform::PinPtr& sgIn,
                                 platform::PinPtr& sgOut, platform::PinPtr& renderIn,
                                 platform::FilterPtr& sampleGrabber, const std::string& fileName) {

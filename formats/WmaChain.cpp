@@ -3,12 +3,12 @@
 // converter. Each failure writes the whole of LastError to the log, so the line that reaches
 // the operator carries what the earlier chains tried too.
 
-#include "control/Player.h"
+#include "control/PlayerCore.h"
 #include "formats/ChainSupport.h"
 
 namespace corvid {
 
-bool Player::ConnectWMAFilters(platform::PinPtr& sourcePin, platform::PinPtr& sgIn,
+bool PlayerCore::ConnectWMAFilters(platform::PinPtr& sourcePin, platform::PinPtr& sgIn,
                                platform::PinPtr& sgOut, platform::PinPtr& renderIn,
                                const std::string& fileName) {
     using namespace formats;

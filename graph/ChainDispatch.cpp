@@ -2,7 +2,7 @@
 // order the others are tried when it fails, and, as the last resort where the caller allows
 // it, letting the platform render the item by itself.
 
-#include "control/Player.h"
+#include "control/PlayerCore.h"
 #include "control/ProcessState.h"
 #include "devices/FilterNames.h"
 
@@ -35,7 +35,7 @@ FirstChoice firstChoiceFor(const std::string& fileName) {
 
 } // namespace
 
-bool Player::ConnectGraphFilters(const std::string& FileName, bool CanUseAutoRender, bool bMustUseASFReader) {
+bool PlayerCore::ConnectGraphFilters(const std::string& FileName, bool CanUseAutoRender, bool bMustUseASFReader) {
     ChainPins pins;
     bool usingWM = bMustUseASFReader || UsingASFReader_;
     try {
@@ -102,7 +102,7 @@ bool Player::ConnectGraphFilters(const std::string& FileName, bool CanUseAutoRen
     return ChainDispatchFailed();
 }
 
-bool Player::ConnectFallbackChains(ChainPins& pins, bool& usingWM, const std::string& FileName,
+bool PlayerCore::ConnectFallbackChains(ChainPins& pins, bool& usingWM, const std::string& FileName,
                                    bool CanUseAutoRender) {
     RaisePlayerLogInfo("ConnectGraphFilters: ConnectGraphFilters failed: " + LastError_);
 
@@ -142,7 +142,7 @@ bool Player::ConnectFallbackChains(ChainPins& pins, bool& usingWM, const std::st
     return standing;
 }
 
-bool Player::ChainDispatchFailed() {
+bool PlayerCore::ChainDispatchFailed() {
     // The reason is added to what the chains already wrote.
     LastError_ = LastError_ + "\r\n" + "ConnectGraphFilters Failed: " + std::to_string(Err.number) + " " +
                  Err.description;
@@ -158,7 +158,7 @@ bool Player::ChainDispatchFailed() {
 
 // ---- Chain pins ------------------------------------------------------------------------------
 
-bool Player::GatherChainPins(ChainPins& pins) {
+bool PlayerCore::GatherChainPins(ChainPins& pins) {
     const auto bail = [&](const char* text) {
         Log(text);
         return false;
@@ -217,7 +217,7 @@ bool Player::GatherChainPins(ChainPins& pins) {
 }
 
 // Before every chain: a chain that lost the sample grabber gets a new one.
-void Player::RecreateGrabberIfMissing(ChainPins& pins) {
+void PlayerCore::RecreateGrabberIfMissing(ChainPins& pins) {
     if (fSampleGrabber) return;
     fSampleGrabber = CreateSampleGrabber();
     pins.grabber = fSampleGrabber;
@@ -225,21 +225,21 @@ void Player::RecreateGrabberIfMissing(ChainPins& pins) {
 }
 
 // Between fallbacks: the source goes, and the next chain adds its own.
-void Player::ForgetSourceForNextChain(ChainPins& pins) {
+void PlayerCore::ForgetSourceForNextChain(ChainPins& pins) {
     RemoveSourceFilter();
     pins.source.reset();
     RecreateGrabberIfMissing(pins);
 }
 
 // The chains that hand back what they changed: the player takes it over.
-void Player::SyncChainPins(ChainPins& pins) {
+void PlayerCore::SyncChainPins(ChainPins& pins) {
     SoundCardInPin = pins.renderIn;
     SampleGrabberInPin = pins.sgIn;
     SampleGrabberOutPin = pins.sgOut;
     if (fSampleGrabber != pins.grabber) pins.grabber = fSampleGrabber;
 }
 
-bool Player::TryMp3Chain(ChainPins& pins, bool& usingWM, const std::string& FileName) {
+bool PlayerCore::TryMp3Chain(ChainPins& pins, bool& usingWM, const std::string& FileName) {
     const bool standing = ConnectMp3Filters(pins.source, pins.splitterIn, fMpegSplitter, pins.decoderIn,
                                             pins.decoderOut, pins.sgIn, pins.sgOut, pins.renderIn, pins.grabber,
                                             usingWM, FileName);
@@ -247,20 +247,20 @@ bool Player::TryMp3Chain(ChainPins& pins, bool& usingWM, const std::string& File
     return standing;
 }
 
-bool Player::TryWaveChain(ChainPins& pins, const std::string& FileName) {
+bool PlayerCore::TryWaveChain(ChainPins& pins, const std::string& FileName) {
     const bool standing = ConnectWaveFilters(pins.source, pins.waveParserIn, fWaveParser, pins.sgIn, pins.sgOut,
                                              pins.renderIn, pins.grabber, FileName);
     SyncChainPins(pins);
     return standing;
 }
 
-bool Player::TryWmaChain(ChainPins& pins, const std::string& FileName) {
+bool PlayerCore::TryWmaChain(ChainPins& pins, const std::string& FileName) {
     const bool standing = ConnectWMAFilters(pins.source, pins.sgIn, pins.sgOut, pins.renderIn, FileName);
     SyncChainPins(pins);
     return standing;
 }
 
-bool Player::TryOggChain(ChainPins& pins, const std::string& FileName) {
+bool PlayerCore::TryOggChain(ChainPins& pins, const std::string& FileName) {
     const bool standing = ConnectOggFilters(pins.source, pins.sgIn, pins.sgOut, pins.renderIn, FileName);
     SyncChainPins(pins);
     return standing;
@@ -268,7 +268,7 @@ bool Player::TryOggChain(ChainPins& pins, const std::string& FileName) {
 
 // ---- RenderAutomatically ---------------------------------------------------------------------
 
-bool Player::RenderAutomatically(const std::string& FileName, platform::PinPtr& sgIn, platform::PinPtr& sgOut) {
+bool PlayerCore::RenderAutomatically(const std::string& FileName, platform::PinPtr& sgIn, platform::PinPtr& sgOut) {
     // Only where the host allows the platform's own choice of filters.
     if (!Process().AutoRenderAllowed) {
         LastError_ += "\r\n" + FileName + " would need to be automatically rendered, but the setting is disabled.";
@@ -363,7 +363,7 @@ bool Player::RenderAutomatically(const std::string& FileName, platform::PinPtr& 
     return RenderAutomaticallyFailed(failure, grabberRemoved);
 }
 
-bool Player::RenderAutomaticallyFailed(const PendingError& failure, bool grabberRemoved) {
+bool PlayerCore::RenderAutomaticallyFailed(const PendingError& failure, bool grabberRemoved) {
     // Never leave the graph without its grabber if that can be helped.
     Log("Errored in RenderAutomatically: " + std::to_string(failure.number) + " " + failure.description);
     if (grabberRemoved && (!fSampleGrabber || !MainGraphMan ||

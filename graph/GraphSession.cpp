@@ -5,7 +5,7 @@
 // back into the player meanwhile. The busy guard keeps those calls from creating, emptying or
 // destroying the graph under the waiting source: they fail with error 558 instead.
 
-#include "control/Player.h"
+#include "control/PlayerCore.h"
 #include "control/ProcessState.h"
 
 #include "devices/clsCards.h"
@@ -37,14 +37,14 @@ int32_t elapsedMs(int32_t start, int32_t now) {
 
 // ---- Busy guard ------------------------------------------------------------------------------
 
-void Player::BusyGuard(const char* refusal, bool quoteItem) {
+void PlayerCore::BusyGuard(const char* refusal, bool quoteItem) {
     if (!AddingSourceFilter) return;
     raise(kBusy, quoteItem ? refusal + addingItemName_ : std::string(refusal));
 }
 
 // ---- CreateNewGraph --------------------------------------------------------------------------
 
-void Player::CreateNewGraph(bool MakinPFLGraph) {
+void PlayerCore::CreateNewGraph(bool MakinPFLGraph) {
     {
         Reentrance::Operation replace(reentrance_);
         try {
@@ -63,7 +63,7 @@ void Player::CreateNewGraph(bool MakinPFLGraph) {
     reentrance_.stopIfSuperseded();
 }
 
-void Player::ReplaceGraph(bool MakinPFLGraph) {
+void PlayerCore::ReplaceGraph(bool MakinPFLGraph) {
     BusyGuard(kBusyCreate, false);
 
     // The pre-fade-listen graph is replaced on its own; the main graph stays.
@@ -104,7 +104,7 @@ void Player::ReplaceGraph(bool MakinPFLGraph) {
 
 // ---- BuildGraph ------------------------------------------------------------------------------
 
-bool Player::BuildGraph(const std::string& FileName, bool bMustUseASFReader, bool CanUseAutoRender) {
+bool PlayerCore::BuildGraph(const std::string& FileName, bool bMustUseASFReader, bool CanUseAutoRender) {
     auto& ticks = platform_.ticks();
     int32_t started = ticks.nowMs();
     // The text that the failure path logs: the last timing line or the step under way.
@@ -196,7 +196,7 @@ bool Player::BuildGraph(const std::string& FileName, bool bMustUseASFReader, boo
     return failed();
 }
 
-bool Player::BuildGraphFailed(const std::string& pendingMessage) {
+bool PlayerCore::BuildGraphFailed(const std::string& pendingMessage) {
     // The reason goes to LastError, the graph is left disconnected for the next item.
     if (errPending())
         LastError_ = "BuildGraph: FAIL: In error handler (err = " + Err.description + " " +
@@ -215,7 +215,7 @@ bool Player::BuildGraphFailed(const std::string& pendingMessage) {
 // intelligent connect placed and a later attempt left behind, a reader that did not take the
 // item. The player's own standing filters stay although they are idle between items, and so
 // does every filter that reads a file (the item's source, whatever its state).
-void Player::PruneUnconnectedFilters() {
+void PlayerCore::PruneUnconnectedFilters() {
     if (!MainGraphMan) return;
     const std::unordered_set<const platform::Filter*> standing = {
         fSourceFilter.get(), fACMWrapper.get(),   fChainACMWrapper.get(), fMpegSplitter.get(),
@@ -233,7 +233,7 @@ void Player::PruneUnconnectedFilters() {
 
 // ---- DestroyGraph ----------------------------------------------------------------------------
 
-void Player::DestroyGraph(bool keepPlaystate) {
+void PlayerCore::DestroyGraph(bool keepPlaystate) {
     BusyGuard(kBusyDestroy, true);
     reentrance_.supersedeOuter();
     graphBuilt_ = false;
@@ -275,7 +275,7 @@ void Player::DestroyGraph(bool keepPlaystate) {
 }
 
 // A released graph's filters mean nothing: the next graph gets its own.
-void Player::ForgetMainGraphFilters() {
+void PlayerCore::ForgetMainGraphFilters() {
     for (platform::FilterPtr* filter :
          {&fSourceFilter, &fACMWrapper, &fChainACMWrapper, &fMpegSplitter, &fMpegDecoder, &fWMADecoder,
           &fWaveParser, &fSampleGrabber, &fSoundCard, &fPitchShifter, &fPipeSender, &fSurround,
@@ -289,7 +289,7 @@ void Player::ForgetMainGraphFilters() {
 
 // ---- DisconnectAllFilters --------------------------------------------------------------------
 
-void Player::DisconnectAllFilters(platform::GraphPtr graph) {
+void PlayerCore::DisconnectAllFilters(platform::GraphPtr graph) {
     BusyGuard(kBusyDisconnect, true);
     StopPlaying();
     if (!graph) return;
@@ -318,7 +318,7 @@ void Player::DisconnectAllFilters(platform::GraphPtr graph) {
 
 // ---- RemoveSourceFilter ----------------------------------------------------------------------
 
-void Player::RemoveSourceFilter() {
+void PlayerCore::RemoveSourceFilter() {
     // The source being added is not to be touched; quietly.
     if (AddingSourceFilter) return;
 

@@ -5,7 +5,7 @@
 // in a message box and the platform's filter registration is repaired by a command started in
 // the background. The maker's own filters are re-registered once and tried again first.
 
-#include "control/Player.h"
+#include "control/PlayerCore.h"
 #include "control/ProcessState.h"
 #include "devices/FilterNames.h"
 
@@ -41,7 +41,7 @@ std::string identity(const void* object) {
 
 // ---- Filters by name -------------------------------------------------------------------------
 
-platform::FilterPtr Player::AddFilterByName(const std::string& displayName) {
+platform::FilterPtr PlayerCore::AddFilterByName(const std::string& displayName) {
     const platform::CatalogueEntryPtr* entry = colDShowFilters().find(displayName);
     if (!entry || !*entry) {
         trapError(kNoSuchEntry, kNoSuchEntryText);
@@ -57,48 +57,48 @@ platform::FilterPtr Player::AddFilterByName(const std::string& displayName) {
     return filter;
 }
 
-platform::FilterPtr Player::AddFilterByNameUnlessPresent(const std::string& displayName) {
+platform::FilterPtr PlayerCore::AddFilterByNameUnlessPresent(const std::string& displayName) {
     if (platform::FilterPtr present = FindFilterInGraph(displayName)) return present;
     return AddFilterByName(displayName);
 }
 
-platform::FilterPtr Player::FindFilterInGraph(const std::string& name) {
+platform::FilterPtr PlayerCore::FindFilterInGraph(const std::string& name) {
     if (!MainGraphMan) return nullptr;
     for (const auto& filter : MainGraphMan->filters())
         if (filter && text::equalsNoCase(filter->name(), name)) return filter;
     return nullptr;
 }
 
-bool Player::RemoveFilterFromGraph(const platform::FilterPtr& filter) {
+bool PlayerCore::RemoveFilterFromGraph(const platform::FilterPtr& filter) {
     if (!filter || !MainGraphMan) return false;
     return trap(MainGraphMan->removeFilter(filter));
 }
 
-bool Player::IsInMainGraph(const platform::FilterPtr& filter) {
+bool PlayerCore::IsInMainGraph(const platform::FilterPtr& filter) {
     if (!filter || !MainGraphMan) return false;
     for (const auto& present : MainGraphMan->filters())
         if (present == filter) return true;
     return false;
 }
 
-void Player::RepairRegistration(const std::string& commandLine) {
+void PlayerCore::RepairRegistration(const std::string& commandLine) {
     // Started, never awaited: the repair takes effect for the next graph.
     Log("Starting repair: " + commandLine);
     platform_.operatorServices().startProcess(commandLine, platform::WindowStyle::Minimized);
 }
 
-void Player::CriticalMessage(const std::string& text, const std::string& title) {
+void PlayerCore::CriticalMessage(const std::string& text, const std::string& title) {
     platform_.operatorServices().messageBox(text, title, platform::MessageIcon::Critical);
 }
 
 // ---- AddGraphFilters -------------------------------------------------------------------------
 
-void Player::AddGraphFilters() {
+void PlayerCore::AddGraphFilters() {
     if (!StockStandardFilters()) RepairRegistration(kRepairPlatformFilters);
 }
 
 // Each step looks at the pending error itself; false when the installation needs repair.
-bool Player::StockStandardFilters() {
+bool PlayerCore::StockStandardFilters() {
     // The WMA decoder; the WMA chain says later whether it was missed.
     platform::FilterPtr wmaDecoder = AddFilterByName(kWmaDecoder);
     if (!wmaDecoder || errPending()) {
@@ -196,7 +196,7 @@ bool Player::StockStandardFilters() {
 
 // ---- The sample grabber ----------------------------------------------------------------------
 
-platform::FilterPtr Player::CreateSampleGrabber() {
+platform::FilterPtr PlayerCore::CreateSampleGrabber() {
     const platform::CatalogueEntryPtr* entry = colDShowFilters().find(kSampleGrabber);
     if (!entry || !*entry) raise(kNoGrabber, "Halden Sample Grabber not found");
     platform::FilterPtr grabber;
@@ -205,7 +205,7 @@ platform::FilterPtr Player::CreateSampleGrabber() {
     return grabber;
 }
 
-void Player::PutSampleGrabberBeforeRender() {
+void PlayerCore::PutSampleGrabberBeforeRender() {
     if (!SoundCardInPin) raise(kGrabberPlacement, "PutSampleGrabber... needs the sound card in pin to work!");
 
     const platform::FilterPtr grabber = FindFilterInGraph(kSampleGrabber);
@@ -236,7 +236,7 @@ void Player::PutSampleGrabberBeforeRender() {
 
 // ---- Inserts ---------------------------------------------------------------------------------
 
-bool Player::InsertFilterAfterFilter(const platform::FilterPtr& AfterWhatFilter,
+bool PlayerCore::InsertFilterAfterFilter(const platform::FilterPtr& AfterWhatFilter,
                                      const platform::FilterPtr& FilterToInsert, std::string& failure) {
     const auto fail = [&](const char* why, const platform::Status& status) {
         failure = std::string(" InsertFilterAfterFilter: failed ") + why + std::to_string(status.number) + " " +
@@ -273,7 +273,7 @@ bool Player::InsertFilterAfterFilter(const platform::FilterPtr& AfterWhatFilter,
     return true;
 }
 
-void Player::InsertPipeSender() {
+void PlayerCore::InsertPipeSender() {
     if (!Pipe2020_) return;
 
     pipeSenderWanted_ = true;
@@ -305,7 +305,7 @@ void Player::InsertPipeSender() {
 // The per-item inserts of a built graph: the pitch shifter goes in front of the sample grabber
 // (or, where the grabber carries no audio, in front of the output), the pipe sender behind it,
 // and the grabber is checked to sit last before the card.
-void Player::SetupPitchAndPipeSender() {
+void PlayerCore::SetupPitchAndPipeSender() {
     try {
         if (!MainGraphMan || !SoundCardInPin) return;
 
@@ -343,7 +343,7 @@ void Player::SetupPitchAndPipeSender() {
 
 // The input pin in front of which the pitch shifter goes: the sample grabber's when audio
 // flows through it; otherwise the first pin of the output (the surround filter's, else the card's).
-platform::PinPtr Player::InsertPointForPitch() {
+platform::PinPtr PlayerCore::InsertPointForPitch() {
     if (SampleGrabberInPin && SampleGrabberInPin->isConnected()) return SampleGrabberInPin;
     const platform::PinPtr feedsCard = SoundCardInPin ? SoundCardInPin->connectedTo() : nullptr;
     if (!feedsCard) return nullptr;
@@ -352,7 +352,7 @@ platform::PinPtr Player::InsertPointForPitch() {
     return SoundCardInPin;
 }
 
-bool Player::InsertFilterBeforePin(const platform::FilterPtr& filter, const platform::PinPtr& before) {
+bool PlayerCore::InsertFilterBeforePin(const platform::FilterPtr& filter, const platform::PinPtr& before) {
     platform::PinPtr in, out;
     GetPins(in, out, filter);
     const platform::PinPtr feed = before->connectedTo();

@@ -8,7 +8,7 @@
 // reader. A failure is kept as the pending error when AddSourceFilter returns false, so that
 // the build reports why no source stands.
 
-#include "control/Player.h"
+#include "control/PlayerCore.h"
 #include "platform/ItemName.h"
 #include "control/ProcessState.h"
 #include "devices/FilterNames.h"
@@ -39,7 +39,7 @@ std::string errText(int32_t number, const std::string& description) {
 
 } // namespace
 
-bool Player::AddSourceFilter(const std::string& FileName, bool& bMustUseASFReader) {
+bool PlayerCore::AddSourceFilter(const std::string& FileName, bool& bMustUseASFReader) {
     const std::string last3 = text::toLower(text::lastChars(FileName, 3));
     const std::string last4 = text::toLower(text::lastChars(FileName, 4));
     const bool address = isAddress(FileName);
@@ -148,7 +148,7 @@ bool Player::AddSourceFilter(const std::string& FileName, bool& bMustUseASFReade
 
 // A source that did not give the chain its pin is no source: it goes, so that the graph holds
 // no half-loaded reader or file source for the next attempt.
-void Player::RemoveUnusableSources(const std::vector<platform::FilterPtr>& standing) {
+void PlayerCore::RemoveUnusableSources(const std::vector<platform::FilterPtr>& standing) {
     if (!MainGraphMan) return;
     for (const auto& filter : MainGraphMan->filters()) {
         if (!filter || std::find(standing.begin(), standing.end(), filter) != standing.end()) continue;
@@ -162,7 +162,7 @@ void Player::RemoveUnusableSources(const std::vector<platform::FilterPtr>& stand
 }
 
 // FLAC: the decoding source reads the file itself; a file it does not take is no source.
-platform::FilterPtr Player::AddFlacSource(const std::string& FileName) {
+platform::FilterPtr PlayerCore::AddFlacSource(const std::string& FileName) {
     if (!colDShowFilters().Contains(kFlacSource)) {
         Log("Flac source not installed, please install Native Flac Decoder (the Halden de-bugged version ...");
         return nullptr;
@@ -179,7 +179,7 @@ platform::FilterPtr Player::AddFlacSource(const std::string& FileName) {
 
 // An ordinary local file: the asynchronous file source, or the platform's own choice where
 // that is allowed.
-platform::FilterPtr Player::AddFileSource(const std::string& FileName) {
+platform::FilterPtr PlayerCore::AddFileSource(const std::string& FileName) {
     platform::FilterPtr source;
     if (colDShowFilters().Contains(kFileSource)) source = AddFilterByName(kFileSource);
     if (!source) {
@@ -202,7 +202,7 @@ platform::FilterPtr Player::AddFileSource(const std::string& FileName) {
 
 // An "icystream://" address: the stream source opens it in the background while the host's
 // event loop runs; it is given 10 000 ms.
-platform::FilterPtr Player::AddStreamSource(const std::string& address, PendingError& failure) {
+platform::FilterPtr PlayerCore::AddStreamSource(const std::string& address, PendingError& failure) {
     platform::FilterPtr source = AddFilterByName(kStreamSource);
     platform::StreamSourceControl* control = source ? source->streamSource() : nullptr;
     if (!control) {
@@ -218,7 +218,7 @@ platform::FilterPtr Player::AddStreamSource(const std::string& address, PendingE
     return source;
 }
 
-bool Player::WaitForStreamSource(const platform::FilterPtr& source, const std::string& /*address*/) {
+bool PlayerCore::WaitForStreamSource(const platform::FilterPtr& source, const std::string& /*address*/) {
     platform::StreamSourceControl* control = source->streamSource();
     auto& ticks = platform_.ticks();
     auto& loop = platform_.eventLoop();
@@ -247,7 +247,7 @@ bool Player::WaitForStreamSource(const platform::FilterPtr& source, const std::s
 
 // The Windows Media readers: the player's own reader (when it is preferred for local MP3 files) or the platform's,
 // unless it is banned.
-platform::FilterPtr Player::AddReaderSource(const std::string& FileName, platform::CatalogueEntryPtr reader,
+platform::FilterPtr PlayerCore::AddReaderSource(const std::string& FileName, platform::CatalogueEntryPtr reader,
                                             PendingError& failure) {
     const std::string last3 = text::toLower(text::lastChars(FileName, 3));
 
@@ -330,7 +330,7 @@ platform::FilterPtr Player::AddReaderSource(const std::string& FileName, platfor
 }
 
 // Ogg (and "lac" names that are not FLAC): the Ogg source, when the Ogg chain is installed.
-platform::FilterPtr Player::AddOggSource(const std::string& FileName) {
+platform::FilterPtr PlayerCore::AddOggSource(const std::string& FileName) {
     const bool capable = IsOggCapable(!(fVorbisDecoder && fVorbisSplitter));
     if (!capable) {
         LastError_ = "Ogg decoder chain not installed. Please contact support if you need this.";

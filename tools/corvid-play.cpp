@@ -2,7 +2,7 @@
 // a live status line (position, duration, meters, silence, end of stream) and keys for pause,
 // stop, seek and quit on a terminal. It is also the smallest example of a host.
 
-#include "control/Player.h"
+#include <corvid/Player.h>
 #include "platform/native/NativePlatform.h"
 
 #include <poll.h>

@@ -3,15 +3,16 @@
 // show, and the private operations a test drives one at a time. Shared by every test file;
 // add accessors here rather than in a test.
 
-#include "control/Player.h"
+#include <corvid/Player.h>
+#include "control/PlayerCore.h"
 
 #include <string>
 
 namespace corvid {
 
 struct PlayerInternals {
-    explicit PlayerInternals(Player& p) : p(p) {}
-    Player& p;
+    explicit PlayerInternals(Player& player) : p(*player.core_) {}
+    PlayerCore& p;
 
     PlayCondition& storedPlaystate() { return p.playstate_; }
     bool& playingOverride() { return p.playingOverride_; }
@@ -58,7 +59,7 @@ struct PlayerInternals {
         return p.AddSourceFilter(file, mustUseAsfReader);
     }
     static void getPins(platform::PinPtr& in, platform::PinPtr& out, const platform::FilterPtr& f) {
-        Player::GetPins(in, out, f);
+        PlayerCore::GetPins(in, out, f);
     }
     bool connectMp3Filters(platform::PinPtr& source, platform::PinPtr& splitterIn,
                            platform::FilterPtr& splitter, platform::PinPtr& decoderIn,

@@ -1,27 +1,17 @@
 #pragma once
-// corvid::Player: one audio player per deck or cart of a playout host.
-//
-// The host creates a Player over a platform (the simulation in tests, the native runtime in
-// hosts), names its output device, writes FileName to load an item and drives Play, Pause and
-// StopPlaying; the player answers through PlayerEvents. Every member is called on the control
-// thread (the host's), and every event is raised there, synchronously.
-//
-// Public members keep the names the hosts' scripts know (see control/MemberIds.h for their ids).
-// A property X is get_X() / put_X(T&); a write that the player adjusts writes the adjusted
-// value back into the caller's variable. Failures do not reach the host except where a member
-// says so: they go to LastError, the log events and the playstate.
-//
-// The implementation is spread over the layers: control/ (surface, load, transport, log,
-// cue and segue), graph/ (graph session, sources, dispatch, inserts), formats/ (one file per
-// chain), devices/ (catalogue and routing), levels/ (peaks and silence).
+// The player's core: the state behind the host's surface (<corvid/Player.h>) and the long
+// operations over it. Player hands every public member to it; the members keep the names and
+// the declarations of the surface.
 
-#include "control/PlayCondition.h"
-#include "control/PlayerEvents.h"
+#include <corvid/AutomationError.h>
+#include <corvid/NameCollection.h>
+#include <corvid/PlayCondition.h>
+#include <corvid/PlayerEvents.h>
+#include <corvid/SoundCards.h>
+
 #include "control/Reentrance.h"
-#include "devices/DShowRender.h"
+#include "devices/clsCards.h"
 #include "platform/Platform.h"
-#include "support/AutomationError.h"
-#include "support/NameCollection.h"
 
 #include <cstdint>
 #include <functional>
@@ -32,20 +22,18 @@
 
 namespace corvid {
 
-class clsCards;
-struct CardsEvents;
 class clsSilenceDet;
 class MediaTags;
 class dlgSilence;
 class TimerClass1;
 struct PlayerProcessState;
 
-class Player : private platform::ShoutcastCallback {
+class PlayerCore : private platform::ShoutcastCallback {
 public:
-    explicit Player(platform::Platform& platform);
-    ~Player() override;
-    Player(const Player&) = delete;
-    Player& operator=(const Player&) = delete;
+    explicit PlayerCore(platform::Platform& platform);
+    ~PlayerCore() override;
+    PlayerCore(const PlayerCore&) = delete;
+    PlayerCore& operator=(const PlayerCore&) = delete;
 
     // The receiver of this player's events (not owned; may be null).
     void setEvents(PlayerEvents* events) { events_ = events; }
