@@ -60,7 +60,7 @@ public:
 private:
     template <class F> static void deliver(PlayerCore& player, F&& body) {
         try {
-            Reentrance::InEvent fromPlatform(player.reentrance_);
+            Reentrance::InEvent fromPlatform(player.g_.reentrance_);
             body();
         } catch (...) {
         }
@@ -72,19 +72,19 @@ private:
 void PlayerCore::CreateHelpers() {
     // A replaced helper may live on a little (the platform may still hold it); it must not
     // call into this player any more.
-    if (Helper) Helper->setEvents(nullptr);
-    if (CueHelper) CueHelper->setEvents(nullptr);
-    Helper.reset();
-    CueHelper.reset();
+    if (g_.Helper) g_.Helper->setEvents(nullptr);
+    if (g_.CueHelper) g_.CueHelper->setEvents(nullptr);
+    g_.Helper.reset();
+    g_.CueHelper.reset();
 
     helperSink_ = std::make_unique<HelperSink>(*this, false);
     cueHelperSink_ = std::make_unique<HelperSink>(*this, true);
 
-    if (trap(platform_.createGraphHelper(platform::GraphHelperKind::Helper, Helper)) && Helper)
-        Helper->setEvents(helperSink_.get());
-    if (trap(platform_.createGraphHelper(platform::GraphHelperKind::CueHelper, CueHelper)) &&
-        CueHelper)
-        CueHelper->setEvents(cueHelperSink_.get());
+    if (g_.trap(platform_.createGraphHelper(platform::GraphHelperKind::Helper, g_.Helper)) && g_.Helper)
+        g_.Helper->setEvents(helperSink_.get());
+    if (g_.trap(platform_.createGraphHelper(platform::GraphHelperKind::CueHelper, g_.CueHelper)) &&
+        g_.CueHelper)
+        g_.CueHelper->setEvents(cueHelperSink_.get());
 }
 
 // ---- Searches ----
@@ -92,14 +92,14 @@ void PlayerCore::CreateHelpers() {
 void PlayerCore::AutoCueSearch(const std::string& sFile) {
     auto& ticks = platform_.ticks();
     const int32_t started = ticks.nowMs();
-    const std::string file = sFile.empty() ? currentItem_ : sFile;
+    const std::string file = sFile.empty() ? g_.currentItem_ : sFile;
 
     // The player's own source filter when it uses one, else the source it loaded with.
-    if (CueHelper) {
+    if (g_.CueHelper) {
         cueSearchStart_ = ticks.nowMs();
         AutoCueBusy_ = true;
-        const bool useAsfReader = UsingHaldenSource_ ? false : UsingASFReader_;
-        const platform::Status status = CueHelper->startCueSearch(
+        const bool useAsfReader = g_.UsingHaldenSource_ ? false : g_.UsingASFReader_;
+        const platform::Status status = g_.CueHelper->startCueSearch(
             file, cueFilterNames_->names(), useAsfReader, get_autoCueThresh());
         if (!status.ok()) AutoCueBusy_ = false;
     }
@@ -112,11 +112,11 @@ void PlayerCore::AutoCueSearch(const std::string& sFile) {
 platform::Status PlayerCore::StartSegueSearch(bool retryWithAsfReader) {
     // Each segue search gets a list of its own.
     const NameCollection filterNames;
-    if (!retryWithAsfReader && UsingHaldenSource_)
-        return CueHelper->startSegueSearchOwnSource(currentItem_, filterNames.names(),
+    if (!retryWithAsfReader && g_.UsingHaldenSource_)
+        return g_.CueHelper->startSegueSearchOwnSource(g_.currentItem_, filterNames.names(),
                                                     AutoSegThresh_);
-    return CueHelper->startSegueSearch(currentItem_, filterNames.names(),
-                                       retryWithAsfReader || UsingASFReader_, AutoSegThresh_);
+    return g_.CueHelper->startSegueSearch(g_.currentItem_, filterNames.names(),
+                                       retryWithAsfReader || g_.UsingASFReader_, AutoSegThresh_);
 }
 
 void PlayerCore::AutoSegSearch() {
@@ -126,7 +126,7 @@ void PlayerCore::AutoSegSearch() {
         return;
     }
     // Streams have no end to scan. One retry, through the Windows Media reader.
-    if (isAddress(currentItem_) || !CueHelper) return;
+    if (isAddress(g_.currentItem_) || !g_.CueHelper) return;
     if (!StartSegueSearch(false).ok()) (void)StartSegueSearch(true);
 }
 
@@ -137,8 +137,8 @@ void PlayerCore::cueResult(int32_t positionMs) {
         const std::string dashes(58, '-');
         const int64_t took = int64_t{platform_.ticks().nowMs()} - cueSearchStart_;
         Log("\r\n" + dashes + "\r\n" + "AutoCue Took: " + std::to_string(took) + " ms." +
-            "\r\n" + "Using ASF Reader = " + text::boolWord(UsingASFReader_) +
-            ". Using Halden Source = " + text::boolWord(UsingHaldenSource_) + "\r\n" + dashes +
+            "\r\n" + "Using ASF Reader = " + text::boolWord(g_.UsingASFReader_) +
+            ". Using Halden Source = " + text::boolWord(g_.UsingHaldenSource_) + "\r\n" + dashes +
             "\r\n");
     }
     AutoCueBusy_ = false;

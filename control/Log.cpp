@@ -28,26 +28,12 @@ void PlayerCore::RaiseWriteLog(std::string text) {
     raiseEvent([&](PlayerEvents& e) { e.WriteLog(text); });
 }
 
-bool PlayerCore::trap(const platform::Status& status) {
-    if (status.ok()) return true;
-    Err = PendingError{status.number, status.description};
-    return false;
-}
-
-void PlayerCore::trapError(int32_t number, std::string description) {
-    Err = PendingError{number, std::move(description)};
-}
-
-void PlayerCore::raise(int32_t number, std::string description) {
-    throw AutomationError(number, std::move(description));
-}
-
 std::string PlayerCore::PrintFilters(const platform::GraphPtr& GraphMan) {
     // Costs nothing while logging is off: the graph is not walked at all.
     if (!m_bLoggingEnabled) return "Logging not enabled (m_bLoggingEnabled)";
 
     std::string text;
-    const platform::GraphPtr graph = GraphMan ? GraphMan : MainGraphMan;
+    const platform::GraphPtr graph = GraphMan ? GraphMan : g_.MainGraphMan;
     if (!graph) return text;
     try {
         for (const auto& filter : graph->filters()) {

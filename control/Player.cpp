@@ -9,7 +9,7 @@ namespace corvid {
 
 Player::Player(platform::Platform& platform)
     : core_(std::make_unique<PlayerCore>(platform)), CanCueIn(core_->CanCueIn), UsesVu(core_->UsesVu),
-      UseAutoCue(core_->UseAutoCue), ForCart(core_->ForCart), m_Endraised(core_->m_Endraised),
+      UseAutoCue(core_->UseAutoCue), ForCart(core_->ForCart), m_Endraised(core_->endRaised()),
       StateChangeVerify(core_->StateChangeVerify) {}
 
 Player::~Player() = default;
@@ -27,8 +27,8 @@ void Player::put_PipeSenderDownstreamMute(const bool& value) { bool copy = value
 bool Player::get_AutoRenderAllowed() { return core_->get_AutoRenderAllowed(); }
 void Player::put_AutoRenderAllowed(bool& value) { core_->put_AutoRenderAllowed(value); }
 void Player::put_AutoRenderAllowed(const bool& value) { bool copy = value; put_AutoRenderAllowed(copy); }
-bool Player::IsMp4Capable(bool ForceRefresh) { return core_->IsMp4Capable(ForceRefresh); }
-bool Player::IsOggCapable(bool ForceRefresh) { return core_->IsOggCapable(ForceRefresh); }
+bool Player::IsMp4Capable(bool ForceRefresh) { return core_->chains().IsMp4Capable(ForceRefresh); }
+bool Player::IsOggCapable(bool ForceRefresh) { return core_->chains().IsOggCapable(ForceRefresh); }
 bool Player::get_LoggingEnabled() { return core_->get_LoggingEnabled(); }
 void Player::put_LoggingEnabled(bool& value) { core_->put_LoggingEnabled(value); }
 void Player::put_LoggingEnabled(const bool& value) { bool copy = value; put_LoggingEnabled(copy); }
@@ -43,7 +43,7 @@ void Player::put_AutoSeg(bool& value) { core_->put_AutoSeg(value); }
 void Player::put_AutoSeg(const bool& value) { bool copy = value; put_AutoSeg(copy); }
 NameCollection& Player::get_FilterNamesWeNeed() { return core_->get_FilterNamesWeNeed(); }
 void Player::putref_FilterNamesWeNeed(const NameCollection& value) { core_->putref_FilterNamesWeNeed(value); }
-SoundCardCollection Player::QuerySoundCards(bool ForceEnum) { return core_->QuerySoundCards(ForceEnum); }
+SoundCardCollection Player::QuerySoundCards(bool ForceEnum) { return core_->routing().QuerySoundCards(ForceEnum); }
 void Player::StopPlaying() { core_->StopPlaying(); }
 void Player::Play() { core_->Play(); }
 void Player::Pause() { core_->Pause(); }
@@ -72,16 +72,16 @@ void Player::put_ThisCartName(const std::string& value) { std::string copy = val
 PlayCondition Player::get_Playstate() { return core_->get_Playstate(); }
 double Player::get_GraphPosition() { return core_->get_GraphPosition(); }
 double Player::get_GraphDuration() { return core_->get_GraphDuration(); }
-void Player::putref_SetSoundCardCollection(const SoundCardCollection& value) { core_->putref_SetSoundCardCollection(value); }
-bool Player::SetSoundcard(std::string& NewSoundCardName) { return core_->SetSoundcard(NewSoundCardName); }
+void Player::putref_SetSoundCardCollection(const SoundCardCollection& value) { core_->routing().putref_SetSoundCardCollection(value); }
+bool Player::SetSoundcard(std::string& NewSoundCardName) { return core_->routing().SetSoundcard(NewSoundCardName); }
 bool Player::SetSoundcard(const std::string& NewSoundCardName) { std::string copy = NewSoundCardName; return SetSoundcard(copy); }
-std::string Player::GetMainSoundcard() { return core_->GetMainSoundcard(); }
-std::string Player::GetPFLSoundcard() { return core_->GetPFLSoundcard(); }
-bool Player::SetPFLSoundcard(std::string& NewPFLCard) { return core_->SetPFLSoundcard(NewPFLCard); }
+std::string Player::GetMainSoundcard() { return core_->routing().GetMainSoundcard(); }
+std::string Player::GetPFLSoundcard() { return core_->routing().GetPFLSoundcard(); }
+bool Player::SetPFLSoundcard(std::string& NewPFLCard) { return core_->routing().SetPFLSoundcard(NewPFLCard); }
 bool Player::SetPFLSoundcard(const std::string& NewPFLCard) { std::string copy = NewPFLCard; return SetPFLSoundcard(copy); }
-bool Player::DefaultSoundDeviceExists() { return core_->DefaultSoundDeviceExists(); }
-void Player::SoundCardRouterSet() { core_->SoundCardRouterSet(); }
-void Player::SoundCardNullSet() { core_->SoundCardNullSet(); }
+bool Player::DefaultSoundDeviceExists() { return core_->routing().DefaultSoundDeviceExists(); }
+void Player::SoundCardRouterSet() { core_->routing().SoundCardRouterSet(); }
+void Player::SoundCardNullSet() { core_->routing().SoundCardNullSet(); }
 void Player::CreateNewGraph(bool MakinPFLGraph) { core_->CreateNewGraph(MakinPFLGraph); }
 void Player::Init() { core_->Init(); }
 NameCollection Player::get_Plugins() { return core_->get_Plugins(); }
@@ -114,25 +114,25 @@ std::string Player::get_WMAGenre() { return core_->get_WMAGenre(); }
 bool Player::get_NewGraphEveryTime() { return core_->get_NewGraphEveryTime(); }
 void Player::put_NewGraphEveryTime(bool& value) { core_->put_NewGraphEveryTime(value); }
 void Player::put_NewGraphEveryTime(const bool& value) { bool copy = value; put_NewGraphEveryTime(copy); }
-SoundCardCollection Player::EnumRenders(bool ForceRefresh) { return core_->EnumRenders(ForceRefresh); }
+SoundCardCollection Player::EnumRenders(bool ForceRefresh) { return core_->routing().EnumRenders(ForceRefresh); }
 std::string Player::get_SurroundRenderName() { return core_->get_SurroundRenderName(); }
-void Player::IShoutcastCallback_StreamBuffering(int32_t BufferPercentFull) { core_->IShoutcastCallback_StreamBuffering(BufferPercentFull); }
-void Player::IShoutcastCallback_MetaChangeCallback(const std::string& sArtistTitle, const std::string& sURL, const std::string& sFullMeta) { core_->IShoutcastCallback_MetaChangeCallback(sArtistTitle, sURL, sFullMeta); }
-void Player::IShoutcastCallback_OdStreamSeg(double Seg) { core_->IShoutcastCallback_OdStreamSeg(Seg); }
-bool Player::get_isStreaming() { return core_->get_isStreaming(); }
-int16_t Player::get_StreamBufferingPercent() { return core_->get_StreamBufferingPercent(); }
-bool Player::get_TryingToPlay() { return core_->get_TryingToPlay(); }
-bool Player::get_StreamingCanCancelPlay() { return core_->get_StreamingCanCancelPlay(); }
-void Player::StreamingCancelPlay() { core_->StreamingCancelPlay(); }
+void Player::IShoutcastCallback_StreamBuffering(int32_t BufferPercentFull) { core_->chains().IShoutcastCallback_StreamBuffering(BufferPercentFull); }
+void Player::IShoutcastCallback_MetaChangeCallback(const std::string& sArtistTitle, const std::string& sURL, const std::string& sFullMeta) { core_->chains().IShoutcastCallback_MetaChangeCallback(sArtistTitle, sURL, sFullMeta); }
+void Player::IShoutcastCallback_OdStreamSeg(double Seg) { core_->chains().IShoutcastCallback_OdStreamSeg(Seg); }
+bool Player::get_isStreaming() { return core_->chains().get_isStreaming(); }
+int16_t Player::get_StreamBufferingPercent() { return core_->chains().get_StreamBufferingPercent(); }
+bool Player::get_TryingToPlay() { return core_->chains().get_TryingToPlay(); }
+bool Player::get_StreamingCanCancelPlay() { return core_->chains().get_StreamingCanCancelPlay(); }
+void Player::StreamingCancelPlay() { core_->chains().StreamingCancelPlay(); }
 int32_t Player::get_LeftVUPeak() { return core_->get_LeftVUPeak(); }
 int32_t Player::get_RightVuPeak() { return core_->get_RightVuPeak(); }
 std::string Player::get_ID() { return core_->get_ID(); }
 void Player::put_ID(std::string& value) { core_->put_ID(value); }
 void Player::put_ID(const std::string& value) { std::string copy = value; put_ID(copy); }
-bool Player::get_StreamingIsOnDemandFile() { return core_->get_StreamingIsOnDemandFile(); }
+bool Player::get_StreamingIsOnDemandFile() { return core_->chains().get_StreamingIsOnDemandFile(); }
 void Player::SilenceDetShowUI(void* Ownerform, const std::string& Notes) { core_->SilenceDetShowUI(Ownerform, Notes); }
-bool Player::get_UsingHaldenSource() { return core_->get_UsingHaldenSource(); }
-bool Player::get_UsingASFReader() { return core_->get_UsingASFReader(); }
+bool Player::get_UsingHaldenSource() { return core_->chains().get_UsingHaldenSource(); }
+bool Player::get_UsingASFReader() { return core_->chains().get_UsingASFReader(); }
 bool Player::get_HaldenSourcePrefer() { return core_->get_HaldenSourcePrefer(); }
 void Player::put_HaldenSourcePrefer(bool& value) { core_->put_HaldenSourcePrefer(value); }
 void Player::put_HaldenSourcePrefer(const bool& value) { bool copy = value; put_HaldenSourcePrefer(copy); }

@@ -6,7 +6,7 @@
 
 #include "control/PlayerCore.h"
 
-#include "control/ProcessState.h"
+#include "support/ProcessState.h"
 #include "devices/clsCards.h"
 #include "levels/SilenceDet.h"
 #include "support/MediaTags.h"
@@ -46,7 +46,9 @@ constexpr int32_t kDefaultAutoCueThresh = 500;
 } // namespace
 
 PlayerCore::PlayerCore(platform::Platform& platform)
-    : platform_(platform), process_(platform.processWide<PlayerProcessState>()) {
+    : platform_(platform), process_(platform.processWide<PlayerProcessState>()),
+      routing_(g_, *this, platform), chains_(g_, *this, routing_, session_, platform),
+      session_(g_, *this, routing_, chains_, platform) {
     stopwatch_ = std::make_unique<TimerClass1>(platform_.ticks());
 
     PlayerProcessState& process = *process_;
@@ -61,37 +63,37 @@ PlayerCore::PlayerCore(platform::Platform& platform)
         process.firstPlayerInitialised = true;
     }
     cueFilterNames_ = std::make_unique<NameCollection>();
-    UsePitchAdjuster_ = true;
+    g_.UsePitchAdjuster_ = true;
 }
 
 PlayerCore::~PlayerCore() {
     // Nothing may reach the host from here: no events, no exceptions.
     events_ = nullptr;
     guardedVoid([&] {
-        if (streamControl_) streamControl_->registerCallback(nullptr);
-        streamControl_ = nullptr;
-        streamSource_.reset();
+        if (g_.streamControl_) g_.streamControl_->registerCallback(nullptr);
+        g_.streamControl_ = nullptr;
+        g_.streamSource_.reset();
     });
     guardedVoid([&] {
-        if (Helper) {
-            Helper->setEvents(nullptr);
-            Helper->stop();
-            Helper->setCurrentGraph(nullptr);
+        if (g_.Helper) {
+            g_.Helper->setEvents(nullptr);
+            g_.Helper->stop();
+            g_.Helper->setCurrentGraph(nullptr);
         }
-        if (CueHelper) {
-            CueHelper->setEvents(nullptr);
-            CueHelper->stop();
-            CueHelper->setCurrentGraph(nullptr);
+        if (g_.CueHelper) {
+            g_.CueHelper->setEvents(nullptr);
+            g_.CueHelper->stop();
+            g_.CueHelper->setCurrentGraph(nullptr);
         }
     });
     guardedVoid([&] {
-        if (MainGraphMan) {
-            MainGraphMan->setEventHandler(nullptr);
-            MainGraphMan->stop();
+        if (g_.MainGraphMan) {
+            g_.MainGraphMan->setEventHandler(nullptr);
+            g_.MainGraphMan->stop();
         }
-        if (PFLGraphMan) {
-            PFLGraphMan->setEventHandler(nullptr);
-            PFLGraphMan->stop();
+        if (g_.PFLGraphMan) {
+            g_.PFLGraphMan->setEventHandler(nullptr);
+            g_.PFLGraphMan->stop();
         }
     });
 }
@@ -137,12 +139,12 @@ bool PlayerCore::get_PipeSenderDownstreamMute() {
 }
 
 void PlayerCore::put_PipeSenderDownstreamMute(bool& value) {
-    if (!Pipe2020_)
+    if (!g_.Pipe2020_)
         raise(errnum::InvalidProcedureCall,
               "You must first enable Pipe2020. Find it from Orvo in Alt+C, cart options");
     guardedVoid([&] {
-        if (fPipeSender)
-            if (auto* pipe = fPipeSender->pipeSender()) pipe->setDownstreamMute(value);
+        if (g_.fPipeSender)
+            if (auto* pipe = g_.fPipeSender->pipeSender()) pipe->setDownstreamMute(value);
     });
     guardedVoid([&] { PlayerSettings(platform_.settings()).put_PipeSenderDownstreamMute(ID_, value); });
 }
@@ -153,43 +155,43 @@ bool PlayerCore::get_LoggingEnabled() { return m_bLoggingEnabled; }
 void PlayerCore::put_LoggingEnabled(bool& value) { m_bLoggingEnabled = value; }
 bool PlayerCore::get_SilenceDetEnabled() { return SilenceDetEnabled_; }
 void PlayerCore::put_SilenceDetEnabled(bool& value) { SilenceDetEnabled_ = value; }
-std::string PlayerCore::get_LastError() { return LastError_; }
+std::string PlayerCore::get_LastError() { return g_.LastError_; }
 bool PlayerCore::get_UsingASFReaderAsFallback() { return UsingASFReaderAsFallback_; }
 bool PlayerCore::get_AutoSeg() { return AutoSeg_; }
 void PlayerCore::put_AutoSeg(bool& value) { AutoSeg_ = value; }
-std::string PlayerCore::get_ThisCartName() { return ThisCartName_; }
-void PlayerCore::put_ThisCartName(std::string& value) { ThisCartName_ = value; }
+std::string PlayerCore::get_ThisCartName() { return g_.ThisCartName_; }
+void PlayerCore::put_ThisCartName(std::string& value) { g_.ThisCartName_ = value; }
 std::string PlayerCore::get_ID() { return ID_; }
 void PlayerCore::put_ID(std::string& value) { ID_ = value; }
-bool PlayerCore::get_UseACM() { return UseACM_; }
-void PlayerCore::put_UseACM(bool& value) { UseACM_ = value; }
+bool PlayerCore::get_UseACM() { return g_.UseACM_; }
+void PlayerCore::put_UseACM(bool& value) { g_.UseACM_ = value; }
 int32_t PlayerCore::get_AutoSegThresh() { return AutoSegThresh_; }
 void PlayerCore::put_AutoSegThresh(int32_t& value) { AutoSegThresh_ = value; }
-bool PlayerCore::get_Pipe2020() { return Pipe2020_; }
-void PlayerCore::put_Pipe2020(bool& value) { Pipe2020_ = value; }
-std::string PlayerCore::get_SurroundRenderName() { return SurroundRenderName_; }
+bool PlayerCore::get_Pipe2020() { return g_.Pipe2020_; }
+void PlayerCore::put_Pipe2020(bool& value) { g_.Pipe2020_ = value; }
+std::string PlayerCore::get_SurroundRenderName() { return g_.SurroundRenderName_; }
 double PlayerCore::get_AutoCuePos() { return AutoCuePos_; }
 double PlayerCore::get_AutoSegPos() { return AutoSegPos_; }
 void PlayerCore::put_AutoSegPos(double value) { AutoSegPos_ = value; }
 bool PlayerCore::get_AutoCueBusy() { return AutoCueBusy_; }
 
 NameCollection& PlayerCore::get_FilterNamesWeNeed() {
-    if (!FilterNamesWeNeed_) FilterNamesWeNeed_ = std::make_shared<NameCollection>();
-    return *FilterNamesWeNeed_;
+    if (!routing_.FilterNamesWeNeed_) routing_.FilterNamesWeNeed_ = std::make_shared<NameCollection>();
+    return *routing_.FilterNamesWeNeed_;
 }
 
 void PlayerCore::putref_FilterNamesWeNeed(const NameCollection& value) {
-    FilterNamesWeNeed_ = std::make_shared<NameCollection>(value);
+    routing_.FilterNamesWeNeed_ = std::make_shared<NameCollection>(value);
 }
 
-bool PlayerCore::get_UsePitchAdjuster() { return UsePitchAdjuster_; }
+bool PlayerCore::get_UsePitchAdjuster() { return g_.UsePitchAdjuster_; }
 
 void PlayerCore::put_UsePitchAdjuster(bool& value) {
-    UsePitchAdjuster_ = value;
+    g_.UsePitchAdjuster_ = value;
     // A standing graph follows at once: without the adjuster its pitch filter passes through.
     guardedVoid([&] {
-        if (fPitchShifter)
-            if (auto* pitch = fPitchShifter->pitchShifter()) pitch->setPassThrough(!value);
+        if (g_.fPitchShifter)
+            if (auto* pitch = g_.fPitchShifter->pitchShifter()) pitch->setPassThrough(!value);
     });
 }
 
@@ -203,7 +205,7 @@ int32_t PlayerCore::get_RightVuPeak() { return rightPeak_ == INT32_MIN ? INT32_M
 void PlayerCore::Init() {
     if (!runMode_) return;
     SetPlaystate(mpstopped);
-    guardedVoid([&] { Cards(); });
+    guardedVoid([&] { routing_.Cards(); });
 }
 
 // The catalogue's list; reading it does not start a detection, so it is empty until one ran.
@@ -220,14 +222,14 @@ void PlayerCore::AddPlugin(const std::string& FilterName) { pluginName_ = Filter
 void PlayerCore::ShowPropPage(const std::string& filter, int32_t hwnd) {
     guardedVoid([&] {
         auto& ops = platform_.operatorServices();
-        const platform::FilterPtr found = MainGraphMan ? FindFilterInGraph(filter) : nullptr;
+        const platform::FilterPtr found = g_.MainGraphMan ? session_.FindFilterInGraph(filter) : nullptr;
         if (!found) {
-            ops.messageBox("Can't show property page unless instantiated.", ThisCartName_,
+            ops.messageBox("Can't show property page unless instantiated.", g_.ThisCartName_,
                            platform::MessageIcon::Exclamation);
             return;
         }
         if (!found->hasPropertyPage() || !found->showPropertyPage(hwnd).ok())
-            ops.messageBox("Property Page Cannot Be Shown.", ThisCartName_,
+            ops.messageBox("Property Page Cannot Be Shown.", g_.ThisCartName_,
                            platform::MessageIcon::Exclamation);
     });
 }
@@ -240,7 +242,7 @@ void PlayerCore::RaiseEndOfStream() {
 void PlayerCore::GetCurrentMainFilterGraph(std::vector<platform::FilterPtr>& CurrentFilterGraph) {
     CurrentFilterGraph.clear();
     guardedVoid([&] {
-        if (MainGraphMan) CurrentFilterGraph = MainGraphMan->filters();
+        if (g_.MainGraphMan) CurrentFilterGraph = g_.MainGraphMan->filters();
     });
 }
 
@@ -248,14 +250,14 @@ void PlayerCore::TestOpen(const std::string& FileToTest) {
     guardedVoid([&] {
         auto& ops = platform_.operatorServices();
         if (!ops.testOpen(FileToTest).ok())
-            ops.messageBox(FileToTest + "Cant Open! ", ThisCartName_, platform::MessageIcon::None);
+            ops.messageBox(FileToTest + "Cant Open! ", g_.ThisCartName_, platform::MessageIcon::None);
     });
 }
 
 void PlayerCore::ShowMainCardPage(int32_t hwnd) {
     guardedVoid([&] {
-        if (!MainGraphMan) return;
-        for (const auto& filter : MainGraphMan->filters()) {
+        if (!g_.MainGraphMan) return;
+        for (const auto& filter : g_.MainGraphMan->filters()) {
             const std::string name = filter->name();
             char* end = nullptr;
             std::strtod(name.c_str(), &end);
@@ -276,7 +278,7 @@ bool PlayerCore::FindConnectedFilter(const std::string& FilterName, const platfo
         for (const auto& filter : GraphMan->filters()) {
             if (text::containsNoCase(filter->name(), FilterName)) {
                 ParserFilter = filter;
-                GetPins(Inpin, OutPin, filter);
+                FormatChains::GetPins(Inpin, OutPin, filter);
                 return true;
             }
         }

@@ -45,14 +45,14 @@ TimerClass1& PlayerCore::Stopwatch() {
 }
 
 platform::PitchShifterControl* PlayerCore::PitchControl() {
-    return fPitchShifter ? fPitchShifter->pitchShifter() : nullptr;
+    return g_.fPitchShifter ? g_.fPitchShifter->pitchShifter() : nullptr;
 }
 
 // ---- Playstate ----
 
 void PlayerCore::SetPlaystate(PlayCondition newState) {
     stateChanging_ = true;
-    m_Endraised = false;
+    g_.m_Endraised = false;
     const PlayCondition oldState = playstate_;
     playstate_ = newState;
     try {
@@ -86,14 +86,14 @@ void PlayerCore::ResetPlaystateBookkeeping() {
 // A source whose pins all went (a stream start the host cancelled) plays nothing: running the
 // graph would report "playing" over silence.
 bool PlayerCore::SourceFeedsGraph() const {
-    if (!fSourceFilter) return true;
-    for (const auto& pin : fSourceFilter->pins())
+    if (!g_.fSourceFilter) return true;
+    for (const auto& pin : g_.fSourceFilter->pins())
         if (pin && pin->isConnected()) return true;
     return false;
 }
 
 void PlayerCore::ApplyStoredVolume() {
-    if (MainGraphMan) trap(MainGraphMan->setVolume(storedVolume_));
+    if (g_.MainGraphMan) g_.trap(g_.MainGraphMan->setVolume(storedVolume_));
 }
 
 // ---- Play ----
@@ -110,22 +110,22 @@ bool PlayerCore::IsExpectedPlayError(int32_t number) {
 }
 
 void PlayerCore::Play() {
-    if (logging()) Log(PrintFilters(MainGraphMan));
+    if (logging()) Log(PrintFilters(g_.MainGraphMan));
 
     // The volume again; a mute is re-applied with its own marker level.
-    if (MainGraphMan) trap(MainGraphMan->setVolume(get_mute() ? PlayMuteLevel : storedVolume_));
+    if (g_.MainGraphMan) g_.trap(g_.MainGraphMan->setVolume(get_mute() ? PlayMuteLevel : storedVolume_));
 
     // A stream (other than an icystream address, which keeps its open source) is reloaded
     // from scratch for every play.
-    if (isAddress(currentItem_) && !item::isIcyStream(currentItem_)) {
+    if (isAddress(g_.currentItem_) && !item::isIcyStream(g_.currentItem_)) {
         if (get_Playstate() == MpPlaying) return;
-        const std::string before = currentItem_;
+        const std::string before = g_.currentItem_;
         reloading_ = true;
         playingOverride_ = true;
         bool superseded = false;
         {
-            Reentrance::Operation reload(reentrance_);
-            std::string again = currentItem_;
+            Reentrance::Operation reload(g_.reentrance_);
+            std::string again = g_.currentItem_;
             try {
                 put_FileName(again);
             } catch (const Superseded&) {
@@ -136,38 +136,38 @@ void PlayerCore::Play() {
         playingOverride_ = false;
         if (superseded) {
             // The host wrote another item from inside the reload: that item stands, unplayed.
-            reentrance_.stopIfSuperseded();
+            g_.reentrance_.stopIfSuperseded();
             return;
         }
-        if (!text::equalsNoCase(currentItem_, before)) {
+        if (!text::equalsNoCase(g_.currentItem_, before)) {
             playstate_ = mpUnknown; // stored without an event
-            currentItem_ = "Stream FAIL";
+            g_.currentItem_ = "Stream FAIL";
             raiseEvent([](PlayerEvents& e) { e.StreamBufferingFinished(); });
             throw AutomationError(StreamNotFound, "The stream cannot be found.");
         }
     }
 
     // Run the helper, then the graph.
-    TryingToPlay_ = true;
-    clearErr();
-    if (Helper && !currentItem_.empty()) {
+    g_.TryingToPlay_ = true;
+    g_.clearErr();
+    if (g_.Helper && !g_.currentItem_.empty()) {
         Log("Calling run on helper...");
         raiseEvent([](PlayerEvents& e) { e.PlayAboutToHappen(); });
-        trap(Helper->run());
+        g_.trap(g_.Helper->run());
     }
-    if (!currentItem_.empty() && !errPending()) {
-        if (!MainGraphMan)
-            trapError(platform::hr::Pointer, "The player has no graph to run.");
+    if (!g_.currentItem_.empty() && !g_.errPending()) {
+        if (!g_.MainGraphMan)
+            g_.trapError(platform::hr::Pointer, "The player has no graph to run.");
         else if (!SourceFeedsGraph())
-            trapError(platform::hr::NotConnected, "The player's source no longer feeds its graph.");
+            g_.trapError(platform::hr::NotConnected, "The player's source no longer feeds its graph.");
         else
-            trap(MainGraphMan->run());
+            g_.trap(g_.MainGraphMan->run());
     }
-    TryingToPlay_ = false;
+    g_.TryingToPlay_ = false;
 
     // The reason, in the words the operators know.
-    const PendingError failure = Err;
-    clearErr();
+    const GraphModel::PendingError failure = g_.Err;
+    g_.clearErr();
     if (failure.number != 0) {
         const std::string reason =
             failure.number == platform::hr::Timeout
@@ -179,14 +179,14 @@ void PlayerCore::Play() {
     }
 
     // Nothing to play, or it would not run.
-    if (currentItem_.empty() || failure.number != 0) {
+    if (g_.currentItem_.empty() || failure.number != 0) {
         if (IsExpectedPlayError(failure.number)) {
             Log("There was an Expected error here, so not destroying graph");
         } else {
             Log("ERROR: After a catastrophic play error, the graph will be destroyed ... ");
             Log("Filename is set to nothing here, here comes the destroy ...");
             try {
-                DestroyGraph();
+                session_.DestroyGraph();
             } catch (const AutomationError& e) {
                 if (logging()) Log(e.description());
             }
@@ -221,25 +221,25 @@ void PlayerCore::StopPlaying() {
     } clear{stopBusy_};
 
     // A stop while the load waits for a stream to open: the host gave up on that stream.
-    if (AddingSourceFilter) StreamingCancelPlay();
+    if (g_.AddingSourceFilter) chains_.StreamingCancelPlay();
 
     // The helper stops the graph it follows; a graph it does not follow is stopped here.
-    if (Helper) {
+    if (g_.Helper) {
         (void)get_FileName();
-        Helper->stop();
+        g_.Helper->stop();
     }
-    if (MainGraphMan && MainGraphMan->state() != platform::GraphState::Stopped)
-        MainGraphMan->stop();
+    if (g_.MainGraphMan && g_.MainGraphMan->state() != platform::GraphState::Stopped)
+        g_.MainGraphMan->stop();
 
     // A stream starts from its beginning next time (unless Play is reloading it).
-    if (MainGraphMan && graphLoaded_ && isAddress(currentItem_) && !playingOverride_)
-        MainGraphMan->setCurrentPosition(0);
+    if (g_.MainGraphMan && graphLoaded_ && isAddress(g_.currentItem_) && !playingOverride_)
+        g_.MainGraphMan->setCurrentPosition(0);
 
     cachedPosition_ = 0;
-    if (MainGraphMan) {
+    if (g_.MainGraphMan) {
         double position = 0;
-        if (MainGraphMan->currentPosition(position).ok() && position != 0)
-            MainGraphMan->setCurrentPosition(0);
+        if (g_.MainGraphMan->currentPosition(position).ok() && position != 0)
+            g_.MainGraphMan->setCurrentPosition(0);
     }
 
     SetPlaystate(mpstopped);
@@ -249,17 +249,17 @@ void PlayerCore::Pause() {
     if (!graphLoaded_) return;
 
     if (pflGraph_) {
-        if (PFLGraphMan) trap(PFLGraphMan->pause());
+        if (g_.PFLGraphMan) g_.trap(g_.PFLGraphMan->pause());
         SetPlaystate(mpPaused);
         return;
     }
-    if (!MainGraphMan) return;
+    if (!g_.MainGraphMan) return;
 
     // A stream is never paused: pausing it stops it, unless it stands stopped at its start.
-    if (isAddress(currentItem_)) {
+    if (isAddress(g_.currentItem_)) {
         const PlayCondition state = get_Playstate();
         double position = 0;
-        MainGraphMan->currentPosition(position);
+        g_.MainGraphMan->currentPosition(position);
         if (!(state == mpstopped && position == 0)) StopPlaying();
         return;
     }
@@ -267,11 +267,11 @@ void PlayerCore::Pause() {
     // A file pauses in place. The helper pauses the graph it follows; the ACM route also
     // reads where the graph stopped, since its decoder delivers no further tick to do so.
     const int32_t started = platform_.ticks().nowMs();
-    if (Helper) trap(Helper->pause());
-    if (MainGraphMan->state() != platform::GraphState::Paused) trap(MainGraphMan->pause());
-    if (UseACM_) {
+    if (g_.Helper) g_.trap(g_.Helper->pause());
+    if (g_.MainGraphMan->state() != platform::GraphState::Paused) g_.trap(g_.MainGraphMan->pause());
+    if (g_.UseACM_) {
         double position = 0;
-        if (MainGraphMan->currentPosition(position).ok()) cachedPosition_ = position;
+        if (g_.MainGraphMan->currentPosition(position).ok()) cachedPosition_ = position;
     }
     SetPlaystate(mpPaused);
     if (logging())
@@ -287,9 +287,9 @@ void PlayerCore::helperTick(int32_t left, int32_t right) {
 
     // A seek under way owns the position; a load under way owns the graph.
     if (seeking_) return;
-    if (get_Playstate() != mpstopped && MainGraphMan && !loadBusy_) {
+    if (get_Playstate() != mpstopped && g_.MainGraphMan && !loadBusy_) {
         double position = 0;
-        if (MainGraphMan->currentPosition(position).ok()) cachedPosition_ = position;
+        if (g_.MainGraphMan->currentPosition(position).ok()) cachedPosition_ = position;
     }
 
     // Meters only while playing. The host may change the values; what it leaves is used.
@@ -308,13 +308,13 @@ void PlayerCore::helperTick(int32_t left, int32_t right) {
 
 void PlayerCore::helperEnd() {
     // Once per play, and never for the end of a stream that Play is reloading.
-    if (reloading_ || m_Endraised) return;
+    if (reloading_ || g_.m_Endraised) return;
     if (events_) {
         raiseEvent([](PlayerEvents& e) { e.EndOfStream(1); });
         int32_t left = 0, right = 0;
         raiseEvent([&](PlayerEvents& e) { e.VUPeak(left, right); });
     }
-    m_Endraised = true;
+    g_.m_Endraised = true;
 }
 
 // ---- Position, duration, elapsed time ----
@@ -325,7 +325,7 @@ double PlayerCore::get_CurrentPosition() {
 }
 
 void PlayerCore::put_CurrentPosition(double& value) {
-    if (isAddress(currentItem_)) return;
+    if (isAddress(g_.currentItem_)) return;
     struct Seeking {
         bool& flag;
         explicit Seeking(bool& f) : flag(f) { flag = true; }
@@ -340,17 +340,17 @@ void PlayerCore::put_CurrentPosition(double& value) {
         if (playstate_ == MpPlaying) Stopwatch().StartTiming();
     };
     try {
-        if (pflGraph_ && PFLGraphMan) {
-            m_Endraised = false;
-            trap(PFLGraphMan->setCurrentPosition(value));
+        if (pflGraph_ && g_.PFLGraphMan) {
+            g_.m_Endraised = false;
+            g_.trap(g_.PFLGraphMan->setCurrentPosition(value));
             value = value / cachedRate_;
             rebaseElapsed(value);
-        } else if (MainGraphMan) {
+        } else if (g_.MainGraphMan) {
             if (cachedRate_ <= 0) cachedRate_ = 1.0;
-            m_Endraised = false;
-            trap(MainGraphMan->setCurrentPosition(value));
+            g_.m_Endraised = false;
+            g_.trap(g_.MainGraphMan->setCurrentPosition(value));
             double position = 0;
-            if (trap(MainGraphMan->currentPosition(position))) cachedPosition_ = position;
+            if (g_.trap(g_.MainGraphMan->currentPosition(position))) cachedPosition_ = position;
             // Elapsed counts play time: at a faster rate a position is reached sooner.
             value = value / cachedRate_;
             rebaseElapsed(value);
@@ -362,18 +362,18 @@ void PlayerCore::put_CurrentPosition(double& value) {
 
 double PlayerCore::get_GraphPosition() {
     double seconds = 0;
-    if (!MainGraphMan || !MainGraphMan->currentPosition(seconds).ok()) return 0;
+    if (!g_.MainGraphMan || !g_.MainGraphMan->currentPosition(seconds).ok()) return 0;
     return seconds;
 }
 
 double PlayerCore::get_GraphDuration() {
     double seconds = 0;
-    if (!MainGraphMan || !MainGraphMan->duration(seconds).ok()) return 0;
+    if (!g_.MainGraphMan || !g_.MainGraphMan->duration(seconds).ok()) return 0;
     return seconds;
 }
 
 double PlayerCore::get_Duration() {
-    if (get_StreamingIsOnDemandFile()) return get_GraphDuration();
+    if (chains_.get_StreamingIsOnDemandFile()) return get_GraphDuration();
     return cachedDuration_;
 }
 
@@ -402,34 +402,34 @@ void PlayerCore::put_Volume(int32_t& value) {
     if (value > 0) value = 0;
     if (value > QuietestRemembered) storedVolume_ = value;
     if (graphLoaded_ && !pflGraph_) {
-        if (MainGraphMan) trap(MainGraphMan->setVolume(value));
-        if (Helper) {
-            auto helperGraph = Helper->currentGraph();
-            if (helperGraph && helperGraph != MainGraphMan) trap(helperGraph->setVolume(value));
+        if (g_.MainGraphMan) g_.trap(g_.MainGraphMan->setVolume(value));
+        if (g_.Helper) {
+            auto helperGraph = g_.Helper->currentGraph();
+            if (helperGraph && helperGraph != g_.MainGraphMan) g_.trap(helperGraph->setVolume(value));
         }
-    } else if (pflGraph_ && PFLGraphMan) {
-        trap(PFLGraphMan->setVolume(value));
+    } else if (pflGraph_ && g_.PFLGraphMan) {
+        g_.trap(g_.PFLGraphMan->setVolume(value));
     }
-    clearErr();
+    g_.clearErr();
 }
 
 int32_t PlayerCore::get_Volume() {
     if (!graphLoaded_) return storedVolume_;
-    const platform::GraphPtr& graph = pflGraph_ ? PFLGraphMan : MainGraphMan;
+    const platform::GraphPtr& graph = pflGraph_ ? g_.PFLGraphMan : g_.MainGraphMan;
     int32_t level = 0;
     if (!graph || !graph->volume(level).ok()) return 0;
     return level;
 }
 
 void PlayerCore::put_mute(bool& value) {
-    if (!graphLoaded_ || !MainGraphMan) return;
-    MainGraphMan->setVolume(value ? MuteLevel : storedVolume_);
+    if (!graphLoaded_ || !g_.MainGraphMan) return;
+    g_.MainGraphMan->setVolume(value ? MuteLevel : storedVolume_);
 }
 
 bool PlayerCore::get_mute() {
-    if (!graphLoaded_ || !MainGraphMan) return false;
+    if (!graphLoaded_ || !g_.MainGraphMan) return false;
     int32_t level = 0;
-    if (!MainGraphMan->volume(level).ok()) return false;
+    if (!g_.MainGraphMan->volume(level).ok()) return false;
     return level < QuietestRemembered;
 }
 
@@ -442,19 +442,19 @@ void PlayerCore::put_Rate(double& value) {
     if (value < 0.9) value = 0.9;
 
     // The pitch filter keeps the pitch while it changes the rate.
-    if (UsePitchAdjuster_) {
+    if (g_.UsePitchAdjuster_) {
         pitchRate_ = value;
         pitchCarriesRate_ = true;
-        if (auto* pitch = PitchControl()) trap(pitch->setRate(value));
-        clearErr();
+        if (auto* pitch = PitchControl()) g_.trap(pitch->setRate(value));
+        g_.clearErr();
         return;
     }
 
     // Otherwise the graph's own rate; Windows Media files play at their own speed only.
-    if (!graphLoaded_ || !MainGraphMan) return;
-    if (text::endsWithNoCase(currentItem_, ".wma")) value = 1.0;
-    trap(MainGraphMan->setRate(value));
-    clearErr();
+    if (!graphLoaded_ || !g_.MainGraphMan) return;
+    if (text::endsWithNoCase(g_.currentItem_, ".wma")) value = 1.0;
+    g_.trap(g_.MainGraphMan->setRate(value));
+    g_.clearErr();
     cachedRate_ = value;
     pitchCarriesRate_ = false;
     // Elapsed goes on from where it was, now counting at the new rate.
@@ -470,8 +470,8 @@ void PlayerCore::put_Rate(double& value) {
 double PlayerCore::get_Rate() {
     if (pitchCarriesRate_) return 1.0;
     double rate = 0;
-    if (!MainGraphMan) return cachedRate_;
-    if (!MainGraphMan->rate(rate).ok()) return 0;
+    if (!g_.MainGraphMan) return cachedRate_;
+    if (!g_.MainGraphMan->rate(rate).ok()) return 0;
     return rate;
 }
 
