@@ -6,20 +6,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <thread>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace corvid::native::test {
 
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -66,7 +60,8 @@ bool soundServerUp() { return SoundServerEnvironment::serverUp(); }
 MonitorRecorder::MonitorRecorder(const std::string& sink, int channels, int maxSeconds)
     : channels_(channels) {
     static int counter = 0;
-    file_ = workDir() + "/recording-" + std::to_string(++counter) + ".raw";
+    const std::string stream = "corvid-recorder-" + std::to_string(::getpid()) + "-" + std::to_string(++counter);
+    file_ = workDir() + "/" + stream + ".raw";
     pid_ = ::fork();
     if (pid_ == 0) {
         const std::string device = "--device=" + sink + ".monitor";
@@ -77,15 +72,17 @@ MonitorRecorder::MonitorRecorder(const std::string& sink, int channels, int maxS
         const std::string map = channels == 8
             ? "--channel-map=front-left,front-right,rear-left,rear-right,front-center,lfe,side-left,side-right"
             : "--channel-map=front-left,front-right";
+        const std::string name = "--stream-name=" + stream;
         ::execlp("timeout", "timeout", limit.c_str(), "parec", device.c_str(), "--format=float32le",
-                 rate.c_str(), ch.c_str(), map.c_str(), "--raw", "--latency-msec=20", file_.c_str(),
-                 (char*)nullptr);
+                 rate.c_str(), ch.c_str(), map.c_str(), "--raw", "--latency-msec=20", name.c_str(),
+                 file_.c_str(), (char*)nullptr);
         ::_exit(127);
     }
-    // Let the recorder connect before anything plays: wait for its file to appear.
-    for (int i = 0; i < 100 && !fs::exists(file_); ++i)
+    // Nothing plays before the recorder is connected: wait (bounded) until the server lists
+    // its stream, however slow the machine.
+    const std::string listed = "pactl list source-outputs 2>/dev/null | grep -q 'media.name = \"" + stream + "\"'";
+    for (int i = 0; i < 500 && runCommand(listed, 5) != 0; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
 }
 
 MonitorRecorder::~MonitorRecorder() {
@@ -157,75 +154,6 @@ ToneMeasure measureTone(const std::vector<float>& samples, int channels, int cha
     if (counted == 0) return m;
     m.frequency = double(crossings) * rate / double(counted);
     return m;
-}
-
-namespace {
-constexpr size_t kMetaInterval = 8192;
-}
-
-IcyServer::IcyServer(Mode mode, std::string file) : mode_(mode), file_(std::move(file)) {
-    listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(listener_, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    ::listen(listener_, 4);
-    socklen_t len = sizeof a;
-    ::getsockname(listener_, reinterpret_cast<sockaddr*>(&a), &len);
-    port_ = ntohs(a.sin_port);
-    thread_ = std::thread([this] { serve(); });
-}
-
-IcyServer::~IcyServer() {
-    stop_ = true;
-    thread_.join();
-    ::close(listener_);
-}
-
-std::string IcyServer::address() const {
-    return "icystream://127.0.0.1:" + std::to_string(port_) + "/live";
-}
-
-void IcyServer::serve() {
-    pollfd p{listener_, POLLIN, 0};
-    int waited = 0;
-    while (!stop_ && ::poll(&p, 1, 50) == 0 && (waited += 50) < 10000) {
-    }
-    if (stop_ || !(p.revents & POLLIN)) return;
-    const int fd = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-    char buf[4096];
-    std::string req;
-    while (req.find("\r\n\r\n") == std::string::npos) {
-        const ssize_t n = ::recv(fd, buf, sizeof buf, 0);
-        if (n <= 0) break;
-        req.append(buf, size_t(n));
-    }
-    request_ = req;
-    if (mode_ == Mode::NotFound) {
-        const std::string r = "HTTP/1.0 404 Not Found\r\n\r\n";
-        ::send(fd, r.data(), r.size(), MSG_NOSIGNAL);
-    } else if (mode_ == Mode::Stream || mode_ == Mode::Stall) {
-        const std::string r = "ICY 200 OK\r\nicy-name: Corvid Test\r\ncontent-type: audio/mpeg\r\n"
-                              "icy-metaint: " + std::to_string(kMetaInterval) + "\r\n\r\n";
-        ::send(fd, r.data(), r.size(), MSG_NOSIGNAL);
-        std::ifstream in(file_, std::ios::binary);
-        std::vector<char> audio((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-        std::string meta = std::string("StreamTitle='") + kStreamTitle + "';StreamUrl='http://127.0.0.1/';";
-        meta.resize((meta.size() + 15) / 16 * 16, '\0');
-        for (size_t at = 0; at < audio.size() && !stop_; at += kMetaInterval) {
-            const size_t n = std::min(kMetaInterval, audio.size() - at);
-            ::send(fd, audio.data() + at, n, MSG_NOSIGNAL);
-            if (n < kMetaInterval) break;
-            const char length = char(at == 0 ? meta.size() / 16 : 0); // the title once, then empty blocks
-            ::send(fd, &length, 1, MSG_NOSIGNAL);
-            if (length) ::send(fd, meta.data(), meta.size(), MSG_NOSIGNAL);
-            if (mode_ == Mode::Stall && at < 40960 && at + kMetaInterval >= 40960)
-                std::this_thread::sleep_for(std::chrono::milliseconds(1500));
-        }
-    } else {
-        while (!stop_) std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    ::close(fd);
 }
 
 NativeOptions testOptions() {

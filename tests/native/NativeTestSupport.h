@@ -80,27 +80,6 @@ struct HelperRecorder : platform::GraphHelperEvents {
 
 inline constexpr const char* kStreamTitle = "Test Artist - Test Title";
 
-// Serves one connection on 127.0.0.1: an ICY stream of a file with a title in its first
-// metadata block (Stall: with a pause of 1.5 s after 40 kB), a 404, or silence.
-class IcyServer {
-public:
-    enum class Mode { Stream, Stall, NotFound, Silent };
-    IcyServer(Mode mode, std::string file);
-    ~IcyServer();
-    std::string address() const;
-    std::string request() const { return request_; }
-
-private:
-    void serve();
-    Mode mode_;
-    std::string file_;
-    int listener_ = -1;
-    int port_ = 0;
-    std::atomic<bool> stop_{false};
-    std::string request_;
-    std::thread thread_;
-};
-
 // Makes the registered filter or device `name` in `graph`; empty when it is not registered
 // or cannot be made.
 platform::FilterPtr createFilter(NativePlatform& platform, platform::Graph& graph, const std::string& name,

@@ -3,6 +3,7 @@
 // the meters, the end and the silence alarm come from the audio; a stream address opens.
 
 #include "NativeTestSupport.h"
+#include "StreamServer.h"
 
 #include <corvid/Player.h>
 #include "levels/SilenceDet.h"
@@ -70,32 +71,69 @@ protected:
     HostEvents host_;
 };
 
-TEST_F(PlayerOnNative, EveryFormatPlaysThroughThePlayersOwnChain) {
-    bool banned = false; // the native reader is current: nothing to fear from it
-    player_->put_ASFReaderBanned(banned);
-    for (const char* file : {"tone.wav", "tone.mp3", "tone.flac", "tone.ogg", "tone.m4a", "tone.wma"}) {
-        SCOPED_TRACE(file);
-        ASSERT_NO_FATAL_FAILURE(load(mediaPath(file)));
-        const auto m = left(playToEnd());
-        EXPECT_NEAR(m.frequency, kToneHz, 10);
-        EXPECT_NEAR(m.peak, kToneAmplitude, 0.06);
-        EXPECT_NEAR(host_.loudest, kToneAmplitude * 32768, 32768 * 0.06) << "the meters saw the tone";
-        EXPECT_NEAR(player_->get_Duration(), kToneSeconds, 0.15);
-        EXPECT_EQ(host_.ends, 1) << "the end is raised once";
-        player_->StopPlaying();
-    }
-}
+// Every format through the player's own chain: a seek before the first play starts the item
+// where asked; played again from the start, both channels carry the tone at its frequency and
+// level, the meters and timing follow the audio, and the end comes once and leaves the
+// playstate to the host.
+struct FormatCase {
+    const char* name;
+    const char* file;
+    bool preferOwnReader;
+    const char* filter; // stands in the chain the player built
+};
+void PrintTo(const FormatCase& c, std::ostream* os) { *os << c.name; }
 
-TEST_F(PlayerOnNative, MetersTimingAndTheEndComeFromTheAudio) {
-    ASSERT_NO_FATAL_FAILURE(load(mediaPath("tone.mp3")));
-    playToEnd();
-    EXPECT_EQ(host_.ends, 1);
+class PlayerFormats : public PlayerOnNative, public ::testing::WithParamInterface<FormatCase> {};
+
+TEST_P(PlayerFormats, PlaysFromASeekAndFromTheStartWithItsFrequencyLevelMetersAndOneEnd) {
+    const FormatCase& c = GetParam();
+    bool off = false, prefer = c.preferOwnReader; // the native reader is current: nothing to fear from it
+    player_->put_ASFReaderBanned(off);
+    player_->put_HaldenSourcePrefer(prefer);
+    ASSERT_NO_FATAL_FAILURE(load(mediaPath(c.file)));
+    std::vector<platform::FilterPtr> filters;
+    player_->GetCurrentMainFilterGraph(filters);
+    EXPECT_TRUE(std::any_of(filters.begin(), filters.end(), [&](const auto& f) { return f->name() == c.filter; }));
+    EXPECT_NEAR(player_->get_Duration(), kToneSeconds, 0.15);
+
+    double at = 1.2;
+    player_->put_CurrentPosition(at);
+    auto m = left(playToEnd());
+    EXPECT_NEAR(m.loudSeconds, kToneSeconds - 1.2, 0.15);
+    EXPECT_NEAR(m.frequency, kToneHz, 10);
+
+    player_->StopPlaying();
+    at = 0;
+    player_->put_CurrentPosition(at);
+    host_ = HostEvents{};
+    const auto samples = playToEnd();
+    for (int ch = 0; ch < 2; ++ch) {
+        m = measureTone(samples, 2, ch, MonitorRecorder::kRate);
+        EXPECT_NEAR(m.frequency, kToneHz, 10) << "channel " << ch;
+        EXPECT_NEAR(m.peak, kToneAmplitude, 0.06) << "channel " << ch;
+        EXPECT_NEAR(m.loudSeconds, kToneSeconds, 0.3) << "channel " << ch;
+    }
+    EXPECT_EQ(host_.ends, 1) << "the end is raised once";
+    EXPECT_NEAR(player_->get_GraphPosition(), kToneSeconds, 0.2);
+    EXPECT_EQ(player_->get_Playstate(), MpPlaying) << "the end leaves the playstate to the host";
+    EXPECT_NEAR(host_.loudest, kToneAmplitude * 32768, 32768 * 0.06) << "the meters saw the tone";
     // About 20 ticks a second over two seconds; the bounds only say "steadily, while playing".
     EXPECT_GE(host_.vuPeaks, 10);
     EXPECT_LE(host_.vuPeaks, 100);
     EXPECT_GE(host_.timings, host_.vuPeaks - 1); // the end adds one VUPeak of zeros
-    EXPECT_EQ(player_->get_Playstate(), MpPlaying) << "the end leaves the playstate to the host";
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryFormat, PlayerFormats,
+    ::testing::Values(FormatCase{"wav_via_parser", "tone.wav", false, "Wave Parser"},
+                      FormatCase{"mp3_via_decoder", "tone.mp3", false, "MPEG Layer-3 Decoder"},
+                      FormatCase{"mp3_via_own_reader", "tone.mp3", true, "Halden WM ASF Reader"},
+                      FormatCase{"mpg_via_mp3_fallback", "tone.mpg", false, "MPEG Layer-3 Decoder"},
+                      FormatCase{"flac_via_decoding_source", "tone.flac", false, "Native FLAC Decoder"},
+                      FormatCase{"ogg_via_vorbis_decoder", "tone.ogg", false, "Xiph.Org Vorbis Decoder PLUS"},
+                      FormatCase{"m4a_via_mp4_decoder", "tone.m4a", false, "Microsoft DTV-DVD Audio Decoder"},
+                      FormatCase{"wma_via_reader_and_decoder", "tone.wma", false, "WMAudio Decoder DMO"}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(PlayerOnNative, VolumeLowersTheToneMuteSilencesItAndRateKeepsItsPitch) {
     ASSERT_NO_FATAL_FAILURE(load(mediaPath("tone.wav")));
@@ -180,7 +218,7 @@ TEST_F(PlayerOnNative, ALongSilenceRaisesTheAlarm) {
 }
 
 TEST_F(PlayerOnNative, AStreamAddressOpensAndReportsItsTitle) {
-    IcyServer server(IcyServer::Mode::Stream, mediaPath("tone.mp3"));
+    StreamServer server(StreamServer::Mode::File, mediaPath("tone.mp3"));
     ASSERT_NO_FATAL_FAILURE(load(server.address()));
     EXPECT_NEAR(left(playToEnd()).frequency, kToneHz, 10);
     ASSERT_FALSE(host_.titles.empty());

@@ -9,6 +9,10 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace corvid::native::test {
 namespace {
 
@@ -58,11 +62,21 @@ TEST(NativeServicesTest, OperatorReportsRepairsAndBoxesAndStartsProgramsWithoutW
                                !findExecutable("pavucontrol-qt").empty() ||
                                !findExecutable("pwvucontrol").empty());
 
-    const std::string marker = workDir() + "/started-marker";
+    // The program waits at a gate the test opens only after startProcess returned, then says
+    // it ran: a startProcess that waited for it would never return.
+    const std::string gate = workDir() + "/start-gate", marker = workDir() + "/started-marker";
+    std::filesystem::remove(gate);
     std::filesystem::remove(marker);
-    ASSERT_TRUE(op.startProcess("sh -c \"sleep 0.2; touch " + marker + "\"", platform::WindowStyle::Hidden));
-    EXPECT_FALSE(std::filesystem::exists(marker)) << "startProcess does not wait";
-    for (int i = 0; i < 100 && !std::filesystem::exists(marker); ++i) platform.ticks().sleepMs(20);
+    ASSERT_EQ(::mkfifo(gate.c_str(), 0600), 0);
+    ASSERT_TRUE(op.startProcess("timeout 30 sh -c \"cat " + gate + " > /dev/null; touch " + marker + "\"",
+                                platform::WindowStyle::Hidden));
+    int writer = -1; // opens once the program reads the gate
+    for (int i = 0; i < 1000 && writer < 0; ++i, platform.ticks().sleepMs(10))
+        writer = ::open(gate.c_str(), O_WRONLY | O_NONBLOCK);
+    ASSERT_GE(writer, 0) << "the program never reached its gate";
+    EXPECT_FALSE(std::filesystem::exists(marker));
+    ::close(writer);
+    for (int i = 0; i < 1000 && !std::filesystem::exists(marker); ++i) platform.ticks().sleepMs(10);
     EXPECT_TRUE(std::filesystem::exists(marker));
     EXPECT_FALSE(op.startProcess("no-such-program-anywhere", platform::WindowStyle::Normal));
 }

@@ -4,7 +4,7 @@
 
 #include <corvid/Player.h>
 #include "platform/sim/SimPlatform.h"
-#include "tests/sim/PlayerInternals.h"
+#include "tests/sim/GraphFixture.h"
 #include "tests/sim/RecordingEvents.h"
 
 #include <gtest/gtest.h>
@@ -30,25 +30,16 @@ inline ::testing::AssertionResult inOrder(const std::vector<std::string>& lines,
     return ::testing::AssertionSuccess();
 }
 
-inline sim::SimFile audioFile(std::string type, double seconds, std::map<std::string, std::string> tags = {}) {
-    sim::SimFile file;
-    file.mediaType = std::move(type);
-    file.durationSeconds = seconds;
-    file.tags = std::move(tags);
-    return file;
-}
-
 class BehaviourTest : public ::testing::Test {
 protected:
-    using PI = PlayerInternals;
     static constexpr const char* Mp3 = "/music/a.mp3";
     static constexpr const char* Mp3B = "/music/b.mp3";
     static constexpr const char* Live = "http://127.0.0.1:8000/live";
 
     BehaviourTest() : sim(sim::SimPlatform::standardMachine()) {
         sim->setTickCount(100000); // a machine up for a while: no tick reading is 0
-        sim->addFile(Mp3, audioFile("stream/mpeg-audio", 180.0));
-        sim->addFile(Mp3B, audioFile("stream/mpeg-audio", 240.0));
+        sim->addFile(Mp3, simFile("stream/mpeg-audio", 180.0));
+        sim->addFile(Mp3B, simFile("stream/mpeg-audio", 240.0));
         sim->addStream(Live, {});
         player = std::make_unique<Player>(*sim);
         player->setEvents(&host);

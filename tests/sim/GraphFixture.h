@@ -1,16 +1,16 @@
 #pragma once
 // A player on the standard simulated machine, with logging on and a recording host, for the
-// graph and device tests: builds items, and reads back which filters stand in the graph and
-// which is connected to which.
+// graph, chain and device tests: loads items through FileName, as a host does, and reads back
+// which filters stand in the graph and which is connected to which.
 
 #include <corvid/Player.h>
 #include "platform/sim/SimPlatform.h"
-#include "tests/sim/PlayerInternals.h"
 #include "tests/sim/RecordingEvents.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -18,15 +18,38 @@
 
 namespace corvid::testing {
 
-inline sim::SimFile simFile(const std::string& mediaType, double seconds = 120.0) {
+inline sim::SimFile simFile(const std::string& mediaType, double seconds = 120.0,
+                            std::map<std::string, std::string> tags = {}) {
     sim::SimFile file;
     file.mediaType = mediaType;
     file.durationSeconds = seconds;
+    file.tags = std::move(tags);
     return file;
 }
 
+// The filters upstream of the renderer the graph plays to (a name starting with `device`),
+// from the source down, as "A > B > C".
+inline std::string chainToDevice(const platform::GraphPtr& graph, const std::string& device) {
+    auto input = [](const platform::FilterPtr& f) -> platform::PinPtr {
+        for (const auto& pin : f->pins())
+            if (pin->direction() == platform::PinDirection::Input) return pin;
+        return nullptr;
+    };
+    platform::PinPtr pin;
+    if (graph)
+        for (const auto& f : graph->filters())
+            if (f->name().rfind(device, 0) == 0) pin = input(f);
+    std::string chain;
+    for (int step = 0; step < 16 && pin && pin->connectedTo(); ++step) {
+        const auto up = pin->connectedTo()->filter();
+        chain = chain.empty() ? up->name() : up->name() + " > " + chain;
+        pin = input(up);
+    }
+    return chain;
+}
+
 class GraphFixture : public ::testing::Test {
-protected:
+public: // open to the tables' own checks
     static constexpr const char* Mp3 = "/music/one.mp3";
     static constexpr const char* Wav = "/music/two.wav";
     static constexpr const char* Wma = "/music/three.WMA";
@@ -49,11 +72,16 @@ protected:
         player->put_LoggingEnabled(on);
     }
 
-    PlayerInternals pi() { return PlayerInternals(*player); }
     sim::SimOperatorServices& ops() { return sim->operatorServices(); }
+    void set(void (Player::*setter)(bool&), bool value) { (player.get()->*setter)(value); }
 
-    bool build(const std::string& file, bool mustUseAsfReader = false, bool canUseAutoRender = false) {
-        return pi().buildGraph(file, mustUseAsfReader, canUseAutoRender);
+    // Loads as a host does; true when FileName names the item afterwards.
+    bool load(std::string name) {
+        player->put_FileName(name);
+        return player->get_FileName() == name && !name.empty();
+    }
+    std::string chain(const std::string& device = "Default DirectSound Device") {
+        return chainToDevice(player->mainGraph(), device);
     }
 
     // Names of the filters in the main graph, in the graph's order.
@@ -68,6 +96,12 @@ protected:
         return static_cast<int>(std::count(names.begin(), names.end(), name));
     }
     bool hasFilter(const std::string& name) { return countFilters(name) > 0; }
+    platform::FilterPtr filter(const std::string& name) {
+        if (auto graph = player->mainGraph())
+            for (const auto& f : graph->filters())
+                if (f->name() == name) return f;
+        return nullptr;
+    }
 
     // Every connection of the main graph as "upstream -> downstream" filter names.
     std::set<std::string> links() {
@@ -104,10 +138,5 @@ protected:
     std::unique_ptr<Player> player;
     RecordingEvents host;
 };
-
-// The plain MP3 route from the file source to the default device.
-inline const std::set<std::string> kMp3Route = {
-    "File Source (Async.) -> MPEG-I Stream Splitter", "MPEG-I Stream Splitter -> MPEG Layer-3 Decoder",
-    "MPEG Layer-3 Decoder -> Halden Sample Grabber", "Halden Sample Grabber -> Default DirectSound Device"};
 
 } // namespace corvid::testing

@@ -86,11 +86,11 @@ TEST_F(LevelsPlayerTest, TheDialogShowsTheSharedSettingsAndOkCorrectsBadEntries)
 }
 
 TEST_F(LevelsPlayerTest, TheYearFallsBackWhenTheOriginalReleaseYearIsNoNumber) {
-    sim->addFile("/music/both.wma", audioFile("stream/asf;wma", 100.0,
+    sim->addFile("/music/both.wma", simFile("stream/asf;wma", 100.0,
                                               {{"Artist", "Ana"}, {"WM/Genre", "Pop"},
                                                {"WM/OriginalReleaseYear", "1971"}, {"WM/Year", "1999"}}));
     sim->addFile("/music/odd.wma",
-                 audioFile("stream/asf;wma", 100.0, {{"WM/OriginalReleaseYear", "early"}, {"WM/Year", "1999"}}));
+                 simFile("stream/asf;wma", 100.0, {{"WM/OriginalReleaseYear", "early"}, {"WM/Year", "1999"}}));
     EXPECT_EQ(player->get_WMAYear(), "");
     load("/music/both.wma");
     ASSERT_EQ(player->get_FileName(), "/music/both.wma") << player->get_LastError();

@@ -1,10 +1,10 @@
 // The silence settings, the silence decision, the settings dialog model and the peak
-// levels, over a small in-file settings store.
+// levels, over the simulated machine's settings store.
 
 #include "levels/Peaks.h"
 #include "levels/SilenceDet.h"
 #include "levels/SilenceDialog.h"
-#include "support/Text.h"
+#include "platform/sim/SimPlatform.h"
 
 #include <gtest/gtest.h>
 
@@ -16,29 +16,14 @@
 namespace corvid {
 namespace {
 
-class SilenceStore : public platform::SettingsStore {
-public:
-    std::map<std::tuple<std::string, std::string, std::string>, std::string> values;
-    bool failWrites = false;
-
-    static auto key(const std::string& a, const std::string& s, const std::string& k) {
-        return std::tuple{text::toLower(a), text::toLower(s), text::toLower(k)};
-    }
-    std::string read(const std::string& a, const std::string& s, const std::string& k,
-                     const std::string& def) override {
-        auto it = values.find(key(a, s, k));
-        return it == values.end() ? def : it->second;
-    }
-    platform::Status write(const std::string& a, const std::string& s, const std::string& k,
-                           const std::string& v) override {
-        if (failWrites) return platform::Status::failure(platform::hr::AccessDenied, "denied");
-        values[key(a, s, k)] = v;
-        return {};
-    }
-    void putSilence(const std::string& v) { values[key("Corvid", "Fenwick1", "SilenceData")] = v; }
-    std::string silence() const {
-        auto it = values.find(key("corvid", "fenwick1", "silencedata"));
-        return it == values.end() ? "<absent>" : it->second;
+// The silence settings where the simulated machine keeps them.
+struct SilenceStore {
+    sim::SimPlatform machine;
+    operator platform::SettingsStore&() { return machine.settings(); }
+    void putSilence(const std::string& v) { machine.settings().preset("Corvid", "Fenwick1", "SilenceData", v); }
+    std::string silence() { return machine.settings().value("corvid", "fenwick1", "silencedata").value_or("<absent>"); }
+    void failWrites() {
+        machine.failAlways(sim::FaultPoint::SettingsWrite, "", platform::Status::failure(platform::hr::AccessDenied, "denied"));
     }
 };
 
@@ -114,7 +99,7 @@ TEST(SilenceDet, SavesOnReleaseAndIgnoresAFailedSave) {
     EXPECT_EQ(store.silence(), "-20,5,False");
 
     store.putSilence("-30,2.5,True");
-    store.failWrites = true;
+    store.failWrites();
     {
         clsSilenceDet det(store);
         EXPECT_EQ(det.get_SilenceDetSecs(), 2); // 2.5 rounds to even

@@ -5,7 +5,6 @@
 #include <corvid/Player.h>
 #include "levels/SilenceDet.h"
 #include "platform/sim/SimPlatform.h"
-#include "tests/sim/PlayerInternals.h"
 #include "tests/sim/RecordingEvents.h"
 
 #include <gtest/gtest.h>
@@ -81,14 +80,6 @@ TEST_F(PlayerSurfaceTest, AdjustedAccessors) {
     p->put_autoCueThresh(thresh);
     EXPECT_EQ(p->get_autoCueThresh(), 500);
 
-    PlayerInternals in(*p);
-    in.leftPeak() = -5000;
-    in.rightPeak() = 3000;
-    EXPECT_EQ(p->get_LeftVUPeak(), 5000);
-    EXPECT_EQ(p->get_RightVuPeak(), 3000);
-    in.leftPeak() = INT32_MIN;
-    EXPECT_EQ(p->get_LeftVUPeak(), INT32_MAX);
-
     // The fields and stored values read back what was written.
     std::string id = "Deck A";
     p->put_ID(id);
@@ -98,6 +89,18 @@ TEST_F(PlayerSurfaceTest, AdjustedAccessors) {
     EXPECT_EQ(names.Count(), 0u);
     names.Add("Wave Parser");
     EXPECT_TRUE(p->get_FilterNamesWeNeed().Contains("wave parser"));
+
+    // The meters read the helper's last peaks without their sign.
+    sim->addFile("/music/a.mp3", {"stream/mpeg-audio", 60.0});
+    std::string item = "/music/a.mp3";
+    p->put_FileName(item);
+    p->Play();
+    auto helper = sim->lastHelper(platform::GraphHelperKind::Helper);
+    helper->fireThreadEvent(-5000, 3000);
+    EXPECT_EQ(p->get_LeftVUPeak(), 5000);
+    EXPECT_EQ(p->get_RightVuPeak(), 3000);
+    helper->fireThreadEvent(INT32_MIN, 0);
+    EXPECT_EQ(p->get_LeftVUPeak(), INT32_MAX);
 }
 
 TEST_F(PlayerSurfaceTest, PluginsAreTheCataloguesListAndAddPluginIsTheInstancesOwnSlot) {
@@ -112,13 +115,26 @@ TEST_F(PlayerSurfaceTest, PluginsAreTheCataloguesListAndAddPluginIsTheInstancesO
 
 TEST_F(PlayerSurfaceTest, PlaystateReportsPlayingWhileAStreamStartIsUnderWay) {
     auto p = makePlayer();
-    PlayerInternals in(*p);
     EXPECT_EQ(p->get_Playstate(), mpstopped);
-    in.playingOverride() = true;
-    EXPECT_EQ(p->get_Playstate(), MpPlaying);
-    EXPECT_EQ(in.storedPlaystate(), mpstopped);
-    in.playingOverride() = false;
-    in.storedPlaystate() = mpPaused;
+    sim->addStream("http://radio/live", {});
+    bool off = false, on = true;
+    p->put_ASFReaderBanned(off);
+    p->put_LoggingEnabled(on);
+    std::string item = "http://radio/live";
+    p->put_FileName(item);
+    PlayCondition during = mpUnknown;
+    host.onLog = [&](const std::string& line) {
+        if (line == "Setting filename = http://radio/live") during = p->get_Playstate();
+    };
+    p->Play(); // a plain address is loaded anew for every play
+    EXPECT_EQ(during, MpPlaying);
+    host.onLog = nullptr;
+    p->StopPlaying();
+    sim->addFile("/music/a.mp3", {"stream/mpeg-audio", 60.0});
+    item = "/music/a.mp3";
+    p->put_FileName(item);
+    p->Play();
+    p->Pause();
     EXPECT_EQ(p->get_Playstate(), mpPaused);
 }
 
@@ -248,16 +264,18 @@ TEST_F(PrintFiltersTest, ListsFiltersPinsAndConnectionsWhileLogging) {
 
 TEST_F(PlayerSurfaceTest, LogLinesFollowTheSwitchAndWriteLogDoesNot) {
     auto p = makePlayer();
-    PlayerInternals in(*p);
-    in.log("hidden");
-    in.writeLog("second channel");
+    sim->addFile("/music/nine.xyz", {"stream/unknown", 60.0}); // no chain plays it: WriteLog tells
+    std::string item = "/music/nine.xyz";
+    p->put_FileName(item);
     EXPECT_TRUE(host.log.empty());
-    EXPECT_EQ(host.writeLog, std::vector<std::string>{"second channel"});
+    EXPECT_NE(std::find(host.writeLog.begin(), host.writeLog.end(),
+                        "Getting desperate to render this file, doing automatically..."),
+              host.writeLog.end());
 
     bool on = true;
     p->put_LoggingEnabled(on);
-    in.log("shown");
-    EXPECT_EQ(host.log, std::vector<std::string>{"shown"});
+    p->put_FileName(item);
+    EXPECT_TRUE(host.logged("Setting filename = /music/nine.xyz"));
 }
 
 TEST(MemberIdsTest, IdsAreUniqueAndEventsNumberedOneToTwentyOne) {

@@ -71,5 +71,70 @@ TEST_F(StreamFailureTest, APlainAddressWithTheReaderBannedSaysSo) {
     EXPECT_NE(player->get_LastError().find("ASFReaderBanned"), std::string::npos) << player->get_LastError();
 }
 
+// ---- What the stream source reports while it plays ----
+
+TEST_F(StreamFailureTest, BufferingPhasesRaiseEventsAndTheirCountOverflowsOnlyToACallingHost) {
+    for (int p : {50, 80, 100}) player->IShoutcastCallback_StreamBuffering(p);
+    EXPECT_EQ(host.count("StreamBufferingStarted"), 1);
+    EXPECT_EQ(host.count("StreamBuffering: "), 3);
+    EXPECT_EQ(host.all.back(), "StreamBuffering: 100");
+    EXPECT_EQ(player->get_StreamBufferingPercent(), -1);
+
+    host.clear();
+    player->IShoutcastCallback_StreamBuffering(50);
+    player->IShoutcastCallback_StreamBuffering(-1);
+    EXPECT_EQ(host.all, (std::vector<std::string>{"StreamBufferingStarted", "StreamBuffering: 50",
+                                                  "StreamBuffering: -1"}));
+
+    // A report of 0 while idle starts a phase's clock without announcing it.
+    host.clear();
+    player->IShoutcastCallback_StreamBuffering(0);
+    EXPECT_EQ(host.count("StreamBufferingStarted"), 0);
+    EXPECT_EQ(player->get_StreamBufferingPercent(), 0);
+
+    EXPECT_THROW(player->IShoutcastCallback_StreamBuffering(40000), AutomationError);
+    // Restarts are counted in 16 bits: one restart more than that overflows.
+    for (int restart = 1; restart < 32767; ++restart) {
+        player->IShoutcastCallback_StreamBuffering(50);
+        player->IShoutcastCallback_StreamBuffering(-1);
+    }
+    host.clear();
+    player->IShoutcastCallback_StreamBuffering(50);
+    try {
+        player->IShoutcastCallback_StreamBuffering(-1);
+        FAIL() << "no overflow";
+    } catch (const AutomationError& e) {
+        EXPECT_EQ(e.number(), 6);
+    }
+}
+
+TEST_F(StreamFailureTest, TheSourcesCallbacksBecomeEventsAndItsPropertiesReadTheStream) {
+    sim::SimStream show;
+    show.durationSeconds = 1800.0;
+    sim->addStream("icystream://radio/show", show);
+    sim->addStream(Icy, {});
+    load(Icy);
+    ASSERT_EQ(player->get_FileName(), Icy) << player->get_LastError();
+    auto source = sim->lastStreamSource();
+    ASSERT_TRUE(source);
+    host.clear();
+    EXPECT_TRUE(source->fireMetaChange("Artist - Title", "http://radio", "StreamTitle='x';"));
+    EXPECT_TRUE(source->fireOdStreamSeg(12.5));
+    EXPECT_TRUE(source->fireStreamBuffering(70000)); // its overflow is not the client's business
+    EXPECT_EQ(host.all, (std::vector<std::string>{"ShoutCastMeta: Artist - Title|http://radio|StreamTitle='x';",
+                                                  "StreamOnDemandSegFound: 12.500000", "StreamBufferingStarted"}));
+    EXPECT_TRUE(player->get_isStreaming());
+    EXPECT_FALSE(player->get_StreamingIsOnDemandFile()); // live: 525600 seconds
+    EXPECT_TRUE(player->get_StreamingCanCancelPlay());
+    player->StreamingCancelPlay();
+    EXPECT_EQ(sim->lastStreamSource()->cancelCount(), 1);
+
+    load("icystream://radio/show");
+    EXPECT_TRUE(player->get_StreamingIsOnDemandFile());
+    load(Mp3);
+    EXPECT_FALSE(player->get_isStreaming());
+    EXPECT_FALSE(player->get_StreamingIsOnDemandFile());
+}
+
 } // namespace
 } // namespace corvid::testing

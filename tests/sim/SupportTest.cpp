@@ -6,6 +6,7 @@
 #include "support/PlayerSettings.h"
 #include "support/Text.h"
 #include "support/TimerClass1.h"
+#include "platform/sim/SimPlatform.h"
 
 #include <gtest/gtest.h>
 
@@ -27,35 +28,6 @@ public:
     }
     void sleepMs(int32_t ms) override { now += ms; }
     double secondsSinceMidnight() override { return now / 1000.0; }
-};
-
-// Names compare without regard to case, as the real stores do.
-class FakeStore : public platform::SettingsStore {
-public:
-    using Key = std::tuple<std::string, std::string, std::string>;
-    std::map<Key, std::string> values;
-    int writes = 0;
-
-    static Key key(const std::string& a, const std::string& s, const std::string& k) {
-        return {text::toLower(a), text::toLower(s), text::toLower(k)};
-    }
-    std::string read(const std::string& a, const std::string& s, const std::string& k,
-                     const std::string& def) override {
-        auto it = values.find(key(a, s, k));
-        return it == values.end() ? def : it->second;
-    }
-    platform::Status write(const std::string& a, const std::string& s, const std::string& k,
-                           const std::string& v) override {
-        ++writes;
-        values[key(a, s, k)] = v;
-        return {};
-    }
-    std::optional<std::string> stored(const std::string& a, const std::string& s,
-                                      const std::string& k) const {
-        auto it = values.find(key(a, s, k));
-        if (it == values.end()) return std::nullopt;
-        return it->second;
-    }
 };
 
 void expectOverflow(const std::function<void()>& f) {
@@ -168,34 +140,36 @@ TEST_F(TimerTest, OverflowIsRaisedAndStopLeavesTheTimerStopped) {
 // ---- persisted settings ----------------------------------------------------------------
 
 TEST(PlayerSettings, FreshProfileReadsDefaultsWithoutWriting) {
-    FakeStore store;
+    sim::SimPlatform machine;
+    auto& store = machine.settings();
     PlayerSettings s(store);
     EXPECT_FALSE(s.get_NewGraphEveryTime());
     EXPECT_FALSE(s.get_PipeSenderDownstreamMute("Cart1"));
     EXPECT_EQ(s.readSilenceData(), "40,30,-1");
-    EXPECT_EQ(store.writes, 0);
+    EXPECT_EQ(store.writeCount(), 0);
 }
 
 TEST(PlayerSettings, ValuesLiveWhereHostsLookAndAreNotCached) {
-    FakeStore store;
+    sim::SimPlatform machine;
+    auto& store = machine.settings();
     PlayerSettings a(store), b(store);
     EXPECT_TRUE(a.put_NewGraphEveryTime(true).ok());
-    EXPECT_EQ(store.stored("Orvo2010", "Fenwick", "NewGraphEveryTime"), "True");
+    EXPECT_EQ(store.value("Orvo2010", "Fenwick", "NewGraphEveryTime"), "True");
     EXPECT_TRUE(b.get_NewGraphEveryTime());
-    store.values[FakeStore::key("Orvo2010", "Fenwick", "NewGraphEveryTime")] = "False";
+    store.preset("Orvo2010", "Fenwick", "NewGraphEveryTime", "False");
     EXPECT_FALSE(b.get_NewGraphEveryTime());
 
     EXPECT_TRUE(a.put_PipeSenderDownstreamMute("Deck A", true).ok());
     EXPECT_TRUE(a.put_PipeSenderDownstreamMute("Deck B", false).ok());
-    EXPECT_EQ(store.stored("Orvo2020PLUS", "Player-Settings", "Deck A : PipeSenderDownstreamMute"),
+    EXPECT_EQ(store.value("Orvo2020PLUS", "Player-Settings", "Deck A : PipeSenderDownstreamMute"),
               "True");
-    EXPECT_EQ(store.stored("Orvo2020PLUS", "Player-Settings", "Deck B : PipeSenderDownstreamMute"),
+    EXPECT_EQ(store.value("Orvo2020PLUS", "Player-Settings", "Deck B : PipeSenderDownstreamMute"),
               "False");
     EXPECT_TRUE(b.get_PipeSenderDownstreamMute("Deck A"));
     EXPECT_FALSE(b.get_PipeSenderDownstreamMute("Deck B"));
 
     EXPECT_TRUE(a.writeSilenceData("-20,5,False").ok());
-    EXPECT_EQ(store.stored("Corvid", "Fenwick1", "SilenceData"), "-20,5,False");
+    EXPECT_EQ(store.value("Corvid", "Fenwick1", "SilenceData"), "-20,5,False");
 }
 
 TEST(PlayerSettings, TextForms) {
@@ -210,10 +184,10 @@ TEST(PlayerSettings, TextForms) {
             EXPECT_EQ(value, *expected) << text;
         }
     }
-    FakeStore store;
-    PlayerSettings s(store);
+    sim::SimPlatform machine;
+    PlayerSettings s(machine.settings());
     for (auto [stored, expected] : {std::pair{"TRUE", true}, {"-1", true}, {"garbage", false}}) {
-        store.values[FakeStore::key("orvo2010", "fenwick", "newgrapheverytime")] = stored;
+        machine.settings().preset("orvo2010", "fenwick", "newgrapheverytime", stored);
         EXPECT_EQ(s.get_NewGraphEveryTime(), expected) << stored;
     }
 
