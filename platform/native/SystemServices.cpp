@@ -110,6 +110,7 @@ void NativeOperatorServices::report(const std::string& line) {
 void NativeOperatorServices::messageBox(const std::string& text, const std::string& title,
                                         platform::MessageIcon icon) {
     report(std::string("message box (") + iconWord(icon) + ") \"" + title + "\": " + text);
+    if (view_) view_(text, title, icon);
 }
 
 Status NativeOperatorServices::startProcess(const std::string& commandLine,

@@ -34,15 +34,21 @@ private:
     std::map<std::string, std::string> values_;
 };
 
-// Message boxes and repair commands go to stderr and to the host's log sink; nobody on a
-// Linux playout machine can click them away, so a box never waits.
+// Message boxes and repair commands go to stderr and to the host's log sink, and message boxes
+// also to the host's view when it has one (a toolkit's window). A box never waits: on air the
+// next item must not be held up by a box nobody has clicked away yet.
 class NativeOperatorServices final : public platform::OperatorServices {
 public:
     using LogSink = std::function<void(const std::string&)>;
+    // Shows a message box and returns at once.
+    using MessageBoxView = std::function<void(const std::string& text, const std::string& title,
+                                              platform::MessageIcon icon)>;
 
     // Control thread: where operator reports go besides stderr (may be empty).
     void setLogSink(LogSink sink) { sink_ = std::move(sink); }
     void setEchoToStderr(bool echo) { echo_ = echo; }
+    // Control thread: where message boxes are shown besides the report (may be empty).
+    void setMessageBoxView(MessageBoxView view) { view_ = std::move(view); }
     // Everything reported so far, oldest first.
     const std::vector<std::string>& reports() const { return reports_; }
     // Reports a line to the operator (stderr and the sink).
@@ -60,6 +66,7 @@ public:
 
 private:
     LogSink sink_;
+    MessageBoxView view_;
     bool echo_ = true;
     std::vector<std::string> reports_;
 };

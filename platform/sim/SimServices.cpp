@@ -139,65 +139,6 @@ Status SimTagReader::attribute(const std::string& name, std::string& value) {
 
 // Event loop -----------------------------------------------------------------------------------
 
-void SimEventLoop::post(std::function<void()> task) {
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        tasks_.push_back(std::move(task));
-    }
-    wake_.notify_all();
-}
-
-int SimEventLoop::processPending() {
-    std::size_t due;
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        due = tasks_.size();
-    }
-    int ran = 0;
-    for (; due > 0; --due) {
-        std::function<void()> task;
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            if (tasks_.empty()) break;
-            task = std::move(tasks_.front());
-            tasks_.pop_front();
-        }
-        task();
-        ++ran;
-    }
-    return ran;
-}
-
-void SimEventLoop::run() {
-    for (;;) {
-        std::function<void()> task;
-        {
-            std::unique_lock<std::mutex> lock(mutex_);
-            wake_.wait(lock, [this] { return quit_ || !tasks_.empty(); });
-            if (quit_) {
-                quit_ = false;
-                return;
-            }
-            task = std::move(tasks_.front());
-            tasks_.pop_front();
-        }
-        task();
-    }
-}
-
-void SimEventLoop::quit() {
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        quit_ = true;
-    }
-    wake_.notify_all();
-}
-
-std::size_t SimEventLoop::pendingCount() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return tasks_.size();
-}
-
 int SimEventLoop::drain(int limit) {
     int ran = 0;
     while (ran < limit) {

@@ -3,9 +3,10 @@
 // settings store, an operator that records what it was asked, a tag reader over the
 // simulated files, the catalogue of registered filters, and an event loop that a test pumps.
 //
-// Threads: control thread only, except SimEventLoop::post and quit.
+// Threads: control thread only, except SimEventLoop::post, quit and pendingCount.
 
 #include "platform/Catalogue.h"
+#include "platform/QueuedEventLoop.h"
 #include "platform/Services.h"
 #include "platform/sim/SimTypes.h"
 
@@ -131,22 +132,10 @@ private:
     std::optional<std::map<std::string, std::string>> tags_;
 };
 
-class SimEventLoop : public platform::EventLoop {
+class SimEventLoop : public platform::QueuedEventLoop {
 public:
-    void post(std::function<void()> task) override;
-    int processPending() override;
-    void run() override;
-    void quit() override;
-
-    std::size_t pendingCount() const;
     // Runs tasks until none is left, also those that tasks post; at most `limit` of them.
     int drain(int limit = 100000);
-
-private:
-    mutable std::mutex mutex_;
-    std::condition_variable wake_;
-    std::deque<std::function<void()>> tasks_;
-    bool quit_ = false;
 };
 
 class SimCatalogueEntry : public platform::CatalogueEntry {
