@@ -10,7 +10,7 @@ PlatformClock::PlatformClock(std::chrono::microseconds period) : period_(period)
 PlatformClock::~PlatformClock() {
     {
         std::lock_guard lock(mutex_);
-        subscribers_.clear();
+        subscribers_ = std::make_shared<Subscribers>();
         stop_ = true;
     }
     wake_.notify_all();
@@ -19,7 +19,9 @@ PlatformClock::~PlatformClock() {
 
 int PlatformClock::subscribe(std::function<void()> tick) {
     std::unique_lock lock(mutex_);
-    subscribers_.emplace_back(nextId_, std::move(tick));
+    auto changed = std::make_shared<Subscribers>(*subscribers_);
+    changed->emplace_back(nextId_, std::move(tick));
+    subscribers_ = std::move(changed);
     if (!thread_.joinable()) {
         stop_ = false;
         thread_ = std::thread([this] { run(); });
@@ -31,10 +33,12 @@ void PlatformClock::unsubscribe(int id) {
     std::thread ending;
     {
         std::lock_guard lock(mutex_);
-        subscribers_.erase(std::remove_if(subscribers_.begin(), subscribers_.end(),
-                                          [&](auto& s) { return s.first == id; }),
-                           subscribers_.end());
-        if (!subscribers_.empty() || !thread_.joinable()) return;
+        auto changed = std::make_shared<Subscribers>(*subscribers_);
+        changed->erase(std::remove_if(changed->begin(), changed->end(),
+                                      [&](auto& s) { return s.first == id; }),
+                       changed->end());
+        subscribers_ = std::move(changed);
+        if (!subscribers_->empty() || !thread_.joinable()) return;
         stop_ = true;
         ending = std::move(thread_);
     }
@@ -51,13 +55,13 @@ void PlatformClock::run() {
     pthread_setname_np(pthread_self(), "corvid-clock");
     auto next = std::chrono::steady_clock::now() + period_;
     std::unique_lock lock(mutex_);
-    std::vector<std::pair<int, std::function<void()>>> ticking;
+    std::shared_ptr<const Subscribers> ticking;
     while (!wake_.wait_until(lock, next, [&] { return stop_; })) {
         // Ticks run outside the lock: one that waits (on a full queue, say) must not hold up
         // a control thread that subscribes or unsubscribes meanwhile.
         ticking = subscribers_;
         lock.unlock();
-        for (auto& [id, tick] : ticking) tick();
+        for (auto& [id, tick] : *ticking) tick();
         lock.lock();
         next += period_;
         const auto now = std::chrono::steady_clock::now();

@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -37,7 +38,9 @@ private:
     const std::chrono::microseconds period_;
     mutable std::mutex mutex_;
     std::condition_variable wake_;
-    std::vector<std::pair<int, std::function<void()>>> subscribers_;
+    using Subscribers = std::vector<std::pair<int, std::function<void()>>>;
+    // Replaced whole on every change, so that a period takes it without copying the ticks.
+    std::shared_ptr<const Subscribers> subscribers_ = std::make_shared<Subscribers>();
     int nextId_ = 1;
     bool stop_ = false;
     uint64_t missed_ = 0;

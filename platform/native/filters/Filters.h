@@ -34,6 +34,8 @@ NativeFilterPtr makeChannelRouter(const std::string& name, int pair);
 class PeakKeeper {
 public:
     void see(const Buffer& buffer);
+    // The same over interleaved float samples already converted.
+    void see(const float* samples, int frames, int channels);
     void take(int32_t& left, int32_t& right);
     void clear();
 

@@ -15,6 +15,25 @@ void raiseTo(std::atomic<int32_t>& slot, int32_t value) {
     while (value > seen && !slot.compare_exchange_weak(seen, value, std::memory_order_relaxed)) {
     }
 }
+
+// The loudest magnitude of the first two channels of interleaved float samples, raised into
+// `peak` (a mono signal counts for both sides).
+void raisePeaks(const float* samples, int frames, int ch, float peak[2]) {
+    float l = peak[0], r = peak[1];
+    if (ch == 1) {
+        for (int f = 0; f < frames; ++f) l = std::max(l, std::fabs(samples[f]));
+        r = l;
+    } else {
+        for (int f = 0; f < frames; ++f) {
+            l = std::max(l, std::fabs(samples[size_t(f) * ch]));
+            r = std::max(r, std::fabs(samples[size_t(f) * ch + 1]));
+        }
+    }
+    peak[0] = l;
+    peak[1] = r;
+}
+
+int32_t toScale(float peak) { return int32_t(std::lrint(std::min(peak, 1.0f) * 32768.0f)); }
 } // namespace
 
 void measurePeaks(const PcmFormat& format, const uint8_t* data, int frames, int32_t& left,
@@ -22,15 +41,20 @@ void measurePeaks(const PcmFormat& format, const uint8_t* data, int frames, int3
     left = right = 0;
     const int ch = format.channels;
     if (ch <= 0 || frames <= 0) return;
+    // Block by block through a small float buffer on the stack: the streaming thread calls
+    // this for every buffer and must not allocate for it.
+    constexpr int kBlockSamples = 2048;
+    float block[kBlockSamples];
+    const int perBlock = std::max(1, kBlockSamples / ch);
+    const size_t bytesPerFrame = size_t(format.frameBytes());
     float peak[2] = {0, 0};
-    std::vector<float> samples(size_t(frames) * ch);
-    toFloat(format, data, frames, samples.data());
-    for (int f = 0; f < frames; ++f)
-        for (int c = 0; c < std::min(ch, 2); ++c)
-            peak[c] = std::max(peak[c], std::fabs(samples[size_t(f) * ch + c]));
-    if (ch == 1) peak[1] = peak[0];
-    left = int32_t(std::lrint(std::min(peak[0], 1.0f) * 32768.0f));
-    right = int32_t(std::lrint(std::min(peak[1], 1.0f) * 32768.0f));
+    for (int done = 0; done < frames; done += perBlock) {
+        const int n = std::min(perBlock, frames - done);
+        toFloat(format, data + size_t(done) * bytesPerFrame, n, block);
+        raisePeaks(block, n, ch, peak);
+    }
+    left = toScale(peak[0]);
+    right = toScale(peak[1]);
 }
 
 SampleGrabberFilter::SampleGrabberFilter(const std::string& name) : NativeFilter(name) {
@@ -70,6 +94,14 @@ void PeakKeeper::see(const Buffer& buffer) {
     measurePeaks(buffer.format, buffer.bytes.data(), buffer.frames(), l, r);
     raiseTo(left_, l);
     raiseTo(right_, r);
+}
+
+void PeakKeeper::see(const float* samples, int frames, int channels) {
+    if (channels <= 0 || frames <= 0) return;
+    float peak[2] = {0, 0};
+    raisePeaks(samples, frames, channels, peak);
+    raiseTo(left_, toScale(peak[0]));
+    raiseTo(right_, toScale(peak[1]));
 }
 
 void PeakKeeper::take(int32_t& left, int32_t& right) {

@@ -202,7 +202,8 @@ public:
     Status renegotiateOutputs(NativeFilter& filter);
     Status renderPin(NativePin& out);
 
-    std::vector<NativeFilterPtr> nativeFilters() const { return filters_; }
+    // Control thread.
+    const std::vector<NativeFilterPtr>& nativeFilters() const { return filters_; }
     const std::shared_ptr<platform::EventLoop>& loop() const { return context_.loop; }
 
 private:

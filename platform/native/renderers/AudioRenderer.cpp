@@ -73,6 +73,7 @@ void AudioRenderer::toDeviceLayout(const Buffer& buffer) {
     const int inCh = buffer.format.channels;
     converted_.resize(size_t(frames) * size_t(inCh));
     toFloat(buffer.format, buffer.bytes.data(), frames, converted_.data());
+    peaks_.see(converted_.data(), frames, inCh);
     if (inCh == streamChannels_) {
         mapped_.swap(converted_);
         return;
@@ -106,7 +107,6 @@ void AudioRenderer::receive(NativePin&, Buffer& buffer) {
     NativeGraph* g = graph();
     if (!g || streamChannels_ == 0 || buffer.generation != g->generation()) return;
     if (buffer.format != input_) return refuse(buffer);
-    peaks_.see(buffer);
     toDeviceLayout(buffer);
     speed_.store(buffer.speed, std::memory_order_release);
     size_t offset = 0;
@@ -259,19 +259,14 @@ size_t AudioRenderer::pull(float* out, size_t frames, bool& flushed) {
     return taken;
 }
 
-void AudioRenderer::discard(size_t frames) {
+size_t AudioRenderer::discard(size_t frames, bool& flushed) {
     const size_t ch = size_t(streamChannels_);
-    const bool flushed = ring_.takeFlush();
+    flushed = ring_.takeFlush();
     if (flushed) mediaFrames_.store(0, std::memory_order_release);
-    const size_t taken = paused() ? 0 : std::min(ring_.readable() / ch, frames);
-    float scratch[256];
-    size_t left = taken * ch;
-    while (left > 0) {
-        const size_t n = std::min(left, size_t(256));
-        ring_.read(scratch, n);
-        left -= n;
-    }
+    const size_t taken = std::min(ring_.readable() / ch, frames);
+    ring_.skip(taken * ch);
     if (taken > 0 || flushed) took(taken, flushed);
+    return taken;
 }
 
 } // namespace corvid::native

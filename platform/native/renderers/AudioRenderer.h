@@ -70,9 +70,9 @@ protected:
     // returns how many; never blocks. `flushed` tells that queued audio became stale (a seek):
     // what the device itself still holds should go too.
     size_t pull(float* out, size_t frames, bool& flushed);
-    // Device thread: takes `frames` frames and throws them away (the silent device); holds
-    // while paused.
-    void discard(size_t frames);
+    // Device thread: takes up to `frames` frames and throws them away (the silent device);
+    // returns how many. `flushed` as for pull(): what the device took before is stale.
+    size_t discard(size_t frames, bool& flushed);
     bool paused() const { return paused_.load(std::memory_order_acquire); }
     // Any thread: a flush waits for the device to apply it.
     bool flushWaiting() const { return ring_.flushPending(); }

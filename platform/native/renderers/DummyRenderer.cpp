@@ -1,12 +1,18 @@
 // The silent device: takes samples at the stream's rate, paced by the steady clock, so that
 // a graph without a sound card still plays, reports its position and ends.
+//
+// Nobody hears it, so it needs no low latency: it takes up to a long period's samples at a
+// time and sleeps until they would have played out, which keeps its wake-ups (and the
+// streaming thread's refills) few. What the host does still acts at once: a pause, a resume,
+// a rate change, a stop and a seek wake it, and it settles what it played up to that moment.
 
 #include "platform/native/renderers/AudioRenderer.h"
 #include "platform/native/renderers/Renderers.h"
+#include "platform/native/renderers/Wakeup.h"
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <pthread.h>
 #include <thread>
 #include <type_traits>
@@ -15,10 +21,9 @@ namespace corvid::native {
 
 namespace {
 
-// How often the silent device wakes: it takes a whole period's samples at the start of each,
-// and its position moves smoothly in between (what it took counts as held until the period's
-// end), so it can wake seldom.
-constexpr auto kPeriod = std::chrono::milliseconds(50);
+// The most the silent device holds ahead of its clock: a quarter of a second, so that it
+// wakes four times a second while it plays; the ring behind it holds at least as much.
+constexpr double kPeriodSeconds = 0.25;
 
 class DummyRenderer final : public AudioRenderer {
 public:
@@ -28,59 +33,89 @@ public:
 
 protected:
     Status openDevice(int rate, int) override {
-        stop_ = false;
-        clock_ = std::thread([this, rate] { pace(rate); });
+        stop_.store(false);
+        hungry_.store(false);
+        heldUntil_.store(0);
+        device_ = std::thread([this, rate] { pace(rate); });
         return Status::success();
     }
 
     void closeDevice() override {
-        {
-            std::lock_guard lock(mutex_);
-            stop_ = true;
-        }
-        wake_.notify_all();
-        if (clock_.joinable()) clock_.join();
+        stop_.store(true);
+        wake_.notify();
+        if (device_.joinable()) device_.join();
     }
 
-    // Control thread: the rest of the current period, which the samples taken for it still
-    // stand for.
+    void applyPaused(bool) override { wake_.notify(); }
+    void applyRate(double) override { wake_.notify(); }
+
+    // Stream thread: a device that ran dry, or a flush, must not wait for its next period.
+    void dataQueued() override {
+        std::atomic_thread_fence(std::memory_order_seq_cst);
+        if (hungry_.load(std::memory_order_relaxed) || flushWaiting()) wake_.notify();
+    }
+
+    // Control thread: how long what the device took still plays.
     double deviceLatencyNow() const override {
-        const auto end = periodEnd_.load(std::memory_order_acquire);
+        const auto until = heldUntil_.load(std::memory_order_acquire);
         const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
-        return end > now ? double(end - now) / 1e9 : 0.0;
+        return until > now ? double(until - now) / 1e9 : 0.0;
     }
 
 private:
-    // Each period starts at an absolute deadline, so a late wake-up is made up at the next one
-    // and the device keeps the stream's rate however the thread is scheduled.
+    // The device holds frames it took from the ring and plays them at the stream's rate; it
+    // wakes when they have played out (an absolute deadline: a late wake-up is made up by
+    // taking more, at most a period's worth), or when the host or the stream needs it.
     void pace(int rate) {
         pthread_setname_np(pthread_self(), "corvid-silent");
         using namespace std::chrono;
         static_assert(std::is_same_v<steady_clock::duration, nanoseconds>);
-        auto next = steady_clock::now();
-        double owed = 0;
-        std::unique_lock lock(mutex_);
-        do {
+        double held = 0;  // frames taken and not yet played (below zero: owed after a late wake)
+        double speed = 0; // frames a second they played at since `since` (0: paused)
+        auto since = steady_clock::now();
+        for (;;) {
+            const uint32_t seen = wake_.prepare();
+            if (stop_.load()) break;
             const auto now = steady_clock::now();
-            if (next + kPeriod < now) next = now; // asleep for long: no burst of catching up
-            const auto end = next + kPeriod;
-            owed += duration<double>(end - next).count() * rate * rateFactor();
-            const auto frames = size_t(owed);
-            owed -= double(frames);
-            periodEnd_.store(end.time_since_epoch().count(), std::memory_order_release);
-            setDeviceLatency(duration<double>(end - now).count());
-            lock.unlock();
-            discard(frames);
-            lock.lock();
-            next = end;
-        } while (!wake_.wait_until(lock, next, [&] { return stop_; }));
+            const double fps = paused() ? 0.0 : double(rate) * rateFactor();
+            const double period = kPeriodSeconds * double(rate) * rateFactor();
+            held = std::max(held - duration<double>(now - since).count() * speed, -period);
+            since = now;
+            speed = fps;
+            bool flushed = false;
+            discard(0, flushed);
+            if (flushed) held = 0;
+            if (fps > 0 && held < period) {
+                held += double(discard(size_t(period - held), flushed));
+                if (flushed) held = 0;
+                held = std::max(held, 0.0); // what it owed and could not take played as silence
+            }
+            const double left = held / (double(rate) * rateFactor());
+            const auto until = now + duration_cast<nanoseconds>(duration<double>(left));
+            heldUntil_.store(fps > 0 ? until.time_since_epoch().count() : 0, std::memory_order_release);
+            setDeviceLatency(left);
+            if (fps > 0 && held > 0) {
+                wake_.waitUntil(seen, until);
+            } else if (fps > 0) {
+                // Dry: the next write wakes it. Announced before the last look at the ring, so
+                // that a write in between is not missed.
+                hungry_.store(true, std::memory_order_relaxed);
+                std::atomic_thread_fence(std::memory_order_seq_cst);
+                if (ringEmpty()) wake_.wait(seen);
+                hungry_.store(false, std::memory_order_relaxed);
+            } else {
+                wake_.wait(seen); // paused: until resumed, stopped or flushed
+            }
+            wake_.done();
+        }
+        wake_.done();
     }
 
-    std::mutex mutex_;
-    std::condition_variable wake_;
-    bool stop_ = false;
-    std::atomic<std::chrono::steady_clock::rep> periodEnd_{0};
-    std::thread clock_;
+    Wakeup wake_;
+    std::atomic<bool> stop_{false};
+    std::atomic<bool> hungry_{false};
+    std::atomic<std::chrono::steady_clock::rep> heldUntil_{0};
+    std::thread device_;
 };
 
 } // namespace

@@ -74,6 +74,11 @@ public:
         for (size_t i = 0; i < count; ++i) destination[i] = data_[(r + i) & (capacity_ - 1)];
         read_.store(r + count, std::memory_order_release);
     }
+    // Drops `count` samples unread (a device that plays nothing).
+    void skip(size_t count) {
+        checkConsumer();
+        read_.store(read_.load(std::memory_order_relaxed) + count, std::memory_order_release);
+    }
     uint64_t consumed() const { return read_.load(std::memory_order_acquire); }
     // Either side: room for the producer, ignoring a pending flush.
     size_t space() const {
