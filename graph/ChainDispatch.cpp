@@ -63,17 +63,17 @@ bool GraphSession::ConnectGraphFilters(const std::string& FileName, bool CanUseA
         case FirstChoice::Wave:
             RecreateGrabberIfMissing(pins);
             host_.Log("trying ConnectWavFilters...");
-            standing = TryWaveChain(pins, FileName);
+            standing = TryWaveChain(pins, usingWM, FileName);
             break;
         case FirstChoice::Wma:
             RecreateGrabberIfMissing(pins);
             host_.Log("trying ConnectWMAFilters...");
-            standing = TryWmaChain(pins, FileName);
+            standing = TryWmaChain(pins, usingWM, FileName);
             break;
         case FirstChoice::Ogg:
             RecreateGrabberIfMissing(pins);
             host_.Log("trying ConnectOggFilters...");
-            standing = TryOggChain(pins, FileName);
+            standing = TryOggChain(pins, usingWM, FileName);
             break;
         case FirstChoice::Mp4:
             RecreateGrabberIfMissing(pins);
@@ -102,32 +102,38 @@ bool GraphSession::ConnectGraphFilters(const std::string& FileName, bool CanUseA
     return ChainDispatchFailed();
 }
 
+namespace {
+// The fallbacks after a failed first choice, in their fixed order; MP4 and streams are never
+// among them. MP3 runs again with the source as it stands (so an MP3 item runs it twice); each
+// of the others from a fresh source, which the chain adds itself.
+struct Fallback {
+    const char* announce;
+    bool freshSource;
+    bool listGraphAfter; // the graph's filters go to the log after it
+    bool (GraphSession::*run)(GraphSession::ChainPins&, bool& usingWM, const std::string& FileName);
+};
+constexpr Fallback kFallbacks[] = {
+    {"trying ConnectMp3Filters (after fail)...", false, false, &GraphSession::TryMp3Chain},
+    {"trying ConnectWaveFilters (after fail)...", true, false, &GraphSession::TryWaveChain},
+    {"trying ConnectWMAFilters (after fail)...", true, true, &GraphSession::TryWmaChain},
+    {"trying ConnectOggFilters (after fail)...", true, true, &GraphSession::TryOggChain},
+};
+} // namespace
+
 bool GraphSession::ConnectFallbackChains(ChainPins& pins, bool& usingWM, const std::string& FileName,
                                    bool CanUseAutoRender) {
     host_.RaisePlayerLogInfo("ConnectGraphFilters: ConnectGraphFilters failed: " + g_.LastError_);
 
-    // MP3 again, with the source as it stands (so an MP3 item runs this chain twice).
-    RecreateGrabberIfMissing(pins);
-    host_.Log("trying ConnectMp3Filters (after fail)...");
-    bool standing = TryMp3Chain(pins, usingWM, FileName);
-
-    // Each of the others from a fresh source, which the chain adds itself.
-    if (!standing) {
-        ForgetSourceForNextChain(pins);
-        host_.Log("trying ConnectWaveFilters (after fail)...");
-        standing = TryWaveChain(pins, FileName);
-    }
-    if (!standing) {
-        ForgetSourceForNextChain(pins);
-        host_.Log("trying ConnectWMAFilters (after fail)...");
-        standing = TryWmaChain(pins, FileName);
-        if (host_.logging()) host_.Log(host_.PrintFilters(g_.MainGraphMan));
-    }
-    if (!standing) {
-        ForgetSourceForNextChain(pins);
-        host_.Log("trying ConnectOggFilters (after fail)...");
-        standing = TryOggChain(pins, FileName);
-        if (host_.logging()) host_.Log(host_.PrintFilters(g_.MainGraphMan));
+    bool standing = false;
+    for (const Fallback& fallback : kFallbacks) {
+        if (fallback.freshSource)
+            ForgetSourceForNextChain(pins);
+        else
+            RecreateGrabberIfMissing(pins);
+        host_.Log(fallback.announce);
+        standing = (this->*fallback.run)(pins, usingWM, FileName);
+        if (fallback.listGraphAfter && host_.logging()) host_.Log(host_.PrintFilters(g_.MainGraphMan));
+        if (standing) break;
     }
 
     if (host_.logging()) host_.Log(host_.PrintFilters(g_.MainGraphMan));
@@ -247,20 +253,20 @@ bool GraphSession::TryMp3Chain(ChainPins& pins, bool& usingWM, const std::string
     return standing;
 }
 
-bool GraphSession::TryWaveChain(ChainPins& pins, const std::string& FileName) {
+bool GraphSession::TryWaveChain(ChainPins& pins, bool& /*usingWM*/, const std::string& FileName) {
     const bool standing = chains_.ConnectWaveFilters(pins.source, pins.waveParserIn, g_.fWaveParser, pins.sgIn, pins.sgOut,
                                              pins.renderIn, pins.grabber, FileName);
     SyncChainPins(pins);
     return standing;
 }
 
-bool GraphSession::TryWmaChain(ChainPins& pins, const std::string& FileName) {
+bool GraphSession::TryWmaChain(ChainPins& pins, bool& /*usingWM*/, const std::string& FileName) {
     const bool standing = chains_.ConnectWMAFilters(pins.source, pins.sgIn, pins.sgOut, pins.renderIn, FileName);
     SyncChainPins(pins);
     return standing;
 }
 
-bool GraphSession::TryOggChain(ChainPins& pins, const std::string& FileName) {
+bool GraphSession::TryOggChain(ChainPins& pins, bool& /*usingWM*/, const std::string& FileName) {
     const bool standing = chains_.ConnectOggFilters(pins.source, pins.sgIn, pins.sgOut, pins.renderIn, FileName);
     SyncChainPins(pins);
     return standing;

@@ -58,9 +58,9 @@ public:
     void ForgetSourceForNextChain(ChainPins& pins);
     void SyncChainPins(ChainPins& pins);
     bool TryMp3Chain(ChainPins& pins, bool& usingWM, const std::string& FileName);
-    bool TryWaveChain(ChainPins& pins, const std::string& FileName);
-    bool TryWmaChain(ChainPins& pins, const std::string& FileName);
-    bool TryOggChain(ChainPins& pins, const std::string& FileName);
+    bool TryWaveChain(ChainPins& pins, bool& usingWM, const std::string& FileName);
+    bool TryWmaChain(ChainPins& pins, bool& usingWM, const std::string& FileName);
+    bool TryOggChain(ChainPins& pins, bool& usingWM, const std::string& FileName);
     bool RenderAutomatically(const std::string& FileName, platform::PinPtr& sgIn,
                              platform::PinPtr& sgOut);
     bool RenderAutomaticallyFailed(const GraphModel::PendingError& failure, bool grabberRemoved);
