@@ -1,0 +1,29 @@
+// A host that calls the player from another thread than the one that made its platform is
+// stopped with a message naming the member, in a debug build. This test builds the check in
+// its debug form whatever the build type, so that CI's release build runs it too.
+
+#include "control/Player.h"
+#include "platform/sim/SimPlatform.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+namespace corvid {
+namespace {
+
+TEST(ControlThreadDeathTest, AMemberCalledOnAnotherThreadAbortsNamingIt) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    auto platform = sim::SimPlatform::standardMachine();
+    Player player(*platform);
+    const std::pair<const char*, std::function<void()>> calls[] = {
+        {"EventLoop::processPending", [&] { platform->eventLoop().processPending(); }},
+    };
+    for (const auto& [member, call] : calls)
+        EXPECT_DEATH(std::thread(call).join(), std::string(member) + " was called on thread")
+            << member;
+    player.StopPlaying(); // the control thread itself passes
+}
+
+} // namespace
+} // namespace corvid
