@@ -60,6 +60,7 @@ private:
 std::string Player::get_FileName() { return currentItem_; }
 
 void Player::put_FileName(std::string& value) {
+    controlThreadOnly("Player::put_FileName");
     try {
         LoadItem(value);
     } catch (const Superseded&) {

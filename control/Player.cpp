@@ -47,6 +47,7 @@ constexpr int32_t kDefaultAutoCueThresh = 500;
 
 Player::Player(platform::Platform& platform)
     : platform_(platform), process_(platform.processWide<PlayerProcessState>()) {
+    controlThreadOnly("Player::Player");
     stopwatch_ = std::make_unique<TimerClass1>(platform_.ticks());
 
     PlayerProcessState& process = *process_;
@@ -201,6 +202,7 @@ int32_t Player::get_RightVuPeak() { return rightPeak_ == INT32_MIN ? INT32_MAX :
 // ---- Small methods ----
 
 void Player::Init() {
+    controlThreadOnly("Player::Init");
     if (!runMode_) return;
     SetPlaystate(mpstopped);
     guardedVoid([&] { Cards(); });

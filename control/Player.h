@@ -199,6 +199,7 @@ private:
     // the host runs at an event depth of its own, and an operation that the host superseded
     // from inside stops as soon as the event returns.
     template <class F> void raiseEvent(F&& call) {
+        controlThreadOnly("a Player event");
         PlayerEvents* events = events_;
         if (!events) return;
         {
@@ -206,6 +207,12 @@ private:
             call(*events);
         }
         reentrance_.stopIfSuperseded();
+    }
+
+    // Reports a call made on another thread than the platform's control thread; the host
+    // entry points that change the player begin with it.
+    void controlThreadOnly(const char* member) const {
+        platform_.eventLoop().checkControlThread(member);
     }
 
     // ---- Log (control/Log.cpp) ----

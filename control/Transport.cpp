@@ -110,6 +110,7 @@ bool Player::IsExpectedPlayError(int32_t number) {
 }
 
 void Player::Play() {
+    controlThreadOnly("Player::Play");
     if (logging()) Log(PrintFilters(MainGraphMan));
 
     // The volume again; a mute is re-applied with its own marker level.
@@ -210,6 +211,7 @@ void Player::Play() {
 // ---- Stop and pause ----
 
 void Player::StopPlaying() {
+    controlThreadOnly("Player::StopPlaying");
     // A stop from inside the events of a stop does nothing. The flag is held until the
     // playstate change has been raised, so that a host stopping from its PlayStateChange
     // handler does not recurse.
@@ -246,6 +248,7 @@ void Player::StopPlaying() {
 }
 
 void Player::Pause() {
+    controlThreadOnly("Player::Pause");
     if (!graphLoaded_) return;
 
     if (pflGraph_) {
@@ -325,6 +328,7 @@ double Player::get_CurrentPosition() {
 }
 
 void Player::put_CurrentPosition(double& value) {
+    controlThreadOnly("Player::put_CurrentPosition");
     if (isAddress(currentItem_)) return;
     struct Seeking {
         bool& flag;

@@ -16,8 +16,12 @@ TEST(ControlThreadDeathTest, AMemberCalledOnAnotherThreadAbortsNamingIt) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     auto platform = sim::SimPlatform::standardMachine();
     Player player(*platform);
+    std::string item = "/music/none.mp3";
     const std::pair<const char*, std::function<void()>> calls[] = {
+        {"Player::Play", [&] { player.Play(); }},
+        {"Player::put_FileName", [&] { player.put_FileName(item); }},
         {"EventLoop::processPending", [&] { platform->eventLoop().processPending(); }},
+        {"Player::Player", [&] { Player other(*platform); }},
     };
     for (const auto& [member, call] : calls)
         EXPECT_DEATH(std::thread(call).join(), std::string(member) + " was called on thread")
