@@ -9,6 +9,7 @@ packages=(
   libavformat-dev libavcodec-dev libavutil-dev libswresample-dev
   libpulse-dev libsoundtouch-dev libtag1-dev libssl-dev
   pulseaudio pulseaudio-utils icecast2 ffmpeg sox openssl ca-certificates
+  pybind11-dev python3-dev python3-pytest
 )
 
 if [ "$(id -u)" -ne 0 ]; then sudo=sudo; else sudo=; fi
