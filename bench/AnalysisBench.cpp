@@ -10,7 +10,7 @@
 //  - corvid-analyse over the library folder against silencedetect run once per file.
 
 #include "SideBySide.h"
-#include "control/Player.h"
+#include <corvid/Player.h>
 #include "platform/native/NativePlatform.h"
 #include "platform/native/analysis/Analyser.h"
 #include "platform/native/filters/FFmpeg.h"

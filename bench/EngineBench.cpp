@@ -11,7 +11,7 @@
 // bench/engine.sh makes the media, starts a private sound server with null sinks and runs all
 // of it, the five-minute dropout run under load included.
 
-#include "control/Player.h"
+#include <corvid/Player.h>
 #include "platform/native/NativePlatform.h"
 
 extern "C" {

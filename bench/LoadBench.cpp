@@ -5,7 +5,7 @@
 // Rounds alternate between the variants so that a noisy machine hurts both alike.
 
 #include "SideBySide.h"
-#include "control/Player.h"
+#include <corvid/Player.h>
 #include "platform/sim/SimPlatform.h"
 
 #include <algorithm>

@@ -8,7 +8,7 @@
 //
 // Both helpers deliver their events on the control thread; the bookkeeping needs no lock.
 
-#include "control/Player.h"
+#include "control/PlayerCore.h"
 
 #include "platform/ItemName.h"
 #include "support/Text.h"
@@ -32,19 +32,19 @@ constexpr int64_t CueGiveUpMs = 5001;
 // events come from the platform's side of the event loop. The host may replace the helpers
 // (and so this sink) from inside an event, so nothing of the sink is read once the player
 // has been called.
-class Player::HelperSink : public platform::GraphHelperEvents {
+class PlayerCore::HelperSink : public platform::GraphHelperEvents {
 public:
-    HelperSink(Player& player, bool cue) : player_(player), cue_(cue) {}
+    HelperSink(PlayerCore& player, bool cue) : player_(player), cue_(cue) {}
 
     void threadEvent(int32_t left, int32_t right) override {
-        Player& player = player_;
+        PlayerCore& player = player_;
         if (cue_)
             deliver(player, [&] { player.cueHelperTick(left, right); });
         else
             deliver(player, [&] { player.helperTick(left, right); });
     }
     void endOfStream() override {
-        Player& player = player_;
+        PlayerCore& player = player_;
         if (cue_)
             deliver(player, [&] { player.cueHelperEnd(); });
         else
@@ -58,48 +58,48 @@ public:
     }
 
 private:
-    template <class F> static void deliver(Player& player, F&& body) {
+    template <class F> static void deliver(PlayerCore& player, F&& body) {
         try {
-            Reentrance::InEvent fromPlatform(player.reentrance_);
+            Reentrance::InEvent fromPlatform(player.g_.reentrance_);
             body();
         } catch (...) {
         }
     }
-    Player& player_;
+    PlayerCore& player_;
     bool cue_;
 };
 
-void Player::CreateHelpers() {
+void PlayerCore::CreateHelpers() {
     // A replaced helper may live on a little (the platform may still hold it); it must not
     // call into this player any more.
-    if (Helper) Helper->setEvents(nullptr);
-    if (CueHelper) CueHelper->setEvents(nullptr);
-    Helper.reset();
-    CueHelper.reset();
+    if (g_.Helper) g_.Helper->setEvents(nullptr);
+    if (g_.CueHelper) g_.CueHelper->setEvents(nullptr);
+    g_.Helper.reset();
+    g_.CueHelper.reset();
 
     helperSink_ = std::make_unique<HelperSink>(*this, false);
     cueHelperSink_ = std::make_unique<HelperSink>(*this, true);
 
-    if (trap(platform_.createGraphHelper(platform::GraphHelperKind::Helper, Helper)) && Helper)
-        Helper->setEvents(helperSink_.get());
-    if (trap(platform_.createGraphHelper(platform::GraphHelperKind::CueHelper, CueHelper)) &&
-        CueHelper)
-        CueHelper->setEvents(cueHelperSink_.get());
+    if (g_.trap(platform_.createGraphHelper(platform::GraphHelperKind::Helper, g_.Helper)) && g_.Helper)
+        g_.Helper->setEvents(helperSink_.get());
+    if (g_.trap(platform_.createGraphHelper(platform::GraphHelperKind::CueHelper, g_.CueHelper)) &&
+        g_.CueHelper)
+        g_.CueHelper->setEvents(cueHelperSink_.get());
 }
 
 // ---- Searches ----
 
-void Player::AutoCueSearch(const std::string& sFile) {
+void PlayerCore::AutoCueSearch(const std::string& sFile) {
     auto& ticks = platform_.ticks();
     const int32_t started = ticks.nowMs();
-    const std::string file = sFile.empty() ? currentItem_ : sFile;
+    const std::string file = sFile.empty() ? g_.currentItem_ : sFile;
 
     // The player's own source filter when it uses one, else the source it loaded with.
-    if (CueHelper) {
+    if (g_.CueHelper) {
         cueSearchStart_ = ticks.nowMs();
         AutoCueBusy_ = true;
-        const bool useAsfReader = UsingHaldenSource_ ? false : UsingASFReader_;
-        const platform::Status status = CueHelper->startCueSearch(
+        const bool useAsfReader = g_.UsingHaldenSource_ ? false : g_.UsingASFReader_;
+        const platform::Status status = g_.CueHelper->startCueSearch(
             file, cueFilterNames_->names(), useAsfReader, get_autoCueThresh());
         if (!status.ok()) AutoCueBusy_ = false;
     }
@@ -109,36 +109,36 @@ void Player::AutoCueSearch(const std::string& sFile) {
             " ms.");
 }
 
-platform::Status Player::StartSegueSearch(bool retryWithAsfReader) {
+platform::Status PlayerCore::StartSegueSearch(bool retryWithAsfReader) {
     // Each segue search gets a list of its own.
     const NameCollection filterNames;
-    if (!retryWithAsfReader && UsingHaldenSource_)
-        return CueHelper->startSegueSearchOwnSource(currentItem_, filterNames.names(),
+    if (!retryWithAsfReader && g_.UsingHaldenSource_)
+        return g_.CueHelper->startSegueSearchOwnSource(g_.currentItem_, filterNames.names(),
                                                     AutoSegThresh_);
-    return CueHelper->startSegueSearch(currentItem_, filterNames.names(),
-                                       retryWithAsfReader || UsingASFReader_, AutoSegThresh_);
+    return g_.CueHelper->startSegueSearch(g_.currentItem_, filterNames.names(),
+                                       retryWithAsfReader || g_.UsingASFReader_, AutoSegThresh_);
 }
 
-void Player::AutoSegSearch() {
+void PlayerCore::AutoSegSearch() {
     // It runs after the cue result (or the give-up).
     if (AutoCueBusy_) {
         seguePending_ = true;
         return;
     }
     // Streams have no end to scan. One retry, through the Windows Media reader.
-    if (isAddress(currentItem_) || !CueHelper) return;
+    if (isAddress(g_.currentItem_) || !g_.CueHelper) return;
     if (!StartSegueSearch(false).ok()) (void)StartSegueSearch(true);
 }
 
 // ---- The CueHelper's events ----
 
-void Player::cueResult(int32_t positionMs) {
+void PlayerCore::cueResult(int32_t positionMs) {
     if (logging()) {
         const std::string dashes(58, '-');
         const int64_t took = int64_t{platform_.ticks().nowMs()} - cueSearchStart_;
         Log("\r\n" + dashes + "\r\n" + "AutoCue Took: " + std::to_string(took) + " ms." +
-            "\r\n" + "Using ASF Reader = " + text::boolWord(UsingASFReader_) +
-            ". Using Halden Source = " + text::boolWord(UsingHaldenSource_) + "\r\n" + dashes +
+            "\r\n" + "Using ASF Reader = " + text::boolWord(g_.UsingASFReader_) +
+            ". Using Halden Source = " + text::boolWord(g_.UsingHaldenSource_) + "\r\n" + dashes +
             "\r\n");
     }
     AutoCueBusy_ = false;
@@ -159,15 +159,15 @@ void Player::cueResult(int32_t positionMs) {
     }
 }
 
-void Player::segueResult(int32_t positionMs) {
+void PlayerCore::segueResult(int32_t positionMs) {
     double seconds = positionMs / 1000.0;
     AutoSegPos_ = seconds;
     raiseEvent([&](PlayerEvents& e) { e.SegueFound(seconds); });
 }
 
-void Player::cueHelperEnd() { AutoCueBusy_ = false; }
+void PlayerCore::cueHelperEnd() { AutoCueBusy_ = false; }
 
-void Player::cueHelperTick(int32_t /*left*/, int32_t /*right*/) {
+void PlayerCore::cueHelperTick(int32_t /*left*/, int32_t /*right*/) {
     // The give-up: a pending segue search does not wait for ever for a cue result.
     if (cueSearchStart_ < 1 || !seguePending_) return;
     const int64_t waited = int64_t{platform_.ticks().nowMs()} - cueSearchStart_;

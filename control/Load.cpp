@@ -11,12 +11,12 @@
 // writing FileName or calling Play. Until the write owns the load, the load-busy flag is the
 // guard: it is cleared just before the write announces itself and checked right after, so only
 // a re-entrant write that was left busy (one that failed) makes the outer write quit. Once the
-// write owns the load, a write from inside its events supersedes it (control/Reentrance.h).
+// write owns the load, a write from inside its events supersedes it (support/Reentrance.h).
 
-#include "control/Player.h"
+#include "control/PlayerCore.h"
 #include "platform/ItemName.h"
 
-#include "control/ProcessState.h"
+#include "support/ProcessState.h"
 #include "support/MediaTags.h"
 #include "platform/ItemName.h"
 #include "support/Text.h"
@@ -57,10 +57,9 @@ private:
 
 } // namespace
 
-std::string Player::get_FileName() { return currentItem_; }
+std::string PlayerCore::get_FileName() { return g_.currentItem_; }
 
-void Player::put_FileName(std::string& value) {
-    controlThreadOnly("Player::put_FileName");
+void PlayerCore::put_FileName(std::string& value) {
     try {
         LoadItem(value);
     } catch (const Superseded&) {
@@ -70,7 +69,7 @@ void Player::put_FileName(std::string& value) {
     }
 }
 
-void Player::LogCheckpoint(int n) {
+void PlayerCore::LogCheckpoint(int n) {
     if (!logging()) return;
     const int64_t ms = int64_t{platform_.ticks().nowMs()} - loadStart_;
     // No blank between the count and its marker: operators' log filters expect it so.
@@ -78,7 +77,7 @@ void Player::LogCheckpoint(int n) {
         ") so far...");
 }
 
-void Player::LoadItem(const std::string& newNameArg) {
+void PlayerCore::LoadItem(const std::string& newNameArg) {
     // The host may change its own variable from inside an event; the load goes on with the
     // name it was given.
     const std::string newName = newNameArg;
@@ -86,10 +85,10 @@ void Player::LoadItem(const std::string& newNameArg) {
     // graph, and a graph replacement, under way outside it give way to it. A write while a
     // load waits for its stream to open only gives up on that stream: the waiting load sees
     // the cancel and ends with it as its reason.
-    const bool cancelsStreamWait = AddingSourceFilter && streamControl_ && streamControl_->canCancel();
-    if (!cancelsStreamWait) reentrance_.supersedeOuter();
+    const bool cancelsStreamWait = g_.AddingSourceFilter && g_.streamControl_ && g_.streamControl_->canCancel();
+    if (!cancelsStreamWait) g_.reentrance_.supersedeOuter();
     {
-        Reentrance::Operation load(reentrance_, false);
+        Reentrance::Operation load(g_.reentrance_, false);
         try {
             LoadItemSteps(newName, load);
             return;
@@ -97,10 +96,10 @@ void Player::LoadItem(const std::string& newNameArg) {
         }
     }
     Log("Filename: BUSY - quitting!");
-    reentrance_.stopIfSuperseded();
+    g_.reentrance_.stopIfSuperseded();
 }
 
-void Player::LoadItemSteps(const std::string& newName, Reentrance::Operation& load) {
+void PlayerCore::LoadItemSteps(const std::string& newName, Reentrance::Operation& load) {
     FlagScope writing(loading_);
     auto& ticks = platform_.ticks();
     auto elapsedSince = [&](int32_t start) {
@@ -108,7 +107,7 @@ void Player::LoadItemSteps(const std::string& newName, Reentrance::Operation& lo
     };
 
     // A fresh LastError; the catalogue must exist before anything is routed.
-    LastError_.clear();
+    g_.LastError_.clear();
     if (!Process().cards) Init();
 
     // Load start, for the checkpoint lines.
@@ -116,26 +115,26 @@ void Player::LoadItemSteps(const std::string& newName, Reentrance::Operation& lo
 
     // A stream source of an earlier stream item that is still starting is cancelled
     // instead of loading; one that can no longer be cancelled is let go.
-    if (streamControl_) {
-        if (streamControl_->canCancel()) {
+    if (g_.streamControl_) {
+        if (g_.streamControl_->canCancel()) {
             // A write while the load waits for that stream is the host giving up on it.
-            if (!streamControl_->canCancel() || AddingSourceFilter) {
-                streamControl_->cancel();
+            if (!g_.streamControl_->canCancel() || g_.AddingSourceFilter) {
+                g_.streamControl_->cancel();
                 streamStartCancelled_ = true;
                 return;
             }
         } else {
-            streamControl_->registerCallback(nullptr);
-            streamControl_ = nullptr;
-            streamSource_.reset();
+            g_.streamControl_->registerCallback(nullptr);
+            g_.streamControl_ = nullptr;
+            g_.streamSource_.reset();
         }
     }
 
     try {
         // Take out the previous item's source and its per-item inserts.
-        RemoveSourceFilter();
-        for (platform::FilterPtr* insert : {&fPitchShifter, &fPipeSender}) {
-            if (*insert && MainGraphMan) MainGraphMan->removeFilter(*insert);
+        session_.RemoveSourceFilter();
+        for (platform::FilterPtr* insert : {&g_.fPitchShifter, &g_.fPipeSender}) {
+            if (*insert && g_.MainGraphMan) g_.MainGraphMan->removeFilter(*insert);
             insert->reset();
         }
         AutoCueBusy_ = false;
@@ -143,7 +142,7 @@ void Player::LoadItemSteps(const std::string& newName, Reentrance::Operation& lo
 
         // Loading over a loaded item: unload the old one first (the unload runs as a write
         // of its own).
-        if (!newName.empty() && !currentItem_.empty()) {
+        if (!newName.empty() && !g_.currentItem_.empty()) {
             try {
                 std::string empty;
                 put_FileName(empty);
@@ -151,7 +150,7 @@ void Player::LoadItemSteps(const std::string& newName, Reentrance::Operation& lo
                 throw;
             } catch (...) {
             }
-            currentItem_.clear();
+            g_.currentItem_.clear();
         }
 
         // Announce the write.
@@ -175,7 +174,7 @@ void Player::LoadItemSteps(const std::string& newName, Reentrance::Operation& lo
         if (get_NewGraphEveryTime()) {
             Log(std::string("Player Setting: NewGraphEveryTime = ") + text::boolWord(true));
             Log("NewGraphEveryTime means we destroy the graph...");
-            DestroyGraph();
+            session_.DestroyGraph();
             Log("Graph Destroyed.");
         }
 
@@ -185,19 +184,19 @@ void Player::LoadItemSteps(const std::string& newName, Reentrance::Operation& lo
             return;
         }
         if (logging()) Log("Attempting to actually load file: " + newName);
-        if (!currentItem_.empty()) {
+        if (!g_.currentItem_.empty()) {
             if (logging())
-                Log("Calling RemoveSourceFilter for existing filename " + currentItem_ + " ...");
-            RemoveSourceFilter();
+                Log("Calling RemoveSourceFilter for existing filename " + g_.currentItem_ + " ...");
+            session_.RemoveSourceFilter();
             Log("RemoveSourceFilter complete.");
         }
         // Devices asked for while the last item played take effect with this one.
-        ApplyPendingSoundCards();
+        routing_.ApplyPendingSoundCards();
 
         // Build, and once more through the other source filter.
         const int32_t buildStart = ticks.nowMs();
-        streamAnswerFinal_ = false;
-        bool built = BuildGraph(newName, false, false);
+        g_.streamAnswerFinal_ = false;
+        bool built = session_.BuildGraph(newName, false, false);
         if (logging()) Log("BuildGraph took " + elapsedSince(buildStart) + " ms.");
         if (!built) {
             if (!RetryThroughOtherSource()) {
@@ -205,7 +204,7 @@ void Player::LoadItemSteps(const std::string& newName, Reentrance::Operation& lo
                 return;
             }
             Log("BuildGraph DIDNT succeed - lets try again with a different source filter...");
-            if (BuildGraph(newName, true, true)) {
+            if (session_.BuildGraph(newName, true, true)) {
                 UsingASFReaderAsFallback_ = true;
             } else {
                 Log("BuildGraph DIDNT succeed - even with a different source filter failing "
@@ -218,15 +217,15 @@ void Player::LoadItemSteps(const std::string& newName, Reentrance::Operation& lo
         // Success.
         LoadSucceeded(newName);
     } catch (const AutomationError& e) {
-        LastError_ = e.description();
+        g_.LastError_ = e.description();
         FailLoad(newName);
     } catch (const std::exception& e) {
-        LastError_ = e.what();
+        g_.LastError_ = e.what();
         FailLoad(newName);
     }
 }
 
-void Player::LoadSucceeded(const std::string& name) {
+void PlayerCore::LoadSucceeded(const std::string& name) {
     auto& ticks = platform_.ticks();
 
     if (logging()) Log(name + "Succeeded to build the graph.  ");
@@ -244,7 +243,7 @@ void Player::LoadSucceeded(const std::string& name) {
         cachedDuration_ = StreamDurationSeconds;
     } else {
         double seconds = 0;
-        if (MainGraphMan && trap(MainGraphMan->duration(seconds))) cachedDuration_ = seconds;
+        if (g_.MainGraphMan && g_.trap(g_.MainGraphMan->duration(seconds))) cachedDuration_ = seconds;
     }
 
     if (logging()) Log("Setting Volume --  " + name);
@@ -262,8 +261,8 @@ void Player::LoadSucceeded(const std::string& name) {
 
     // A loaded item stands stopped.
     if (logging())
-        Log("Err here (may well be none!) is: " + std::to_string(Err.number) + " " +
-            Err.description);
+        Log("Err here (may well be none!) is: " + std::to_string(g_.Err.number) + " " +
+            g_.Err.description);
     if (playstate_ != mpstopped) {
         Log("Setting playstate to stopped... ");
         SetPlaystate(mpstopped);
@@ -273,7 +272,7 @@ void Player::LoadSucceeded(const std::string& name) {
 
     // Pitch options: the pitch filter carries rate and pitch, except for Windows Media
     // streams, which it passes through.
-    if (!text::containsNoCase(name, "icyx://") && UsePitchAdjuster_) {
+    if (!text::containsNoCase(name, "icyx://") && g_.UsePitchAdjuster_) {
         Log("Setting pitch adjust options(1)... ");
         ApplyPitchOptions(name);
         Log("Set pitch adjust options. ");
@@ -286,14 +285,14 @@ void Player::LoadSucceeded(const std::string& name) {
     // The helper follows the new graph; the pitch and pipe inserts go in.
     Log("Setting Helper's currentgraph... ");
     LogCheckpoint(6);
-    if (Helper) {
+    if (g_.Helper) {
         LogCheckpoint(7);
         Log("Setting CurrentGraph on MainGraphMan...");
-        Helper->setCurrentGraph(MainGraphMan);
+        g_.Helper->setCurrentGraph(g_.MainGraphMan);
         Log("Have Set CurrentGraph on MainGraphMan.");
         LogCheckpoint(8);
-        if (logging()) Log(PrintFilters(MainGraphMan));
-        SetupPitchAndPipeSender();
+        if (logging()) Log(PrintFilters(g_.MainGraphMan));
+        session_.SetupPitchAndPipeSender();
         // The inserts are new: give them the pitch options set above.
         ApplyPitchOptions(name);
     }
@@ -301,9 +300,9 @@ void Player::LoadSucceeded(const std::string& name) {
     Log("Set Helper's currentgraph... ");
 
     // The pitch value, for files.
-    if (!isAddress(name) && UsePitchAdjuster_) {
+    if (!isAddress(name) && g_.UsePitchAdjuster_) {
         if (logging()) Log("Setting Pitch...to " + numberText(pitchValue_) + " ");
-        if (auto* pitch = PitchControl()) trap(pitch->setPitchSemitones(pitchValue_));
+        if (auto* pitch = PitchControl()) g_.trap(pitch->setPitchSemitones(pitchValue_));
         Log("Set Pitch... ");
     }
     LogCheckpoint(8);
@@ -312,36 +311,36 @@ void Player::LoadSucceeded(const std::string& name) {
     loadBusy_ = false;
     if (logging()) {
         Log("Apparently succeeded to load: " + name);
-        Log("\r\nFilters in MainGraphMan: " + PrintFilters(MainGraphMan));
-        if (Helper && CueHelper) {
-            Log("\r\nFilters in Helper Graph: " + PrintFilters(Helper->currentGraph()));
-            Log("\r\nFilters in CueHelper Graph: " + PrintFilters(CueHelper->currentGraph()));
+        Log("\r\nFilters in MainGraphMan: " + PrintFilters(g_.MainGraphMan));
+        if (g_.Helper && g_.CueHelper) {
+            Log("\r\nFilters in Helper Graph: " + PrintFilters(g_.Helper->currentGraph()));
+            Log("\r\nFilters in CueHelper Graph: " + PrintFilters(g_.CueHelper->currentGraph()));
         }
     }
 
     // Done.
     if (logging()) Log("Here we are, at 'done' - this is a successful load...: " + name);
-    if (item::isIcyStream(name) && fSourceFilter) {
+    if (item::isIcyStream(name) && g_.fSourceFilter) {
         // Kept so that the next write can cancel a start that is still under way.
-        streamSource_ = fSourceFilter;
-        streamControl_ = fSourceFilter->streamSource();
+        g_.streamSource_ = g_.fSourceFilter;
+        g_.streamControl_ = g_.fSourceFilter->streamSource();
     }
     graphLoaded_ = true;
     loadBusy_ = false;
-    currentItem_ = name;
+    g_.currentItem_ = name;
     if (logging())
         Log("Filename (Let) in Player succeeded: in " +
             std::to_string(int64_t{ticks.nowMs()} - loadStart_) + " ms.");
 }
 
 // The unload of an empty write.
-void Player::UnloadItem() {
-    UsingASFReader_ = false;
+void PlayerCore::UnloadItem() {
+    g_.UsingASFReader_ = false;
     Log("NewFileName is NULL, so removesourcefilter et al...");
-    m_Endraised = false;
+    g_.m_Endraised = false;
     playstate_ = mpstopped; // stored without an event
     graphLoaded_ = false;
-    currentItem_.clear();
+    g_.currentItem_.clear();
     if (tags_) tags_->Clear();
     int32_t left = 0, right = 0;
     raiseEvent([&](PlayerEvents& e) { e.VUPeak(left, right); });
@@ -350,37 +349,37 @@ void Player::UnloadItem() {
 
 // The failure path: the graph goes, the item is left empty and stopped. The load-busy
 // flag stays set until the next write clears it.
-void Player::FailLoad(const std::string& name) {
+void PlayerCore::FailLoad(const std::string& name) {
     // A pending error explains the failure best; without one, what the build left in
     // LastError stands.
-    if (errPending()) LastError_ = Err.description;
+    if (g_.errPending()) g_.LastError_ = g_.Err.description;
     if (logging()) {
-        Log("Last Error: " + LastError_ + "  ");
+        Log("Last Error: " + g_.LastError_ + "  ");
         Log("Here we are, at 'Fail:' - this is a *NOT* successful load...: " + std::string(" ") +
             name);
         Log(name + " - this is a *NOT* successful load...: ");
     }
     Log("What happens here, is we destroy the graph...");
     try {
-        DestroyGraph();
+        session_.DestroyGraph();
     } catch (const AutomationError& e) {
         if (logging()) Log(e.description());
     }
     Log("Ok, back at the end of filename property let now...");
-    clearErr();
+    g_.clearErr();
     Log("Done with filename let now");
-    currentItem_.clear();
+    g_.currentItem_.clear();
     graphLoaded_ = false;
     playstate_ = mpstopped;
 }
 
 // Whether a build that failed is tried once more through the other source filter. Without a
 // graph manager there is nothing to retry in. The one place where a failure rules the retry out.
-bool Player::RetryThroughOtherSource() {
-    if (!MainGraphMan) return false;
+bool PlayerCore::RetryThroughOtherSource() {
+    if (!g_.MainGraphMan) return false;
     // A stream whose open was cancelled or answered for good would only reach the same server
     // again through the other source filter.
-    if (streamAnswerFinal_) {
+    if (g_.streamAnswerFinal_) {
         Log("BuildGraph DIDNT succeed - the stream's answer is final, not trying another source filter.");
         return false;
     }
@@ -389,14 +388,14 @@ bool Player::RetryThroughOtherSource() {
 
 // Rate and pitch go to the pitch filter, or it passes the audio through: Windows Media streams
 // and a player told not to adjust pitch.
-void Player::ApplyPitchOptions(const std::string& name) {
+void PlayerCore::ApplyPitchOptions(const std::string& name) {
     auto* pitch = PitchControl();
     if (!pitch) return;
-    if (!text::containsNoCase(name, "icyx://") && UsePitchAdjuster_) {
-        trap(pitch->setPassThrough(false));
-        trap(pitch->setRate(pitchRate_));
+    if (!text::containsNoCase(name, "icyx://") && g_.UsePitchAdjuster_) {
+        g_.trap(pitch->setPassThrough(false));
+        g_.trap(pitch->setRate(pitchRate_));
     } else {
-        trap(pitch->setPassThrough(true));
+        g_.trap(pitch->setPassThrough(true));
     }
 }
 

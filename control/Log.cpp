@@ -4,7 +4,7 @@
 // where it goes. LoggingEnabled is the one switch for PlayerLogInfo; WriteLog is a second
 // channel that the source selection and chain code raise for a few lines of their own.
 
-#include "control/Player.h"
+#include "control/PlayerCore.h"
 
 namespace corvid {
 
@@ -14,7 +14,7 @@ constexpr const char* kFilterSeparator = "--------------------------------------
 constexpr const char* kCrLf = "\r\n";
 } // namespace
 
-void Player::Log(const std::string& text) {
+void PlayerCore::Log(const std::string& text) {
     if (!m_bLoggingEnabled) return;
     std::string info = text;
     raiseEvent([&](PlayerEvents& e) { e.PlayerLogInfo(info); });
@@ -22,32 +22,18 @@ void Player::Log(const std::string& text) {
 
 // Lines that the player raises directly as PlayerLogInfo rather than through Log(). They obey
 // the same switch: an operator who turns logging off expects no log events at all.
-void Player::RaisePlayerLogInfo(std::string text) { Log(text); }
+void PlayerCore::RaisePlayerLogInfo(std::string text) { Log(text); }
 
-void Player::RaiseWriteLog(std::string text) {
+void PlayerCore::RaiseWriteLog(std::string text) {
     raiseEvent([&](PlayerEvents& e) { e.WriteLog(text); });
 }
 
-bool Player::trap(const platform::Status& status) {
-    if (status.ok()) return true;
-    Err = PendingError{status.number, status.description};
-    return false;
-}
-
-void Player::trapError(int32_t number, std::string description) {
-    Err = PendingError{number, std::move(description)};
-}
-
-void Player::raise(int32_t number, std::string description) {
-    throw AutomationError(number, std::move(description));
-}
-
-std::string Player::PrintFilters(const platform::GraphPtr& GraphMan) {
+std::string PlayerCore::PrintFilters(const platform::GraphPtr& GraphMan) {
     // Costs nothing while logging is off: the graph is not walked at all.
     if (!m_bLoggingEnabled) return "Logging not enabled (m_bLoggingEnabled)";
 
     std::string text;
-    const platform::GraphPtr graph = GraphMan ? GraphMan : MainGraphMan;
+    const platform::GraphPtr graph = GraphMan ? GraphMan : g_.MainGraphMan;
     if (!graph) return text;
     try {
         for (const auto& filter : graph->filters()) {

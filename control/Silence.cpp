@@ -1,14 +1,14 @@
 // Silence: the dead-air check that every helper tick runs while playing, and the settings
 // dialog the host opens for all players of the process.
 
-#include "control/Player.h"
+#include "control/PlayerCore.h"
 
 #include "levels/SilenceDet.h"
 #include "levels/SilenceDialog.h"
 
 namespace corvid {
 
-void Player::SilenceCheck(int32_t left, int32_t right) {
+void PlayerCore::SilenceCheck(int32_t left, int32_t right) {
     if (get_Playstate() != MpPlaying) return;
     try {
         clsSilenceDet& detector = get_SilenceDet();
@@ -35,11 +35,11 @@ void Player::SilenceCheck(int32_t left, int32_t right) {
     }
 }
 
-void Player::setSilenceDialogPresenter(std::function<void(dlgSilence&, void* owner)> presenter) {
+void PlayerCore::setSilenceDialogPresenter(std::function<void(dlgSilence&, void* owner)> presenter) {
     silenceDialogPresenter_ = std::move(presenter);
 }
 
-void Player::SilenceDetShowUI(void* Ownerform, const std::string& Notes) {
+void PlayerCore::SilenceDetShowUI(void* Ownerform, const std::string& Notes) {
     try {
         dlgSilence dialog;
         dialog.Show(get_SilenceDet(), Notes);

@@ -5,7 +5,7 @@
 // rate. Events are raised synchronously and hosts call back into the player from inside them,
 // so the transport guards itself with flags (stop-busy, seek, reload), never with locks.
 
-#include "control/Player.h"
+#include "control/PlayerCore.h"
 #include "platform/ItemName.h"
 
 #include "levels/Peaks.h"
@@ -39,20 +39,20 @@ constexpr int32_t GraphBusy = 558;
 
 } // namespace
 
-TimerClass1& Player::Stopwatch() {
+TimerClass1& PlayerCore::Stopwatch() {
     if (!stopwatch_) stopwatch_ = std::make_unique<TimerClass1>(platform_.ticks());
     return *stopwatch_;
 }
 
-platform::PitchShifterControl* Player::PitchControl() {
-    return fPitchShifter ? fPitchShifter->pitchShifter() : nullptr;
+platform::PitchShifterControl* PlayerCore::PitchControl() {
+    return g_.fPitchShifter ? g_.fPitchShifter->pitchShifter() : nullptr;
 }
 
 // ---- Playstate ----
 
-void Player::SetPlaystate(PlayCondition newState) {
+void PlayerCore::SetPlaystate(PlayCondition newState) {
     stateChanging_ = true;
-    m_Endraised = false;
+    g_.m_Endraised = false;
     const PlayCondition oldState = playstate_;
     playstate_ = newState;
     try {
@@ -76,7 +76,7 @@ void Player::SetPlaystate(PlayCondition newState) {
 }
 
 // What a graph teardown resets: nothing is playing and nothing has been timed.
-void Player::ResetPlaystateBookkeeping() {
+void PlayerCore::ResetPlaystateBookkeeping() {
     playstate_ = mpstopped;
     graphLoaded_ = false;
     cachedPosition_ = 0;
@@ -85,20 +85,20 @@ void Player::ResetPlaystateBookkeeping() {
 
 // A source whose pins all went (a stream start the host cancelled) plays nothing: running the
 // graph would report "playing" over silence.
-bool Player::SourceFeedsGraph() const {
-    if (!fSourceFilter) return true;
-    for (const auto& pin : fSourceFilter->pins())
+bool PlayerCore::SourceFeedsGraph() const {
+    if (!g_.fSourceFilter) return true;
+    for (const auto& pin : g_.fSourceFilter->pins())
         if (pin && pin->isConnected()) return true;
     return false;
 }
 
-void Player::ApplyStoredVolume() {
-    if (MainGraphMan) trap(MainGraphMan->setVolume(storedVolume_));
+void PlayerCore::ApplyStoredVolume() {
+    if (g_.MainGraphMan) g_.trap(g_.MainGraphMan->setVolume(storedVolume_));
 }
 
 // ---- Play ----
 
-bool Player::IsExpectedPlayError(int32_t number) {
+bool PlayerCore::IsExpectedPlayError(int32_t number) {
     switch (number) {
     case 0:                        // nothing loaded: there is no graph worth destroying
     case platform::hr::Timeout:    // the stream server was slow; the graph is sound
@@ -109,24 +109,23 @@ bool Player::IsExpectedPlayError(int32_t number) {
     }
 }
 
-void Player::Play() {
-    controlThreadOnly("Player::Play");
-    if (logging()) Log(PrintFilters(MainGraphMan));
+void PlayerCore::Play() {
+    if (logging()) Log(PrintFilters(g_.MainGraphMan));
 
     // The volume again; a mute is re-applied with its own marker level.
-    if (MainGraphMan) trap(MainGraphMan->setVolume(get_mute() ? PlayMuteLevel : storedVolume_));
+    if (g_.MainGraphMan) g_.trap(g_.MainGraphMan->setVolume(get_mute() ? PlayMuteLevel : storedVolume_));
 
     // A stream (other than an icystream address, which keeps its open source) is reloaded
     // from scratch for every play.
-    if (isAddress(currentItem_) && !item::isIcyStream(currentItem_)) {
+    if (isAddress(g_.currentItem_) && !item::isIcyStream(g_.currentItem_)) {
         if (get_Playstate() == MpPlaying) return;
-        const std::string before = currentItem_;
+        const std::string before = g_.currentItem_;
         reloading_ = true;
         playingOverride_ = true;
         bool superseded = false;
         {
-            Reentrance::Operation reload(reentrance_);
-            std::string again = currentItem_;
+            Reentrance::Operation reload(g_.reentrance_);
+            std::string again = g_.currentItem_;
             try {
                 put_FileName(again);
             } catch (const Superseded&) {
@@ -137,38 +136,38 @@ void Player::Play() {
         playingOverride_ = false;
         if (superseded) {
             // The host wrote another item from inside the reload: that item stands, unplayed.
-            reentrance_.stopIfSuperseded();
+            g_.reentrance_.stopIfSuperseded();
             return;
         }
-        if (!text::equalsNoCase(currentItem_, before)) {
+        if (!text::equalsNoCase(g_.currentItem_, before)) {
             playstate_ = mpUnknown; // stored without an event
-            currentItem_ = "Stream FAIL";
+            g_.currentItem_ = "Stream FAIL";
             raiseEvent([](PlayerEvents& e) { e.StreamBufferingFinished(); });
             throw AutomationError(StreamNotFound, "The stream cannot be found.");
         }
     }
 
     // Run the helper, then the graph.
-    TryingToPlay_ = true;
-    clearErr();
-    if (Helper && !currentItem_.empty()) {
+    g_.TryingToPlay_ = true;
+    g_.clearErr();
+    if (g_.Helper && !g_.currentItem_.empty()) {
         Log("Calling run on helper...");
         raiseEvent([](PlayerEvents& e) { e.PlayAboutToHappen(); });
-        trap(Helper->run());
+        g_.trap(g_.Helper->run());
     }
-    if (!currentItem_.empty() && !errPending()) {
-        if (!MainGraphMan)
-            trapError(platform::hr::Pointer, "The player has no graph to run.");
+    if (!g_.currentItem_.empty() && !g_.errPending()) {
+        if (!g_.MainGraphMan)
+            g_.trapError(platform::hr::Pointer, "The player has no graph to run.");
         else if (!SourceFeedsGraph())
-            trapError(platform::hr::NotConnected, "The player's source no longer feeds its graph.");
+            g_.trapError(platform::hr::NotConnected, "The player's source no longer feeds its graph.");
         else
-            trap(MainGraphMan->run());
+            g_.trap(g_.MainGraphMan->run());
     }
-    TryingToPlay_ = false;
+    g_.TryingToPlay_ = false;
 
     // The reason, in the words the operators know.
-    const PendingError failure = Err;
-    clearErr();
+    const GraphModel::PendingError failure = g_.Err;
+    g_.clearErr();
     if (failure.number != 0) {
         const std::string reason =
             failure.number == platform::hr::Timeout
@@ -180,14 +179,14 @@ void Player::Play() {
     }
 
     // Nothing to play, or it would not run.
-    if (currentItem_.empty() || failure.number != 0) {
+    if (g_.currentItem_.empty() || failure.number != 0) {
         if (IsExpectedPlayError(failure.number)) {
             Log("There was an Expected error here, so not destroying graph");
         } else {
             Log("ERROR: After a catastrophic play error, the graph will be destroyed ... ");
             Log("Filename is set to nothing here, here comes the destroy ...");
             try {
-                DestroyGraph();
+                session_.DestroyGraph();
             } catch (const AutomationError& e) {
                 if (logging()) Log(e.description());
             }
@@ -210,8 +209,7 @@ void Player::Play() {
 
 // ---- Stop and pause ----
 
-void Player::StopPlaying() {
-    controlThreadOnly("Player::StopPlaying");
+void PlayerCore::StopPlaying() {
     // A stop from inside the events of a stop does nothing. The flag is held until the
     // playstate change has been raised, so that a host stopping from its PlayStateChange
     // handler does not recurse.
@@ -223,46 +221,45 @@ void Player::StopPlaying() {
     } clear{stopBusy_};
 
     // A stop while the load waits for a stream to open: the host gave up on that stream.
-    if (AddingSourceFilter) StreamingCancelPlay();
+    if (g_.AddingSourceFilter) chains_.StreamingCancelPlay();
 
     // The helper stops the graph it follows; a graph it does not follow is stopped here.
-    if (Helper) {
+    if (g_.Helper) {
         (void)get_FileName();
-        Helper->stop();
+        g_.Helper->stop();
     }
-    if (MainGraphMan && MainGraphMan->state() != platform::GraphState::Stopped)
-        MainGraphMan->stop();
+    if (g_.MainGraphMan && g_.MainGraphMan->state() != platform::GraphState::Stopped)
+        g_.MainGraphMan->stop();
 
     // A stream starts from its beginning next time (unless Play is reloading it).
-    if (MainGraphMan && graphLoaded_ && isAddress(currentItem_) && !playingOverride_)
-        MainGraphMan->setCurrentPosition(0);
+    if (g_.MainGraphMan && graphLoaded_ && isAddress(g_.currentItem_) && !playingOverride_)
+        g_.MainGraphMan->setCurrentPosition(0);
 
     cachedPosition_ = 0;
-    if (MainGraphMan) {
+    if (g_.MainGraphMan) {
         double position = 0;
-        if (MainGraphMan->currentPosition(position).ok() && position != 0)
-            MainGraphMan->setCurrentPosition(0);
+        if (g_.MainGraphMan->currentPosition(position).ok() && position != 0)
+            g_.MainGraphMan->setCurrentPosition(0);
     }
 
     SetPlaystate(mpstopped);
 }
 
-void Player::Pause() {
-    controlThreadOnly("Player::Pause");
+void PlayerCore::Pause() {
     if (!graphLoaded_) return;
 
     if (pflGraph_) {
-        if (PFLGraphMan) trap(PFLGraphMan->pause());
+        if (g_.PFLGraphMan) g_.trap(g_.PFLGraphMan->pause());
         SetPlaystate(mpPaused);
         return;
     }
-    if (!MainGraphMan) return;
+    if (!g_.MainGraphMan) return;
 
     // A stream is never paused: pausing it stops it, unless it stands stopped at its start.
-    if (isAddress(currentItem_)) {
+    if (isAddress(g_.currentItem_)) {
         const PlayCondition state = get_Playstate();
         double position = 0;
-        MainGraphMan->currentPosition(position);
+        g_.MainGraphMan->currentPosition(position);
         if (!(state == mpstopped && position == 0)) StopPlaying();
         return;
     }
@@ -270,11 +267,11 @@ void Player::Pause() {
     // A file pauses in place. The helper pauses the graph it follows; the ACM route also
     // reads where the graph stopped, since its decoder delivers no further tick to do so.
     const int32_t started = platform_.ticks().nowMs();
-    if (Helper) trap(Helper->pause());
-    if (MainGraphMan->state() != platform::GraphState::Paused) trap(MainGraphMan->pause());
-    if (UseACM_) {
+    if (g_.Helper) g_.trap(g_.Helper->pause());
+    if (g_.MainGraphMan->state() != platform::GraphState::Paused) g_.trap(g_.MainGraphMan->pause());
+    if (g_.UseACM_) {
         double position = 0;
-        if (MainGraphMan->currentPosition(position).ok()) cachedPosition_ = position;
+        if (g_.MainGraphMan->currentPosition(position).ok()) cachedPosition_ = position;
     }
     SetPlaystate(mpPaused);
     if (logging())
@@ -284,15 +281,15 @@ void Player::Pause() {
 
 // ---- The helper's tick and end ----
 
-void Player::helperTick(int32_t left, int32_t right) {
+void PlayerCore::helperTick(int32_t left, int32_t right) {
     leftPeak_ = left;
     rightPeak_ = right;
 
     // A seek under way owns the position; a load under way owns the graph.
     if (seeking_) return;
-    if (get_Playstate() != mpstopped && MainGraphMan && !loadBusy_) {
+    if (get_Playstate() != mpstopped && g_.MainGraphMan && !loadBusy_) {
         double position = 0;
-        if (MainGraphMan->currentPosition(position).ok()) cachedPosition_ = position;
+        if (g_.MainGraphMan->currentPosition(position).ok()) cachedPosition_ = position;
     }
 
     // Meters only while playing. The host may change the values; what it leaves is used.
@@ -309,27 +306,26 @@ void Player::helperTick(int32_t left, int32_t right) {
     if (get_Playstate() == MpPlaying) SilenceCheck(left, right);
 }
 
-void Player::helperEnd() {
+void PlayerCore::helperEnd() {
     // Once per play, and never for the end of a stream that Play is reloading.
-    if (reloading_ || m_Endraised) return;
+    if (reloading_ || g_.m_Endraised) return;
     if (events_) {
         raiseEvent([](PlayerEvents& e) { e.EndOfStream(1); });
         int32_t left = 0, right = 0;
         raiseEvent([&](PlayerEvents& e) { e.VUPeak(left, right); });
     }
-    m_Endraised = true;
+    g_.m_Endraised = true;
 }
 
 // ---- Position, duration, elapsed time ----
 
-double Player::get_CurrentPosition() {
+double PlayerCore::get_CurrentPosition() {
     (void)get_Playstate();
     return cachedPosition_;
 }
 
-void Player::put_CurrentPosition(double& value) {
-    controlThreadOnly("Player::put_CurrentPosition");
-    if (isAddress(currentItem_)) return;
+void PlayerCore::put_CurrentPosition(double& value) {
+    if (isAddress(g_.currentItem_)) return;
     struct Seeking {
         bool& flag;
         explicit Seeking(bool& f) : flag(f) { flag = true; }
@@ -344,17 +340,17 @@ void Player::put_CurrentPosition(double& value) {
         if (playstate_ == MpPlaying) Stopwatch().StartTiming();
     };
     try {
-        if (pflGraph_ && PFLGraphMan) {
-            m_Endraised = false;
-            trap(PFLGraphMan->setCurrentPosition(value));
+        if (pflGraph_ && g_.PFLGraphMan) {
+            g_.m_Endraised = false;
+            g_.trap(g_.PFLGraphMan->setCurrentPosition(value));
             value = value / cachedRate_;
             rebaseElapsed(value);
-        } else if (MainGraphMan) {
+        } else if (g_.MainGraphMan) {
             if (cachedRate_ <= 0) cachedRate_ = 1.0;
-            m_Endraised = false;
-            trap(MainGraphMan->setCurrentPosition(value));
+            g_.m_Endraised = false;
+            g_.trap(g_.MainGraphMan->setCurrentPosition(value));
             double position = 0;
-            if (trap(MainGraphMan->currentPosition(position))) cachedPosition_ = position;
+            if (g_.trap(g_.MainGraphMan->currentPosition(position))) cachedPosition_ = position;
             // Elapsed counts play time: at a faster rate a position is reached sooner.
             value = value / cachedRate_;
             rebaseElapsed(value);
@@ -364,24 +360,24 @@ void Player::put_CurrentPosition(double& value) {
     }
 }
 
-double Player::get_GraphPosition() {
+double PlayerCore::get_GraphPosition() {
     double seconds = 0;
-    if (!MainGraphMan || !MainGraphMan->currentPosition(seconds).ok()) return 0;
+    if (!g_.MainGraphMan || !g_.MainGraphMan->currentPosition(seconds).ok()) return 0;
     return seconds;
 }
 
-double Player::get_GraphDuration() {
+double PlayerCore::get_GraphDuration() {
     double seconds = 0;
-    if (!MainGraphMan || !MainGraphMan->duration(seconds).ok()) return 0;
+    if (!g_.MainGraphMan || !g_.MainGraphMan->duration(seconds).ok()) return 0;
     return seconds;
 }
 
-double Player::get_Duration() {
-    if (get_StreamingIsOnDemandFile()) return get_GraphDuration();
+double PlayerCore::get_Duration() {
+    if (chains_.get_StreamingIsOnDemandFile()) return get_GraphDuration();
     return cachedDuration_;
 }
 
-float Player::get_Elapsed() {
+float PlayerCore::get_Elapsed() {
     try {
         return static_cast<float>(Stopwatch().get_ElapsedTime()) / 1000.0f;
     } catch (const AutomationError&) {
@@ -389,7 +385,7 @@ float Player::get_Elapsed() {
     }
 }
 
-void Player::put_ElapsedForcedChange(float& value) {
+void PlayerCore::put_ElapsedForcedChange(float& value) {
     value = value * 1000;
     // Milliseconds and the seconds already elapsed are added as they are: hosts send the
     // correction they have measured against this sum.
@@ -402,63 +398,63 @@ void Player::put_ElapsedForcedChange(float& value) {
 
 // ---- Volume and mute ----
 
-void Player::put_Volume(int32_t& value) {
+void PlayerCore::put_Volume(int32_t& value) {
     if (value > 0) value = 0;
     if (value > QuietestRemembered) storedVolume_ = value;
     if (graphLoaded_ && !pflGraph_) {
-        if (MainGraphMan) trap(MainGraphMan->setVolume(value));
-        if (Helper) {
-            auto helperGraph = Helper->currentGraph();
-            if (helperGraph && helperGraph != MainGraphMan) trap(helperGraph->setVolume(value));
+        if (g_.MainGraphMan) g_.trap(g_.MainGraphMan->setVolume(value));
+        if (g_.Helper) {
+            auto helperGraph = g_.Helper->currentGraph();
+            if (helperGraph && helperGraph != g_.MainGraphMan) g_.trap(helperGraph->setVolume(value));
         }
-    } else if (pflGraph_ && PFLGraphMan) {
-        trap(PFLGraphMan->setVolume(value));
+    } else if (pflGraph_ && g_.PFLGraphMan) {
+        g_.trap(g_.PFLGraphMan->setVolume(value));
     }
-    clearErr();
+    g_.clearErr();
 }
 
-int32_t Player::get_Volume() {
+int32_t PlayerCore::get_Volume() {
     if (!graphLoaded_) return storedVolume_;
-    const platform::GraphPtr& graph = pflGraph_ ? PFLGraphMan : MainGraphMan;
+    const platform::GraphPtr& graph = pflGraph_ ? g_.PFLGraphMan : g_.MainGraphMan;
     int32_t level = 0;
     if (!graph || !graph->volume(level).ok()) return 0;
     return level;
 }
 
-void Player::put_mute(bool& value) {
-    if (!graphLoaded_ || !MainGraphMan) return;
-    MainGraphMan->setVolume(value ? MuteLevel : storedVolume_);
+void PlayerCore::put_mute(bool& value) {
+    if (!graphLoaded_ || !g_.MainGraphMan) return;
+    g_.MainGraphMan->setVolume(value ? MuteLevel : storedVolume_);
 }
 
-bool Player::get_mute() {
-    if (!graphLoaded_ || !MainGraphMan) return false;
+bool PlayerCore::get_mute() {
+    if (!graphLoaded_ || !g_.MainGraphMan) return false;
     int32_t level = 0;
-    if (!MainGraphMan->volume(level).ok()) return false;
+    if (!g_.MainGraphMan->volume(level).ok()) return false;
     return level < QuietestRemembered;
 }
 
 // ---- Rate ----
 
-void Player::put_Rate(double& value) {
+void PlayerCore::put_Rate(double& value) {
     // Fast play is allowed only where the marker file is.
     auto& services = platform_.operatorServices();
     if (value >= 1.1 && services.fileExists(services.markerFilePath())) value = 2.0;
     if (value < 0.9) value = 0.9;
 
     // The pitch filter keeps the pitch while it changes the rate.
-    if (UsePitchAdjuster_) {
+    if (g_.UsePitchAdjuster_) {
         pitchRate_ = value;
         pitchCarriesRate_ = true;
-        if (auto* pitch = PitchControl()) trap(pitch->setRate(value));
-        clearErr();
+        if (auto* pitch = PitchControl()) g_.trap(pitch->setRate(value));
+        g_.clearErr();
         return;
     }
 
     // Otherwise the graph's own rate; Windows Media files play at their own speed only.
-    if (!graphLoaded_ || !MainGraphMan) return;
-    if (text::endsWithNoCase(currentItem_, ".wma")) value = 1.0;
-    trap(MainGraphMan->setRate(value));
-    clearErr();
+    if (!graphLoaded_ || !g_.MainGraphMan) return;
+    if (text::endsWithNoCase(g_.currentItem_, ".wma")) value = 1.0;
+    g_.trap(g_.MainGraphMan->setRate(value));
+    g_.clearErr();
     cachedRate_ = value;
     pitchCarriesRate_ = false;
     // Elapsed goes on from where it was, now counting at the new rate.
@@ -471,11 +467,11 @@ void Player::put_Rate(double& value) {
     }
 }
 
-double Player::get_Rate() {
+double PlayerCore::get_Rate() {
     if (pitchCarriesRate_) return 1.0;
     double rate = 0;
-    if (!MainGraphMan) return cachedRate_;
-    if (!MainGraphMan->rate(rate).ok()) return 0;
+    if (!g_.MainGraphMan) return cachedRate_;
+    if (!g_.MainGraphMan->rate(rate).ok()) return 0;
     return rate;
 }
 

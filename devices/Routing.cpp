@@ -8,8 +8,7 @@
 
 #include "devices/Routing.h"
 
-#include "control/Player.h"
-#include "control/ProcessState.h"
+#include "support/ProcessState.h"
 #include "devices/clsCards.h"
 #include "devices/clsEnumFilters.h"
 #include "support/Text.h"
@@ -64,32 +63,32 @@ constexpr int32_t kNullRenderFailed = 963;
 
 // ---- The catalogue and its events ----------------------------------------------------------
 
-CardsEvents Player::CardsEventsForThisPlayer() {
+CardsEvents DeviceRouting::CardsEventsForThisPlayer() {
     CardsEvents sink;
     sink.GotFiltersWeNeed = [this](FilterCatalogue& found, NameCollection& weNeed) {
         OnCardsGotFiltersWeNeed(found, weNeed);
     };
     sink.StartedCounting = [this](int32_t& count) {
-        raiseEvent([&](PlayerEvents& e) { e.StartedCountingFilters(count); });
+        host_.raiseEvent([&](PlayerEvents& e) { e.StartedCountingFilters(count); });
     };
     sink.Counting = [this](int32_t index) {
-        raiseEvent([&](PlayerEvents& e) { e.CountingFilters(index); });
+        host_.raiseEvent([&](PlayerEvents& e) { e.CountingFilters(index); });
     };
     sink.FinishedCountingFilters = [this] {
-        raiseEvent([](PlayerEvents& e) { e.FinishedCountingFilters(); });
+        host_.raiseEvent([](PlayerEvents& e) { e.FinishedCountingFilters(); });
     };
     return sink;
 }
 
-void Player::OnCardsGotFiltersWeNeed(FilterCatalogue& /*found*/, NameCollection& weNeed) {
+void DeviceRouting::OnCardsGotFiltersWeNeed(FilterCatalogue& /*found*/, NameCollection& weNeed) {
     // Kept alive across the event: the host may replace the list from inside.
     const std::shared_ptr<NameCollection> names = std::make_shared<NameCollection>(weNeed);
     FilterNamesWeNeed_ = names;
-    raiseEvent([&](PlayerEvents& e) { e.GotTheFiltersWeNeed(*names); });
+    host_.raiseEvent([&](PlayerEvents& e) { e.GotTheFiltersWeNeed(*names); });
 }
 
-clsCards& Player::Cards() {
-    PlayerProcessState& process = Process();
+clsCards& DeviceRouting::Cards() {
+    PlayerProcessState& process = host_.Process();
     if (!process.cards) {
         // Stored before the detection runs, so that a host re-entering from a progress event
         // finds the catalogue instead of starting a second detection.
@@ -100,15 +99,15 @@ clsCards& Player::Cards() {
     return *process.cards;
 }
 
-const FilterCatalogue& Player::colDShowFilters() { return Cards().Filters(); }
+const FilterCatalogue& DeviceRouting::colDShowFilters() { return Cards().Filters(); }
 
 // ---- Device lists ----------------------------------------------------------------------------
 
-SoundCardCollection Player::QuerySoundCards(bool ForceEnum) {
+SoundCardCollection DeviceRouting::QuerySoundCards(bool ForceEnum) {
     try {
         if (ForceEnum || !soundCards_) {
             // A catalogue made just now has detected already: its cards are fresh.
-            const bool fresh = !Process().cards;
+            const bool fresh = !host_.Process().cards;
             clsCards& cards = Cards();
             const CardsEvents sink = CardsEventsForThisPlayer();
             soundCards_ = std::make_unique<SoundCardCollection>(fresh ? cards.SoundCards()
@@ -116,27 +115,27 @@ SoundCardCollection Player::QuerySoundCards(bool ForceEnum) {
         }
         return *soundCards_;
     } catch (const std::exception& e) {
-        Log(std::string("QuerySoundCards: ") + e.what());
+        host_.Log(std::string("QuerySoundCards: ") + e.what());
         return soundCards_ ? *soundCards_ : SoundCardCollection{};
     }
 }
 
-void Player::putref_SetSoundCardCollection(const SoundCardCollection& value) {
+void DeviceRouting::putref_SetSoundCardCollection(const SoundCardCollection& value) {
     soundCards_ = std::make_unique<SoundCardCollection>(value);
 }
 
-SoundCardCollection Player::EnumRenders(bool ForceRefresh) {
+SoundCardCollection DeviceRouting::EnumRenders(bool ForceRefresh) {
     try {
         if (ForceRefresh || !renderEnum_) {
             platform_.catalogue().refresh();
-            const bool fresh = !Process().cards;
+            const bool fresh = !host_.Process().cards;
             clsCards& cards = Cards();
             const CardsEvents sink = CardsEventsForThisPlayer();
             if (!fresh) cards.GetSoundcards(&sink);
         }
         // Multichannel devices appear once per speaker pair; the first entry of a name wins.
         std::vector<platform::CatalogueEntryPtr> entries;
-        trap(platform_.catalogue().enumerateRenderersWithPairs(entries));
+        g_.trap(platform_.catalogue().enumerateRenderersWithPairs(entries));
         auto renders = std::make_unique<SoundCardCollection>();
         for (const auto& entry : entries) {
             if (!entry) continue;
@@ -146,12 +145,12 @@ SoundCardCollection Player::EnumRenders(bool ForceRefresh) {
         renderEnum_ = std::move(renders);
         return *renderEnum_;
     } catch (const std::exception& e) {
-        Log(std::string("EnumRenders: ") + e.what());
+        host_.Log(std::string("EnumRenders: ") + e.what());
         return renderEnum_ ? *renderEnum_ : SoundCardCollection{};
     }
 }
 
-std::optional<clsDShowRender> Player::FindDevice(const std::string& name) {
+std::optional<clsDShowRender> DeviceRouting::FindDevice(const std::string& name) {
     if (!soundCards_) QuerySoundCards(false);
     const bool speakerPair = routing::BaseDeviceName(name) != name;
     if (speakerPair) {
@@ -164,9 +163,9 @@ std::optional<clsDShowRender> Player::FindDevice(const std::string& name) {
     return std::nullopt;
 }
 
-bool Player::DeviceExists(const std::string& name) { return FindDevice(name).has_value(); }
+bool DeviceRouting::DeviceExists(const std::string& name) { return FindDevice(name).has_value(); }
 
-bool Player::DefaultSoundDeviceExists() {
+bool DeviceRouting::DefaultSoundDeviceExists() {
     try {
         if (!soundCards_ || soundCards_->empty()) {
             clsEnumFilters enummer(platform_);
@@ -183,38 +182,38 @@ bool Player::DefaultSoundDeviceExists() {
         platform::FilterPtr renderer;
         return device->entry()->createIn(*scratch, renderer).ok() && renderer;
     } catch (const std::exception& e) {
-        Log(std::string("DefaultSoundDeviceExists: ") + e.what());
+        host_.Log(std::string("DefaultSoundDeviceExists: ") + e.what());
         return false;
     }
 }
 
 // ---- Main output -----------------------------------------------------------------------------
 
-bool Player::SetSoundcard(std::string& NewSoundCardName) {
+bool DeviceRouting::SetSoundcard(std::string& NewSoundCardName) {
     try {
         // Not while an item is loaded or playing. True all the same: the host counts the call
         // as handled.
-        if (get_Playstate() == MpPlaying || !currentItem_.empty()) {
-            platform_.operatorServices().messageBox(kCantChange, ThisCartName_, platform::MessageIcon::None);
+        if (host_.get_Playstate() == MpPlaying || !g_.currentItem_.empty()) {
+            platform_.operatorServices().messageBox(kCantChange, g_.ThisCartName_, platform::MessageIcon::None);
             return true;
         }
         // An empty name is the default device, and the caller sees so.
         if (NewSoundCardName.empty()) NewSoundCardName = kDefaultDevice;
         return RouteMainOutput(NewSoundCardName);
     } catch (const std::exception& e) {
-        Log(std::string("SetSoundcard: ") + e.what());
+        host_.Log(std::string("SetSoundcard: ") + e.what());
         return false;
     }
 }
 
-bool Player::RouteMainOutput(const std::string& name) {
+bool DeviceRouting::RouteMainOutput(const std::string& name) {
     const bool isDefault = routing::IsDefaultDevice(name);
 
     // Already there?
-    if (fSoundCard) {
-        if (text::equalsNoCase(fSoundCard->name(), name) && SurroundRenderName_.empty()) return true;
+    if (g_.fSoundCard) {
+        if (text::equalsNoCase(g_.fSoundCard->name(), name) && g_.SurroundRenderName_.empty()) return true;
     } else if (isDefault) {
-        SurroundRenderName_.clear();
+        g_.SurroundRenderName_.clear();
         mainCardName_ = name;
         return true;
     }
@@ -230,22 +229,22 @@ bool Player::RouteMainOutput(const std::string& name) {
     if (isDefault) {
         result = true;
         mainCardName_ = name;
-        SoundCardInPin.reset();
-        SurroundRenderName_.clear();
+        g_.SoundCardInPin.reset();
+        g_.SurroundRenderName_.clear();
     }
 
     // Playing now (a host that started playback from one of our events): next item.
-    if (get_Playstate() == MpPlaying) {
+    if (host_.get_Playstate() == MpPlaying) {
         pendingMainCard_ = name;
         platform_.operatorServices().messageBox(std::string(kNextCut) + "\r\n" + "----Main Graph Manager----",
-                                                ThisCartName_ + " is currently playing",
+                                                g_.ThisCartName_ + " is currently playing",
                                                 platform::MessageIcon::None);
         return result;
     }
 
     // Default device: the next load builds a graph around the default renderer.
     if (isDefault) {
-        DestroyGraph();
+        host_.DestroyGraph(false);
         return result;
     }
 
@@ -259,17 +258,17 @@ bool Player::RouteMainOutput(const std::string& name) {
     if (routing::BaseDeviceName(name) != name) {
         // A speaker pair: a new graph is stocked with the pair's surround filter, and the
         // renderer goes in again there.
-        SurroundRenderName_ = name;
-        CreateNewGraph(false);
+        g_.SurroundRenderName_ = name;
+        host_.CreateNewGraph(false);
         result = AddSoundCard(GetMainSoundcard(), false);
     } else {
-        SurroundRenderName_.clear();
+        g_.SurroundRenderName_.clear();
     }
     return result;
 }
 
-std::string Player::GetMainSoundcard() {
-    std::string result = SurroundRenderName_.empty() ? mainCardName_ : SurroundRenderName_;
+std::string DeviceRouting::GetMainSoundcard() {
+    std::string result = g_.SurroundRenderName_.empty() ? mainCardName_ : g_.SurroundRenderName_;
     // An empty main card name always reads as the default, whatever else is set.
     if (mainCardName_.empty()) result = kDefaultDevice;
     return result;
@@ -277,39 +276,39 @@ std::string Player::GetMainSoundcard() {
 
 // ---- PFL output ------------------------------------------------------------------------------
 
-bool Player::SetPFLSoundcard(std::string& NewPFLCard) {
+bool DeviceRouting::SetPFLSoundcard(std::string& NewPFLCard) {
     try {
         // Paused counts as busy here too.
-        if (get_Playstate() != mpstopped) {
-            platform_.operatorServices().messageBox(kCantChange, ThisCartName_, platform::MessageIcon::None);
+        if (host_.get_Playstate() != mpstopped) {
+            platform_.operatorServices().messageBox(kCantChange, g_.ThisCartName_, platform::MessageIcon::None);
             return true;
         }
         if (NewPFLCard.empty()) NewPFLCard = kDefaultDevice;
         return RoutePflOutput(NewPFLCard);
     } catch (const std::exception& e) {
-        Log(std::string("SetPFLSoundcard: ") + e.what());
+        host_.Log(std::string("SetPFLSoundcard: ") + e.what());
         return false;
     }
 }
 
-bool Player::RoutePflOutput(const std::string& name) {
+bool DeviceRouting::RoutePflOutput(const std::string& name) {
     const bool isDefault = routing::IsDefaultDevice(name);
 
     // Already there?
-    if (fPFLSoundCard && text::equalsNoCase(fPFLSoundCard->name(), name)) return true;
-    if (!fPFLSoundCard && isDefault) return true;
+    if (g_.fPFLSoundCard && text::equalsNoCase(g_.fPFLSoundCard->name(), name)) return true;
+    if (!g_.fPFLSoundCard && isDefault) return true;
 
     // The PFL device follows a main device.
-    if (fSoundCard) {
+    if (g_.fSoundCard) {
         if (isDefault) {
             pflCardName_ = name;
             RaiseIsPFLButtonRequired(false);
             return true;
         }
-        if (get_Playstate() == MpPlaying) {
+        if (host_.get_Playstate() == MpPlaying) {
             pendingPflCard_ = name;
             platform_.operatorServices().messageBox(std::string(kNextCut) + "\r\n" + "----PFL Graph Manager----",
-                                                    ThisCartName_ + " is currently playing",
+                                                    g_.ThisCartName_ + " is currently playing",
                                                     platform::MessageIcon::None);
         }
         if (!DeviceExists(name)) return false;
@@ -321,56 +320,56 @@ bool Player::RoutePflOutput(const std::string& name) {
     // No main device yet.
     platform_.operatorServices().messageBox(
         "You Must Set a specific playback device for this player before setting the PFL device!",
-        "Set the Main output device first! - " + ThisCartName_, platform::MessageIcon::Exclamation);
+        "Set the Main output device first! - " + g_.ThisCartName_, platform::MessageIcon::Exclamation);
     return true;
 }
 
-std::string Player::GetPFLSoundcard() { return pflCardName_.empty() ? kDefaultDevice : pflCardName_; }
+std::string DeviceRouting::GetPFLSoundcard() { return pflCardName_.empty() ? kDefaultDevice : pflCardName_; }
 
-bool Player::PFLButtonRequired() const {
-    return fPFLSoundCard && !pflCardName_.empty() && !routing::IsDefaultDevice(pflCardName_);
+bool DeviceRouting::PFLButtonRequired() const {
+    return g_.fPFLSoundCard && !pflCardName_.empty() && !routing::IsDefaultDevice(pflCardName_);
 }
 
-void Player::RaiseIsPFLButtonRequired(bool required) {
-    raiseEvent([&](PlayerEvents& e) { e.IsPFLButtonRequired(required); });
+void DeviceRouting::RaiseIsPFLButtonRequired(bool required) {
+    host_.raiseEvent([&](PlayerEvents& e) { e.IsPFLButtonRequired(required); });
 }
 
 // ---- Dummy output ----------------------------------------------------------------------------
 
-void Player::SoundCardNullSet() {
+void DeviceRouting::SoundCardNullSet() {
     // The dummy device is not remembered as the main device: SoundCardRouterSet returns to it.
     if (!AddSoundCard(kDummyDevice, false, false))
         raise(kNullRenderFailed, "SoundCardRouterSet: Unexpected: Should ALWAYS be able to render to NULL (Dummy)!");
 }
 
-void Player::SoundCardRouterSet() {
+void DeviceRouting::SoundCardRouterSet() {
     try {
         AddSoundCard(GetMainSoundcard(), false);
     } catch (const std::exception& e) {
-        Log(std::string("SoundCardRouterSet: ") + e.what());
+        host_.Log(std::string("SoundCardRouterSet: ") + e.what());
     }
 }
 
 // ---- Pending devices -------------------------------------------------------------------------
 
-void Player::ApplyPendingSoundCards() {
+void DeviceRouting::ApplyPendingSoundCards() {
     try {
         if (!pendingMainCard_.empty()) {
             const std::string name = std::exchange(pendingMainCard_, std::string());
-            Log("Applying the main output device asked for while playing: " + name);
-            if (!RouteMainOutput(name)) Log("WARNING: PLAYER CANNOT ADD SOUND CARD: " + name);
+            host_.Log("Applying the main output device asked for while playing: " + name);
+            if (!RouteMainOutput(name)) host_.Log("WARNING: PLAYER CANNOT ADD SOUND CARD: " + name);
         }
         if (!pendingPflCard_.empty()) {
             const std::string name = std::exchange(pendingPflCard_, std::string());
-            const bool inPlace = fPFLSoundCard && text::equalsNoCase(fPFLSoundCard->name(), name) &&
+            const bool inPlace = g_.fPFLSoundCard && text::equalsNoCase(g_.fPFLSoundCard->name(), name) &&
                                  text::equalsNoCase(pflCardName_, name);
             if (!inPlace) {
-                Log("Applying the PFL output device asked for while playing: " + name);
+                host_.Log("Applying the PFL output device asked for while playing: " + name);
                 RoutePflOutput(name);
             }
         }
     } catch (const std::exception& e) {
-        Log(std::string("ApplyPendingSoundCards: ") + e.what());
+        host_.Log(std::string("ApplyPendingSoundCards: ") + e.what());
     }
 }
 
@@ -387,25 +386,25 @@ platform::PinPtr rendererInputPin(const platform::FilterPtr& renderer) {
 }
 } // namespace
 
-bool Player::AddSoundCard(const std::string& name, bool forPFL, bool remember) {
+bool DeviceRouting::AddSoundCard(const std::string& name, bool forPFL, bool remember) {
     // The default device under any of its spellings.
     const std::string device =
         name.empty() || text::containsNoCase(name, kDefaultDevice) ? std::string(kDefaultDevice) : name;
     const auto cannotAdd = [&] {
-        Log("WARNING: PLAYER CANNOT ADD SOUND CARD: " + name);
+        host_.Log("WARNING: PLAYER CANNOT ADD SOUND CARD: " + name);
         return false;
     };
     try {
         // The device's renderer, made in the graph it is for (made first if need be).
         const std::optional<clsDShowRender> found = FindDevice(device);
         if (!found || !found->entry()) return cannotAdd();
-        if (!(forPFL ? PFLGraphMan : MainGraphMan)) CreateNewGraph(forPFL);
+        if (!(forPFL ? g_.PFLGraphMan : g_.MainGraphMan)) host_.CreateNewGraph(forPFL);
         // Held for the whole change: the host may replace the player's graph from inside an event.
-        const platform::GraphPtr graph = forPFL ? PFLGraphMan : MainGraphMan;
+        const platform::GraphPtr graph = forPFL ? g_.PFLGraphMan : g_.MainGraphMan;
         if (!graph) return cannotAdd();
 
         platform::FilterPtr renderer;
-        if (!trap(found->entry()->createIn(*graph, renderer)) || !renderer) return cannotAdd();
+        if (!g_.trap(found->entry()->createIn(*graph, renderer)) || !renderer) return cannotAdd();
         const platform::PinPtr inPin = rendererInputPin(renderer);
         if (!inPin) {
             graph->removeFilter(renderer);
@@ -413,19 +412,19 @@ bool Player::AddSoundCard(const std::string& name, bool forPFL, bool remember) {
         }
 
         // The new renderer takes the old one's place, and its feed when it had one.
-        platform::FilterPtr& current = forPFL ? fPFLSoundCard : fSoundCard;
+        platform::FilterPtr& current = forPFL ? g_.fPFLSoundCard : g_.fSoundCard;
         platform::PinPtr feed;
         if (current) {
-            const platform::PinPtr oldIn = forPFL ? rendererInputPin(current) : SoundCardInPin;
+            const platform::PinPtr oldIn = forPFL ? rendererInputPin(current) : g_.SoundCardInPin;
             if (oldIn) feed = oldIn->connectedTo();
             graph->removeFilter(current);
         }
-        if (feed && !feed->connectDirect(inPin).ok()) trap(feed->connect(inPin));
+        if (feed && !feed->connectDirect(inPin).ok()) g_.trap(feed->connect(inPin));
 
         // Keep it.
         current = renderer;
         if (!forPFL) {
-            SoundCardInPin = inPin;
+            g_.SoundCardInPin = inPin;
             if (remember) mainCardName_ = device;
         } else {
             RaiseIsPFLButtonRequired(!routing::IsDefaultDevice(device));

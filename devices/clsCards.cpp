@@ -5,6 +5,9 @@
 
 namespace corvid {
 
+std::string clsDShowRender::Name() const { return entry_ ? entry_->name() : std::string(); }
+int32_t clsDShowRender::NumSpeakers() const { return entry_ ? entry_->numSpeakers() : 0; }
+
 using namespace filters;
 
 namespace {

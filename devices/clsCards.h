@@ -6,10 +6,11 @@
 // when the MPEG splitter is missing. The player that asked receives the progress as events.
 // Control thread only.
 
-#include "devices/DShowRender.h"
+#include <corvid/SoundCards.h>
 #include "devices/FilterNames.h"
+#include "devices/clsEnumFilters.h"
 #include "platform/Platform.h"
-#include "support/NameCollection.h"
+#include <corvid/NameCollection.h>
 
 #include <cstdint>
 #include <functional>

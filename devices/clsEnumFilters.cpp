@@ -1,6 +1,6 @@
 #include "devices/clsEnumFilters.h"
 
-#include "support/AutomationError.h"
+#include <corvid/AutomationError.h>
 #include "support/Text.h"
 
 #include <array>

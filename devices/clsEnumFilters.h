@@ -5,7 +5,7 @@
 // operators' first look when a machine plays nothing), and the progress is raised as it goes
 // so that a host can show a counter while a slow machine enumerates. Control thread only.
 
-#include "devices/DShowRender.h"
+#include <corvid/SoundCards.h>
 #include "platform/Platform.h"
 
 #include <cstdint>
@@ -14,6 +14,9 @@
 #include <string>
 
 namespace corvid {
+
+// Registered filters keyed by display name.
+using FilterCatalogue = KeyedCollection<platform::CatalogueEntryPtr>;
 
 // The platform category identifier of a category number (1-9); empty for 8, which is never
 // enumerated, and for numbers outside the table.

@@ -1,6 +1,6 @@
 #include "formats/ChainSupport.h"
 
-#include "control/Player.h"
+#include "formats/FormatChains.h"
 
 namespace corvid::formats {
 
@@ -49,52 +49,48 @@ constexpr int32_t kNoSuchEntry = 5;
 constexpr const char* kNoSuchEntryText = "Invalid procedure call or argument";
 } // namespace
 
-platform::FilterPtr Player::CreateSampleGrabberTrapped() {
+platform::FilterPtr FormatChains::CreateSampleGrabberTrapped() {
     try {
-        return CreateSampleGrabber();
+        return graph_.CreateSampleGrabber();
     } catch (const AutomationError& e) {
-        trapError(e.number(), e.description());
+        g_.trapError(e.number(), e.description());
         return nullptr;
     }
 }
 
-void Player::RemoveFilterTrapped(const platform::FilterPtr& filter) {
-    if (!filter || !MainGraphMan) {
-        trap(formats::noObject());
+void FormatChains::RemoveFilterTrapped(const platform::FilterPtr& filter) {
+    if (!filter || !g_.MainGraphMan) {
+        g_.trap(formats::noObject());
         return;
     }
-    trap(MainGraphMan->removeFilter(filter));
+    g_.trap(g_.MainGraphMan->removeFilter(filter));
 }
 
-platform::CatalogueEntryPtr Player::TakeCatalogueEntry(const std::string& displayName) {
-    const platform::CatalogueEntryPtr* entry = colDShowFilters().find(displayName);
+platform::CatalogueEntryPtr FormatChains::TakeCatalogueEntry(const std::string& displayName) {
+    const platform::CatalogueEntryPtr* entry = routing_.colDShowFilters().find(displayName);
     if (!entry || !*entry) {
-        trapError(kNoSuchEntry, kNoSuchEntryText);
+        g_.trapError(kNoSuchEntry, kNoSuchEntryText);
         return nullptr;
     }
     return *entry;
 }
 
-platform::FilterPtr Player::AddCatalogueInstance(const platform::CatalogueEntryPtr& entry) {
-    if (!entry || !MainGraphMan) {
-        trap(formats::noObject());
+platform::FilterPtr FormatChains::AddCatalogueInstance(const platform::CatalogueEntryPtr& entry) {
+    if (!entry || !g_.MainGraphMan) {
+        g_.trap(formats::noObject());
         return nullptr;
     }
     platform::FilterPtr filter;
-    if (!trap(entry->createIn(*MainGraphMan, filter))) return nullptr;
+    if (!g_.trap(entry->createIn(*g_.MainGraphMan, filter))) return nullptr;
     return filter;
 }
 
 // A chain's clean-up takes the source out without losing the failure that sent it there: the
 // dispatcher reports that failure once every chain has been tried.
-void Player::RemoveSourceFilterKeepingError() {
-    PendingError failure = Err;
-    RemoveSourceFilter();
-    Err = failure;
-}
-
-std::string Player::ErrText() const {
-    return std::to_string(Err.number) + " " + Err.description;
+void FormatChains::RemoveSourceFilterKeepingError() {
+    GraphModel::PendingError failure = g_.Err;
+    graph_.RemoveSourceFilter();
+    g_.Err = failure;
 }
 
 } // namespace corvid

@@ -1,14 +1,14 @@
 // GetPins, with which every chain finds a filter's pins, and the two properties that say which
 // reader the current item was loaded into (the MP3 chain routes by them).
 
-#include "control/Player.h"
+#include "formats/FormatChains.h"
 #include "formats/ChainSupport.h"
 
 namespace corvid {
 
 // The last input pin and the last output pin of the filter's list win; a filter that is not
 // there leaves both pins empty.
-void Player::GetPins(platform::PinPtr& inPin, platform::PinPtr& outPin,
+void FormatChains::GetPins(platform::PinPtr& inPin, platform::PinPtr& outPin,
                      const platform::FilterPtr& filter) {
     inPin.reset();
     outPin.reset();
@@ -22,25 +22,25 @@ void Player::GetPins(platform::PinPtr& inPin, platform::PinPtr& outPin,
     }
 }
 
-bool Player::TakeSourcePin(platform::PinPtr& sourcePin, const std::string& fileName,
+bool FormatChains::TakeSourcePin(platform::PinPtr& sourcePin, const std::string& fileName,
                            bool mustUseAsfReader, const SourcePinTexts& texts) {
     if (!sourcePin) {
-        if (AddSourceFilter(fileName, mustUseAsfReader))
-            sourcePin = MainSourcePin;
+        if (graph_.AddSourceFilter(fileName, mustUseAsfReader))
+            sourcePin = g_.MainSourcePin;
         else
-            Log(texts.cannotAdd);
-    } else if (logging()) {
-        Log(texts.givenPrefix + fileName + " Source is: " + formats::ownerName(sourcePin));
+            host_.Log(texts.cannotAdd);
+    } else if (host_.logging()) {
+        host_.Log(texts.givenPrefix + fileName + " Source is: " + formats::ownerName(sourcePin));
     }
     if (!sourcePin) {
-        Log(texts.noPin);
+        host_.Log(texts.noPin);
         return false;
     }
     return true;
 }
 
-bool Player::get_UsingHaldenSource() { return UsingHaldenSource_; }
+bool FormatChains::get_UsingHaldenSource() { return g_.UsingHaldenSource_; }
 
-bool Player::get_UsingASFReader() { return UsingASFReader_; }
+bool FormatChains::get_UsingASFReader() { return g_.UsingASFReader_; }
 
 } // namespace corvid

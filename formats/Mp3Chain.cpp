@@ -10,7 +10,7 @@
 // Message texts mix "Connectmp3Filters" and "ConnectMp3Filters"; operators search the logs
 // for them, so they stay as they are.
 
-#include "control/Player.h"
+#include "formats/FormatChains.h"
 #include "devices/FilterNames.h"
 #include "formats/ChainSupport.h"
 #include "support/Text.h"
@@ -32,7 +32,7 @@ enum class Mp3Next {
 };
 } // namespace
 
-bool Player::ConnectMp3Filters(platform::PinPtr& sourcePin, platform::PinPtr& splitterIn,
+bool FormatChains::ConnectMp3Filters(platform::PinPtr& sourcePin, platform::PinPtr& splitterIn,
                                platform::FilterPtr& splitter, platform::PinPtr& decoderIn,
                                platform::PinPtr& decoderOut, platform::PinPtr& sgIn,
                                platform::PinPtr& sgOut, platform::PinPtr& renderIn,
@@ -45,19 +45,19 @@ bool Player::ConnectMp3Filters(platform::PinPtr& sourcePin, platform::PinPtr& sp
     // The source: the dispatcher normally hands it over; without one the chain adds it.
     if (!sourcePin) {
         bool mustUseAsfReader = false;
-        if (AddSourceFilter(fileName, mustUseAsfReader))
-            sourcePin = MainSourcePin;
+        if (graph_.AddSourceFilter(fileName, mustUseAsfReader))
+            sourcePin = g_.MainSourcePin;
         else
-            Log("Connectmp3Filters: cannot add source filter");
+            host_.Log("Connectmp3Filters: cannot add source filter");
     }
     if (!sourcePin) {
         const std::string noSource = "Connectmp3Filters: no source pin, cannot continue";
-        LastError_ += noSource;
-        Log(noSource);
+        g_.LastError_ += noSource;
+        host_.Log(noSource);
         return false;
     }
-    if (logging())
-        Log("Connectmp3Filters, for: " + fileName + " Source is: " + ownerName(sourcePin));
+    if (host_.logging())
+        host_.Log("Connectmp3Filters, for: " + fileName + " Source is: " + ownerName(sourcePin));
 
     const bool usingHalden = get_UsingHaldenSource();
     const bool plainRoute = !(usingWM || usingHalden || isFlac);
@@ -65,12 +65,12 @@ bool Player::ConnectMp3Filters(platform::PinPtr& sourcePin, platform::PinPtr& sp
     // The grabber argument is the player's grabber: the two always name the same filter.
     auto removeGrabber = [&] {
         RemoveFilterTrapped(sampleGrabber);
-        fSampleGrabber.reset();
+        g_.fSampleGrabber.reset();
         sampleGrabber.reset();
     };
     auto recreateGrabber = [&] {
-        fSampleGrabber = CreateSampleGrabberTrapped();
-        sampleGrabber = fSampleGrabber;
+        g_.fSampleGrabber = CreateSampleGrabberTrapped();
+        sampleGrabber = g_.fSampleGrabber;
         GetPins(sgIn, sgOut, sampleGrabber);
     };
 
@@ -78,131 +78,131 @@ bool Player::ConnectMp3Filters(platform::PinPtr& sourcePin, platform::PinPtr& sp
     // goes straight behind it; if not, let the graph find a converter to learn whether any
     // route exists, then tear the test route down and build it with our own ACM Wrapper.
     auto directToGrabber = [&]() -> Mp3Next {
-        clearErr();
-        if (trap(connectDirect(sourcePin, renderIn))) {
-            if (isConnected(sourcePin)) trap(disconnect(sourcePin));
-            if (trap(connectDirect(sourcePin, sgIn))) {
-                Log("ConnectMp3Filters: Source Pin Connected OK to the SGInPin");
+        g_.clearErr();
+        if (g_.trap(connectDirect(sourcePin, renderIn))) {
+            if (isConnected(sourcePin)) g_.trap(disconnect(sourcePin));
+            if (g_.trap(connectDirect(sourcePin, sgIn))) {
+                host_.Log("ConnectMp3Filters: Source Pin Connected OK to the SGInPin");
                 return Mp3Next::GrabberToRenderer;
             }
-            LastError_ += "ConnectMp3Filters: Source Pin did not connect directly to the SGinPin: " +
-                          ErrText();
+            g_.LastError_ += "ConnectMp3Filters: Source Pin did not connect directly to the SGinPin: " +
+                          g_.ErrText();
             return Mp3Next::CleanUp;
         }
         if (!(usingWM || usingHalden)) return Mp3Next::SplitterRoute; // FLAC through another source
 
-        clearErr();
-        RaisePlayerLogInfo("For " + fileName +
+        g_.clearErr();
+        host_.RaisePlayerLogInfo("For " + fileName +
                            ":UsingWM or UsingHalden. Test connecting source pin (possibly via ACM) to render");
         removeGrabber();
-        if (!trap(connect(sourcePin, renderIn))) {
-            RaisePlayerLogInfo("ConnectMp3Filters: For " + fileName +
+        if (!g_.trap(connect(sourcePin, renderIn))) {
+            host_.RaisePlayerLogInfo("ConnectMp3Filters: For " + fileName +
                                ":UsingWM or UsingHalden. Failed to connect source pin (possibly via acm) to render");
-            RaisePlayerLogInfo(PrintFilters(nullptr));
+            host_.RaisePlayerLogInfo(host_.PrintFilters(nullptr));
             return Mp3Next::CleanUp;
         }
         recreateGrabber();
-        if (logging()) {
-            RaisePlayerLogInfo("ConnectMp3Filters...");
-            RaisePlayerLogInfo("For " + fileName +
+        if (host_.logging()) {
+            host_.RaisePlayerLogInfo("ConnectMp3Filters...");
+            host_.RaisePlayerLogInfo("For " + fileName +
                                ":UsingWM or UsingHalden. OK, connected source pin (possibly via acm) to render");
-            RaisePlayerLogInfo(PrintFilters(MainGraphMan));
+            host_.RaisePlayerLogInfo(host_.PrintFilters(g_.MainGraphMan));
         }
-        trap(disconnect(sourcePin));
-        trap(connectDirect(sourcePin, sgIn));
-        clearErr();
-        if (isConnected(renderIn) && !errPending()) trap(disconnect(renderIn));
-        return errPending() ? Mp3Next::CleanUp : Mp3Next::AcmRoute;
+        g_.trap(disconnect(sourcePin));
+        g_.trap(connectDirect(sourcePin, sgIn));
+        g_.clearErr();
+        if (isConnected(renderIn) && !g_.errPending()) g_.trap(disconnect(renderIn));
+        return g_.errPending() ? Mp3Next::CleanUp : Mp3Next::AcmRoute;
     };
 
     auto splitterRoute = [&]() -> Mp3Next {
         platform::PinPtr splitterOut;
         GetPins(splitterIn, splitterOut, splitter);
         if (!splitterOut) {
-            trapError(kChainError, "No Mpeg SplitterOutPIn");
+            g_.trapError(kChainError, "No Mpeg SplitterOutPIn");
             return Mp3Next::CleanUp;
         }
-        Log("Connecting mpeg splitter out pin to mp3decoder in pin...");
-        trap(connectDirect(splitterOut, decoderIn));
-        return errPending() ? Mp3Next::AcmRoute : Mp3Next::DecoderToGrabber;
+        host_.Log("Connecting mpeg splitter out pin to mp3decoder in pin...");
+        g_.trap(connectDirect(splitterOut, decoderIn));
+        return g_.errPending() ? Mp3Next::AcmRoute : Mp3Next::DecoderToGrabber;
     };
 
     auto acmRoute = [&]() -> Mp3Next {
-        Log("Connectmp3Filters: could not connect splitter out pin directly, trying all sorts of "
+        host_.Log("Connectmp3Filters: could not connect splitter out pin directly, trying all sorts of "
             "things to make it sensibly connect...");
-        if (isConnected(sourcePin)) trap(disconnect(sourcePin));
-        clearErr();
+        if (isConnected(sourcePin)) g_.trap(disconnect(sourcePin));
+        g_.clearErr();
 
-        Log("Connectmp3Filters: Have to remove sampleGrabber here...");
+        host_.Log("Connectmp3Filters: Have to remove sampleGrabber here...");
         removeGrabber();
         sgIn.reset();
         sgOut.reset();
-        if (errPending()) {
+        if (g_.errPending()) {
             const std::string expected =
                 "ConnectMp3Filters: we DO expect the SG to be there to remove right here!";
-            LastError_ += "\r\n" + ErrText() + expected;
-            RaisePlayerLogInfo(expected);
+            g_.LastError_ += "\r\n" + g_.ErrText() + expected;
+            host_.RaisePlayerLogInfo(expected);
             return Mp3Next::CleanUp;
         }
 
-        Log("Connectmp3Filters: Have to re-add sampleGrabber here...");
+        host_.Log("Connectmp3Filters: Have to re-add sampleGrabber here...");
         recreateGrabber();
-        if (errPending()) {
-            LastError_ += "\r\nNo SG pins after re-add";
+        if (g_.errPending()) {
+            g_.LastError_ += "\r\nNo SG pins after re-add";
             return Mp3Next::CleanUp;
         }
 
         // The chain's own ACM Wrapper, kept for the next attempt until the source goes.
         const auto acmEntry = TakeCatalogueEntry(filters::kAcmWrapper);
         if (!acmEntry) {
-            LastError_ += "ConnectMp3Filters: no ACM Wrapper " + ErrText();
+            g_.LastError_ += "ConnectMp3Filters: no ACM Wrapper " + g_.ErrText();
             return Mp3Next::CleanUp;
         }
-        if (!fChainACMWrapper) fChainACMWrapper = AddCatalogueInstance(acmEntry);
-        if (errPending() || !fChainACMWrapper) return Mp3Next::CleanUp;
+        if (!g_.fChainACMWrapper) g_.fChainACMWrapper = AddCatalogueInstance(acmEntry);
+        if (g_.errPending() || !g_.fChainACMWrapper) return Mp3Next::CleanUp;
 
         platform::PinPtr acmIn, acmOut;
-        GetPins(acmIn, acmOut, fChainACMWrapper);
+        GetPins(acmIn, acmOut, g_.fChainACMWrapper);
         if (!acmIn || !acmOut) {
-            LastError_ += "ConnectMp3Filters: no Extra ACM Pins " + ErrText();
-            RaisePlayerLogInfo("ConnectMp3Filters: we DO expect the ExtraACM here to have pins!");
+            g_.LastError_ += "ConnectMp3Filters: no Extra ACM Pins " + g_.ErrText();
+            host_.RaisePlayerLogInfo("ConnectMp3Filters: we DO expect the ExtraACM here to have pins!");
             return Mp3Next::CleanUp;
         }
-        trap(connect(sourcePin, acmIn));
-        if (errPending()) {
-            LastError_ += "ConnectMp3Filters: Source will not connect to the extra ACM " + ErrText();
+        g_.trap(connect(sourcePin, acmIn));
+        if (g_.errPending()) {
+            g_.LastError_ += "ConnectMp3Filters: Source will not connect to the extra ACM " + g_.ErrText();
             return Mp3Next::CleanUp;
         }
         decoderOut = acmOut;
         if (!sgIn || !sgOut) {
-            LastError_ += "ConnectMp3Filters: unexpected: no samplegrabber pins  " + ErrText();
-            RaisePlayerLogInfo("ConnectMp3Filters: unexpected: no samplegrabber pins !!");
+            g_.LastError_ += "ConnectMp3Filters: unexpected: no samplegrabber pins  " + g_.ErrText();
+            host_.RaisePlayerLogInfo("ConnectMp3Filters: unexpected: no samplegrabber pins !!");
             return Mp3Next::CleanUp;
         }
         return Mp3Next::DecoderToGrabber;
     };
 
     auto decoderToGrabber = [&]() -> Mp3Next {
-        Log("Connectmp3Filters: connecting decoder out pin to sample grabber in pin...");
-        if (trap(connectDirect(decoderOut, sgIn))) {
-            Log("Connectmp3Filters: connected decoder out pin to sample grabber in pin...OK");
+        host_.Log("Connectmp3Filters: connecting decoder out pin to sample grabber in pin...");
+        if (g_.trap(connectDirect(decoderOut, sgIn))) {
+            host_.Log("Connectmp3Filters: connected decoder out pin to sample grabber in pin...OK");
             return Mp3Next::GrabberToRenderer;
         }
-        LastError_ += "Connectmp3Filters: cannot connect direct mp3decoutpin to sginpin " + ErrText();
+        g_.LastError_ += "Connectmp3Filters: cannot connect direct mp3decoutpin to sginpin " + g_.ErrText();
         return Mp3Next::CleanUp;
     };
 
     // The last step fails without clean-up: the graph stays as built for the dispatcher.
     auto grabberToRenderer = [&]() -> bool {
-        if (!trap(connectDirect(sgOut, renderIn))) {
-            clearErr();
-            trap(connect(sgOut, renderIn));
+        if (!g_.trap(connectDirect(sgOut, renderIn))) {
+            g_.clearErr();
+            g_.trap(connect(sgOut, renderIn));
         }
-        if (!errPending()) return true;
+        if (!g_.errPending()) return true;
         const std::string failure =
-            "Connectmp3Filters: cannot connect sgoutpin to renderinpin " + ErrText();
-        LastError_ += failure;
-        trapError(kChainError, "ConnectMp3Filters: cannot connect sgoutpin to renderinpin " + ErrText());
+            "Connectmp3Filters: cannot connect sgoutpin to renderinpin " + g_.ErrText();
+        g_.LastError_ += failure;
+        g_.trapError(kChainError, "ConnectMp3Filters: cannot connect sgoutpin to renderinpin " + g_.ErrText());
         return false;
     };
 
@@ -210,29 +210,29 @@ bool Player::ConnectMp3Filters(platform::PinPtr& sourcePin, platform::PinPtr& sp
     auto cleanUp = [&]() -> bool {
         RemoveSourceFilterKeepingError();
         sourcePin.reset();
-        if (!fSampleGrabber) {
-            fSampleGrabber = CreateSampleGrabberTrapped();
-            sampleGrabber = fSampleGrabber;
-            if (!fSampleGrabber) {
-                RaisePlayerLogInfo("CRITICAL: ConnectMp-3Filters cannot re-create Sample Grabber!");
+        if (!g_.fSampleGrabber) {
+            g_.fSampleGrabber = CreateSampleGrabberTrapped();
+            sampleGrabber = g_.fSampleGrabber;
+            if (!g_.fSampleGrabber) {
+                host_.RaisePlayerLogInfo("CRITICAL: ConnectMp-3Filters cannot re-create Sample Grabber!");
                 return false;
             }
         }
-        sampleGrabber = fSampleGrabber;
-        GetPins(sgIn, sgOut, fSampleGrabber);
+        sampleGrabber = g_.fSampleGrabber;
+        GetPins(sgIn, sgOut, g_.fSampleGrabber);
         return false;
     };
 
     if (!sgIn || !sgOut) {
         const std::string noPins = "ConnectMp3Filters: CRITICAL ERROR: no sample grabber pins, exiting";
-        LastError_ += noPins;
-        RaisePlayerLogInfo(noPins);
+        g_.LastError_ += noPins;
+        host_.RaisePlayerLogInfo(noPins);
         return cleanUp();
     }
 
     Mp3Next next = Mp3Next::DirectToGrabber;
     if (plainRoute) {
-        trap(connectDirect(sourcePin, splitterIn)); // a wrong file shows when the splitter has no output
+        g_.trap(connectDirect(sourcePin, splitterIn)); // a wrong file shows when the splitter has no output
         next = Mp3Next::SplitterRoute;
     }
     if (next == Mp3Next::DirectToGrabber) next = directToGrabber();

@@ -4,7 +4,7 @@
 // for the dispatcher. "ConnectMp4Filters", "Connectmp4Filters" and "Connectmp4filters" are
 // the texts operators know; they stay mixed.
 
-#include "control/Player.h"
+#include "formats/FormatChains.h"
 #include "devices/FilterNames.h"
 #include "formats/ChainSupport.h"
 #include "support/Text.h"
@@ -18,38 +18,38 @@ constexpr const char* kParserWouldNotConnect =
     "Connectmp4Filters: parser out pin would not connect directly to decoder, trying intelligent connect...";
 } // namespace
 
-void Player::RemoveMp4Filters() {
-    const PendingError kept = Err;
-    RemoveFilterTrapped(fMp4Parser);
-    RemoveFilterTrapped(fMp4Decoder);
-    Err = kept;
+void FormatChains::RemoveMp4Filters() {
+    const GraphModel::PendingError kept = g_.Err;
+    RemoveFilterTrapped(g_.fMp4Parser);
+    RemoveFilterTrapped(g_.fMp4Decoder);
+    g_.Err = kept;
 }
 
 // A failure of either addition ends it with ok false and that failure pending; an error that
 // was pending before is not taken for one of ours.
-void Player::AddMp4Filters(bool& force, bool& ok) {
+void FormatChains::AddMp4Filters(bool& force, bool& ok) {
     ok = false;
-    const PendingError before = Err;
-    clearErr();
+    const GraphModel::PendingError before = g_.Err;
+    g_.clearErr();
     if (force) RemoveMp4Filters();
-    fMp4Parser = AddFilterByNameUnlessPresent(kMp4Parser);
-    if (errPending()) return;
-    if (fMp4Parser) {
-        fMp4Decoder = AddFilterByNameUnlessPresent(kMp4Decoder);
-        if (errPending()) return;
+    g_.fMp4Parser = graph_.AddFilterByNameUnlessPresent(kMp4Parser);
+    if (g_.errPending()) return;
+    if (g_.fMp4Parser) {
+        g_.fMp4Decoder = graph_.AddFilterByNameUnlessPresent(kMp4Decoder);
+        if (g_.errPending()) return;
     }
-    Err = before;
-    ok = fMp4Parser && fMp4Decoder;
+    g_.Err = before;
+    ok = g_.fMp4Parser && g_.fMp4Decoder;
 }
 
-bool Player::ConnectMp4Filters(platform::PinPtr& sourcePin, platform::PinPtr& sgIn,
+bool FormatChains::ConnectMp4Filters(platform::PinPtr& sourcePin, platform::PinPtr& sgIn,
                                platform::PinPtr& sgOut, platform::PinPtr& renderIn,
                                platform::FilterPtr& sampleGrabber, const std::string& fileName) {
     using namespace formats;
 
     auto failWith = [&](const std::string& reason) -> bool {
-        LastError_ = reason;
-        RaisePlayerLogInfo(reason);
+        g_.LastError_ = reason;
+        host_.RaisePlayerLogInfo(reason);
         return false;
     };
 
@@ -62,74 +62,74 @@ bool Player::ConnectMp4Filters(platform::PinPtr& sourcePin, platform::PinPtr& sg
                         "Connectmp4Filters: no source pin, cannot continue"}))
         return false;
 
-    RaisePlayerLogInfo("ConnectMp4Filters: Started. Adding new mp4 filters...");
+    host_.RaisePlayerLogInfo("ConnectMp4Filters: Started. Adding new mp4 filters...");
     bool force = true;
     bool ok = false;
     AddMp4Filters(force, ok);
 
     if (!ok) return failWith("Unable to add mp4 filters.");
     if (!sampleGrabber) return failWith("Connectmp4filters: no SampleGrabber Filter");
-    if (!fMp4Parser) return failWith("Connectmp4Filters: no mp4 parser.");
-    if (!fMp4Decoder) return failWith("Connectmp4filters: no mp4 decoder Filter");
+    if (!g_.fMp4Parser) return failWith("Connectmp4Filters: no mp4 parser.");
+    if (!g_.fMp4Decoder) return failWith("Connectmp4filters: no mp4 decoder Filter");
     if (!sourcePin) return failWith("Connectmp4filters: no source pin");
     if (!sgIn) return failWith("Connectmp4filters: no sample grabber in pin");
     if (!sgOut) return failWith("Connectmp4filters: no sample grabber out pin");
     if (!renderIn) return failWith("Connectmp4filters: no render in pin");
 
     platform::PinPtr decoderIn, decoderOut, parserIn, parserOut;
-    GetPins(decoderIn, decoderOut, fMp4Decoder);
+    GetPins(decoderIn, decoderOut, g_.fMp4Decoder);
     if (!decoderIn || !decoderOut) {
-        LastError_ = "Connectmp4filters: no decoder in or out pin.";
+        g_.LastError_ = "Connectmp4filters: no decoder in or out pin.";
         return false;
     }
-    GetPins(parserIn, parserOut, fMp4Parser);
+    GetPins(parserIn, parserOut, g_.fMp4Parser);
     if (!parserIn) return failWith("Connectmp4Filters: no parser in pin.");
 
-    RaisePlayerLogInfo("Connectmp4Filters: connecting source to parser...");
-    trap(connectDirect(sourcePin, parserIn));
-    if (errPending()) return failWith("Connectmp4Filters: cannot connect SourcePin to ParserInpin");
+    host_.RaisePlayerLogInfo("Connectmp4Filters: connecting source to parser...");
+    g_.trap(connectDirect(sourcePin, parserIn));
+    if (g_.errPending()) return failWith("Connectmp4Filters: cannot connect SourcePin to ParserInpin");
 
     // The demultiplexer shows its output once it has read the file's header.
-    GetPins(parserIn, parserOut, fMp4Parser);
+    GetPins(parserIn, parserOut, g_.fMp4Parser);
     if (!parserOut) return failWith("Connectmp4Filters: no parser out pin.");
 
-    RaisePlayerLogInfo("Connectmp4Filters: connecting decoder input...");
-    trap(connectDirect(parserOut, decoderIn));
-    if (errPending()) {
-        RaisePlayerLogInfo(kParserWouldNotConnect);
-        clearErr();
-        trap(connect(parserOut, decoderIn));
-        if (errPending())
+    host_.RaisePlayerLogInfo("Connectmp4Filters: connecting decoder input...");
+    g_.trap(connectDirect(parserOut, decoderIn));
+    if (g_.errPending()) {
+        host_.RaisePlayerLogInfo(kParserWouldNotConnect);
+        g_.clearErr();
+        g_.trap(connect(parserOut, decoderIn));
+        if (g_.errPending())
             return failWith("Connectmp4Filters: Could not connect source pin to decoder in pin.");
     }
 
-    RaisePlayerLogInfo("Connectmp4Filters: connecting decoder output...");
-    trap(connectDirect(decoderOut, sgIn));
-    if (errPending()) {
-        RaisePlayerLogInfo("Connectmp4Filters: Could not connect dec out pin to samplegrabber in pin.");
-        clearErr();
-        RaisePlayerLogInfo(kParserWouldNotConnect);
-        trap(connect(decoderOut, sgIn));
-        if (errPending())
+    host_.RaisePlayerLogInfo("Connectmp4Filters: connecting decoder output...");
+    g_.trap(connectDirect(decoderOut, sgIn));
+    if (g_.errPending()) {
+        host_.RaisePlayerLogInfo("Connectmp4Filters: Could not connect dec out pin to samplegrabber in pin.");
+        g_.clearErr();
+        host_.RaisePlayerLogInfo(kParserWouldNotConnect);
+        g_.trap(connect(decoderOut, sgIn));
+        if (g_.errPending())
             return failWith("Connectmp4Filters: Could not connect dec out pin to samplegrabber in pin.");
     }
 
-    RaisePlayerLogInfo("Connectmp4Filters: connecting Sample Grabber out pin to Render in pin...");
-    trap(connectDirect(sgOut, renderIn));
-    if (errPending()) {
-        RaisePlayerLogInfo("Connectmp4Filters: Cannot connect SG to render in pin directly, trying intelligent connect...");
-        clearErr();
-        trap(connect(sgOut, renderIn));
-        if (errPending()) return failWith("ConnectMp4Filters: could not connect SG out pin to render pin.");
+    host_.RaisePlayerLogInfo("Connectmp4Filters: connecting Sample Grabber out pin to Render in pin...");
+    g_.trap(connectDirect(sgOut, renderIn));
+    if (g_.errPending()) {
+        host_.RaisePlayerLogInfo("Connectmp4Filters: Cannot connect SG to render in pin directly, trying intelligent connect...");
+        g_.clearErr();
+        g_.trap(connect(sgOut, renderIn));
+        if (g_.errPending()) return failWith("ConnectMp4Filters: could not connect SG out pin to render pin.");
     }
 
-    RaisePlayerLogInfo("Connectmp4filters: Success!");
+    host_.RaisePlayerLogInfo("Connectmp4filters: Success!");
     return true;
 }
 
-bool Player::IsMp4Capable(bool ForceRefresh) {
-    if (ForceRefresh) QuerySoundCards(true);
-    return colDShowFilters().Contains(kMp4Parser) && colDShowFilters().Contains(kMp4Decoder);
+bool FormatChains::IsMp4Capable(bool ForceRefresh) {
+    if (ForceRefresh) routing_.QuerySoundCards(true);
+    return routing_.colDShowFilters().Contains(kMp4Parser) && routing_.colDShowFilters().Contains(kMp4Decoder);
 }
 
 } // namespace corvid

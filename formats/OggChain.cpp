@@ -3,7 +3,7 @@
 // a machine: they are added for each attempt and taken out again when it fails. Names ending
 // in "lac" come here too when the dispatcher routes them.
 
-#include "control/Player.h"
+#include "formats/FormatChains.h"
 #include "devices/FilterNames.h"
 #include "formats/ChainSupport.h"
 #include "support/Text.h"
@@ -17,59 +17,59 @@ namespace {
 
 // Leaves the pending error as it found it: a filter that is no longer in the graph is not a
 // failure of the caller's work.
-void Player::RemoveVorbisFilters() {
-    const PendingError kept = Err;
-    RemoveFilterTrapped(fVorbisDecoder);
-    RemoveFilterTrapped(fVorbisSplitter);
-    Err = kept;
+void FormatChains::RemoveVorbisFilters() {
+    const GraphModel::PendingError kept = g_.Err;
+    RemoveFilterTrapped(g_.fVorbisDecoder);
+    RemoveFilterTrapped(g_.fVorbisSplitter);
+    g_.Err = kept;
 }
 
-void Player::AddVorbisFilters(bool& force, bool& ok) {
-    clearErr();
-    if (force) vorbisReady_ = false;
-    if (fVorbisDecoder && vorbisReady_) { // still in place from the last call
-        ok = fVorbisDecoder && fVorbisSplitter;
+void FormatChains::AddVorbisFilters(bool& force, bool& ok) {
+    g_.clearErr();
+    if (force) g_.vorbisReady_ = false;
+    if (g_.fVorbisDecoder && g_.vorbisReady_) { // still in place from the last call
+        ok = g_.fVorbisDecoder && g_.fVorbisSplitter;
         return;
     }
 
     RemoveVorbisFilters();
-    vorbisReady_ = true;
+    g_.vorbisReady_ = true;
 
     bool decoderFound = false;
     bool demuxerFound = false;
-    if (colDShowFilters().Contains(kVorbisDecoder)) {
+    if (routing_.colDShowFilters().Contains(kVorbisDecoder)) {
         decoderFound = true;
-        fVorbisDecoder = AddCatalogueInstance(TakeCatalogueEntry(kVorbisDecoder));
-        if (errPending()) {
-            RaisePlayerLogInfo("WARNING: Failed to add  Vorbis Decoder to graph");
-            clearErr();
+        g_.fVorbisDecoder = AddCatalogueInstance(TakeCatalogueEntry(kVorbisDecoder));
+        if (g_.errPending()) {
+            host_.RaisePlayerLogInfo("WARNING: Failed to add  Vorbis Decoder to graph");
+            g_.clearErr();
             ok = false;
             return;
         }
     } else {
-        RaisePlayerLogInfo("WARNING: Vorbis decoder is not found");
+        host_.RaisePlayerLogInfo("WARNING: Vorbis decoder is not found");
     }
 
     if (decoderFound) {
-        if (colDShowFilters().Contains(kOggDemuxer)) {
+        if (routing_.colDShowFilters().Contains(kOggDemuxer)) {
             demuxerFound = true;
-            fVorbisSplitter = AddCatalogueInstance(TakeCatalogueEntry(kOggDemuxer));
+            g_.fVorbisSplitter = AddCatalogueInstance(TakeCatalogueEntry(kOggDemuxer));
         } else {
-            RaisePlayerLogInfo("WARNING: Vorbis Demuxer is not found");
+            host_.RaisePlayerLogInfo("WARNING: Vorbis Demuxer is not found");
         }
     }
 
     bool failed = !(decoderFound && demuxerFound);
     if (failed) RemoveVorbisFilters();
-    if (errPending()) {
-        RaisePlayerLogInfo("Failed to add  Vorbis Splitter to graph");
-        clearErr();
+    if (g_.errPending()) {
+        host_.RaisePlayerLogInfo("Failed to add  Vorbis Splitter to graph");
+        g_.clearErr();
         failed = true;
     }
     ok = !failed;
 }
 
-bool Player::ConnectOggFilters(platform::PinPtr& sourcePin, platform::PinPtr& sgIn,
+bool FormatChains::ConnectOggFilters(platform::PinPtr& sourcePin, platform::PinPtr& sgIn,
                                platform::PinPtr& sgOut, platform::PinPtr& renderIn,
                                const std::string& fileName) {
     using namespace formats;
@@ -80,7 +80,7 @@ bool Player::ConnectOggFilters(platform::PinPtr& sourcePin, platform::PinPtr& sg
         return false;
     };
     auto failWith = [&](const char* line) -> bool {
-        RaisePlayerLogInfo(line);
+        host_.RaisePlayerLogInfo(line);
         return fail();
     };
 
@@ -92,7 +92,7 @@ bool Player::ConnectOggFilters(platform::PinPtr& sourcePin, platform::PinPtr& sg
 
     const auto ending = text::lastChars(fileName, 3);
     if (!text::equalsNoCase(ending, "ogg") && !text::equalsNoCase(ending, "lac")) {
-        Log("ConnectOggFilters: Path does not end in .ogg, returning false");
+        host_.Log("ConnectOggFilters: Path does not end in .ogg, returning false");
         return false;
     }
 
@@ -105,67 +105,67 @@ bool Player::ConnectOggFilters(platform::PinPtr& sourcePin, platform::PinPtr& sg
         RemoveVorbisFilters();
         return false;
     }
-    if (!fVorbisDecoder) {
-        RaisePlayerLogInfo("Ogg Splitter, or Vorbis Decoder filters missing.");
-        trapError(12345, "Vorbis decoder not installed");
+    if (!g_.fVorbisDecoder) {
+        host_.RaisePlayerLogInfo("Ogg Splitter, or Vorbis Decoder filters missing.");
+        g_.trapError(12345, "Vorbis decoder not installed");
         return fail();
     }
 
-    clearErr();
+    g_.clearErr();
     platform::PinPtr decoderIn, decoderOut, splitterIn, splitterOut;
-    GetPins(decoderIn, decoderOut, fVorbisDecoder);
+    GetPins(decoderIn, decoderOut, g_.fVorbisDecoder);
     if (!decoderIn) return failWith("Missing vorbis decoder input pin");
-    if (!fVorbisSplitter) return failWith("No vorbis splitter");
+    if (!g_.fVorbisSplitter) return failWith("No vorbis splitter");
 
-    GetPins(splitterIn, splitterOut, fVorbisSplitter);
+    GetPins(splitterIn, splitterOut, g_.fVorbisSplitter);
     if (!sourcePin || !splitterIn)
         return failWith(" No Source Pin or vorbis splitter in pin in ConnectOggFilters");
-    trap(connectDirect(sourcePin, splitterIn));
-    if (errPending()) return failWith("Failed to connect source pin to vorbis splitter in pin");
+    g_.trap(connectDirect(sourcePin, splitterIn));
+    if (g_.errPending()) return failWith("Failed to connect source pin to vorbis splitter in pin");
 
-    GetPins(decoderIn, decoderOut, fVorbisDecoder);
+    GetPins(decoderIn, decoderOut, g_.fVorbisDecoder);
     if (!decoderOut) return failWith("Missing vorbis decoder output pin");
-    if (errPending()) return fail();
+    if (g_.errPending()) return fail();
 
     // The demuxer's output appears only once its input is connected.
-    GetPins(splitterIn, splitterOut, fVorbisSplitter);
+    GetPins(splitterIn, splitterOut, g_.fVorbisSplitter);
     if (!splitterOut || !decoderIn)
         return failWith(" No Vorbis splitter out Pin or vorbis decoder in pin in ConnectOggFilters");
-    trap(connectDirect(splitterOut, decoderIn));
-    if (errPending()) return failWith("Failed to connect source pin to vorbis splitter in pin");
+    g_.trap(connectDirect(splitterOut, decoderIn));
+    if (g_.errPending()) return failWith("Failed to connect source pin to vorbis splitter in pin");
 
     if (!decoderOut || !sgIn)
         return failWith(" No Vorbis decoder out Pin or sample grabber in pin in ConnectOggFilters");
-    trap(connectDirect(decoderOut, sgIn));
-    if (errPending()) {
-        clearErr();
-        trap(connect(decoderOut, sgIn));
-        if (errPending()) return fail();
+    g_.trap(connectDirect(decoderOut, sgIn));
+    if (g_.errPending()) {
+        g_.clearErr();
+        g_.trap(connect(decoderOut, sgIn));
+        if (g_.errPending()) return fail();
     }
 
     if (!sgOut || !renderIn)
         return failWith(" No SampleGrabber out Pin or Render in pin in ConnectOggFilters");
-    trap(connectDirect(sgOut, renderIn));
-    if (errPending()) return fail();
+    g_.trap(connectDirect(sgOut, renderIn));
+    if (g_.errPending()) return fail();
     return true;
 }
 
-bool Player::IsOggCapable(bool ForceRefresh) {
-    if (ForceRefresh) QuerySoundCards(true);
+bool FormatChains::IsOggCapable(bool ForceRefresh) {
+    if (ForceRefresh) routing_.QuerySoundCards(true);
 
     // With a refresh, each filter must also prove that it can be made.
     platform::GraphPtr scratch;
     auto canCreate = [&](const char* name) {
         if (!ForceRefresh) return true;
         if (!scratch && !platform_.createGraph(scratch).ok()) return false;
-        const platform::CatalogueEntryPtr* entry = colDShowFilters().find(name);
+        const platform::CatalogueEntryPtr* entry = routing_.colDShowFilters().find(name);
         if (!entry || !*entry || !scratch) return false;
         platform::FilterPtr filter;
         return (*entry)->createIn(*scratch, filter).ok() && filter != nullptr;
     };
 
-    if (!colDShowFilters().Contains(kOggDemuxer) || !canCreate(kOggDemuxer)) return false;
-    if (!colDShowFilters().Contains(kVorbisDecoder) || !canCreate(kVorbisDecoder)) return false;
+    if (!routing_.colDShowFilters().Contains(kOggDemuxer) || !canCreate(kOggDemuxer)) return false;
+    if (!routing_.colDShowFilters().Contains(kVorbisDecoder) || !canCreate(kVorbisDecoder)) return false;
     return true;
 }
 

@@ -7,12 +7,12 @@
 // audio that needs no decoder) feeds the sound card, and a new grabber is left unconnected in
 // the graph so that the rest of the player still finds one.
 
-#include "control/Player.h"
+#include "formats/FormatChains.h"
 #include "platform/ItemName.h"
 #include "devices/FilterNames.h"
 #include "formats/ChainSupport.h"
 #include "platform/ItemName.h"
-#include "support/AutomationError.h"
+#include <corvid/AutomationError.h>
 #include "support/Text.h"
 #include "support/TimerClass1.h"
 
@@ -20,7 +20,7 @@
 
 namespace corvid {
 
-bool Player::ConnectStreamFilters(platform::PinPtr& sourcePin, platform::PinPtr& decoderIn,
+bool FormatChains::ConnectStreamFilters(platform::PinPtr& sourcePin, platform::PinPtr& decoderIn,
                                   platform::PinPtr& decoderOut, platform::PinPtr& sgIn,
                                   platform::PinPtr& sgOut, platform::PinPtr& renderIn,
                                   platform::FilterPtr& sampleGrabber, const std::string& fileName) {
@@ -28,12 +28,12 @@ bool Player::ConnectStreamFilters(platform::PinPtr& sourcePin, platform::PinPtr&
 
     // Whatever went wrong, the player keeps a sample grabber in the graph.
     auto fail = [&]() -> bool {
-        fSampleGrabber = CreateSampleGrabberTrapped();
-        sampleGrabber = fSampleGrabber;
-        if (!fSampleGrabber)
-            RaisePlayerLogInfo("CRITICAL: ConnectStreamFilters: cannot create Sample Grabber");
+        g_.fSampleGrabber = CreateSampleGrabberTrapped();
+        sampleGrabber = g_.fSampleGrabber;
+        if (!g_.fSampleGrabber)
+            host_.RaisePlayerLogInfo("CRITICAL: ConnectStreamFilters: cannot create Sample Grabber");
         else
-            GetPins(sgIn, sgOut, fSampleGrabber);
+            GetPins(sgIn, sgOut, g_.fSampleGrabber);
         return false;
     };
 
@@ -45,46 +45,46 @@ bool Player::ConnectStreamFilters(platform::PinPtr& sourcePin, platform::PinPtr&
 
     RemoveFilterTrapped(sampleGrabber);
     sampleGrabber.reset();
-    fSampleGrabber.reset();
+    g_.fSampleGrabber.reset();
     sgIn.reset();
     sgOut.reset();
-    if (errPending()) return fail();
+    if (g_.errPending()) return fail();
 
     if (item::isIcyStream(fileName))
         decoderOut = sourcePin;
     else
-        trap(connect(sourcePin, decoderIn));
+        g_.trap(connect(sourcePin, decoderIn));
 
     // The given decoder will not take the stream: try a Windows Media decoder of its own.
-    if (errPending()) {
-        clearErr();
-        if (isConnected(sourcePin) && !errPending()) trap(disconnect(sourcePin));
-        clearErr();
+    if (g_.errPending()) {
+        g_.clearErr();
+        if (isConnected(sourcePin) && !g_.errPending()) g_.trap(disconnect(sourcePin));
+        g_.clearErr();
 
         const auto dmoEntry = TakeCatalogueEntry(filters::kWmaDecoder);
         if (!dmoEntry) return fail();
         const auto dmo = AddCatalogueInstance(dmoEntry);
-        if (errPending() || !dmo) return fail();
+        if (g_.errPending() || !dmo) return fail();
 
         platform::PinPtr dmoIn, dmoOut;
         GetPins(dmoIn, dmoOut, dmo);
         if (!dmoIn || !dmoOut) return fail();
-        trap(connect(sourcePin, dmoIn));
-        if (errPending()) return fail();
+        g_.trap(connect(sourcePin, dmoIn));
+        if (g_.errPending()) return fail();
         decoderOut = dmoOut;
     }
 
     sampleGrabber = CreateSampleGrabberTrapped();
-    fSampleGrabber = sampleGrabber;
+    g_.fSampleGrabber = sampleGrabber;
     GetPins(sgIn, sgOut, sampleGrabber);
-    if (!sgIn || !sgOut || errPending()) return fail();
+    if (!sgIn || !sgOut || g_.errPending()) return fail();
 
-    trap(connectDirect(decoderOut, renderIn));
-    if (errPending()) {
-        clearErr();
-        trap(connect(decoderOut, renderIn));
+    g_.trap(connectDirect(decoderOut, renderIn));
+    if (g_.errPending()) {
+        g_.clearErr();
+        g_.trap(connect(decoderOut, renderIn));
     }
-    return !errPending();
+    return !g_.errPending();
 }
 
 // ---- The stream client's callbacks --------------------------------------------------------
@@ -92,91 +92,91 @@ bool Player::ConnectStreamFilters(platform::PinPtr& sourcePin, platform::PinPtr&
 // Buffering phases: idle (-1) until a positive report, buffering until 100 or -1. The
 // play-time stopwatch runs only while the stream is not buffering. Every test below looks at
 // the percentage as it was when the report came in.
-void Player::IShoutcastCallback_StreamBuffering(int32_t BufferPercentFull) {
-    const int32_t was = bufferingPercent_;
+void FormatChains::IShoutcastCallback_StreamBuffering(int32_t BufferPercentFull) {
+    const int32_t was = g_.bufferingPercent_;
     const int32_t now = BufferPercentFull;
     auto playTime = [&]() -> TimerClass1& {
-        if (!playTimeStopwatch_) playTimeStopwatch_ = std::make_unique<TimerClass1>(platform_.ticks());
-        return *playTimeStopwatch_;
+        if (!g_.playTimeStopwatch_) g_.playTimeStopwatch_ = std::make_unique<TimerClass1>(platform_.ticks());
+        return *g_.playTimeStopwatch_;
     };
 
     if (was == -1 && now > 0) {
         playTime().StopTiming();
-        raiseEvent([](PlayerEvents& e) { e.StreamBufferingStarted(); });
+        host_.raiseEvent([](PlayerEvents& e) { e.StreamBufferingStarted(); });
     }
     if (was != -1 && now == -1) playTime().StartTiming();
     // A report of 0 while idle starts the clock of a phase without announcing it.
-    if (now != -1 && was == -1) bufferingStart_ = platform_.ticks().secondsSinceMidnight();
+    if (now != -1 && was == -1) g_.bufferingStart_ = platform_.ticks().secondsSinceMidnight();
     if (was != -1 && now == -1) {
-        if (bufferingRestarts_ == std::numeric_limits<int16_t>::max()) throw overflowError();
-        ++bufferingRestarts_;
+        if (g_.bufferingRestarts_ == std::numeric_limits<int16_t>::max()) throw overflowError();
+        ++g_.bufferingRestarts_;
     }
 
     if (now < std::numeric_limits<int16_t>::min() || now > std::numeric_limits<int16_t>::max())
         throw overflowError();
-    bufferingPercent_ = static_cast<int16_t>(now);
-    int16_t percent = bufferingPercent_;
-    raiseEvent([&](PlayerEvents& e) { e.StreamBuffering(percent); });
-    if (now == 100) bufferingPercent_ = -1;
+    g_.bufferingPercent_ = static_cast<int16_t>(now);
+    int16_t percent = g_.bufferingPercent_;
+    host_.raiseEvent([&](PlayerEvents& e) { e.StreamBuffering(percent); });
+    if (now == 100) g_.bufferingPercent_ = -1;
 }
 
-void Player::IShoutcastCallback_MetaChangeCallback(const std::string& sArtistTitle,
+void FormatChains::IShoutcastCallback_MetaChangeCallback(const std::string& sArtistTitle,
                                                    const std::string& sURL,
                                                    const std::string& sFullMeta) {
     std::string artistTitle = sArtistTitle;
     std::string url = sURL;
     std::string fullMeta = sFullMeta;
-    raiseEvent([&](PlayerEvents& e) { e.ShoutCastMeta(artistTitle, url, fullMeta); });
+    host_.raiseEvent([&](PlayerEvents& e) { e.ShoutCastMeta(artistTitle, url, fullMeta); });
 }
 
-void Player::IShoutcastCallback_OdStreamSeg(double Seg) {
-    raiseEvent([&](PlayerEvents& e) { e.StreamOnDemandSegFound(Seg); });
+void FormatChains::IShoutcastCallback_OdStreamSeg(double Seg) {
+    host_.raiseEvent([&](PlayerEvents& e) { e.StreamOnDemandSegFound(Seg); });
 }
 
 // The stream client calls these. An error of ours goes back to the client, which does not
 // look at it, as it would from any callback; the host sees it only when it calls the public
 // member itself. They come from the event loop, in a context of their own like a host's.
-void Player::StreamBuffering(int32_t bufferPercentFull) {
-    Reentrance::InEvent fromPlatform(reentrance_);
+void FormatChains::StreamBuffering(int32_t bufferPercentFull) {
+    Reentrance::InEvent fromPlatform(g_.reentrance_);
     try {
         IShoutcastCallback_StreamBuffering(bufferPercentFull);
     } catch (const AutomationError&) {
     }
 }
 
-void Player::MetaChangeCallback(const std::string& artistTitle, const std::string& url,
+void FormatChains::MetaChangeCallback(const std::string& artistTitle, const std::string& url,
                                 const std::string& fullMeta) {
-    Reentrance::InEvent fromPlatform(reentrance_);
+    Reentrance::InEvent fromPlatform(g_.reentrance_);
     IShoutcastCallback_MetaChangeCallback(artistTitle, url, fullMeta);
 }
 
-void Player::OdStreamSeg(double seg) {
-    Reentrance::InEvent fromPlatform(reentrance_);
+void FormatChains::OdStreamSeg(double seg) {
+    Reentrance::InEvent fromPlatform(g_.reentrance_);
     IShoutcastCallback_OdStreamSeg(seg);
 }
 
 // ---- Stream properties ----------------------------------------------------------------------
 
-bool Player::get_isStreaming() { return item::isAddress(get_FileName()); }
+bool FormatChains::get_isStreaming() { return item::isAddress(host_.get_FileName()); }
 
-int16_t Player::get_StreamBufferingPercent() { return bufferingPercent_; }
+int16_t FormatChains::get_StreamBufferingPercent() { return g_.bufferingPercent_; }
 
-bool Player::get_TryingToPlay() { return TryingToPlay_; }
+bool FormatChains::get_TryingToPlay() { return g_.TryingToPlay_; }
 
-bool Player::get_StreamingCanCancelPlay() { return streamControl_ && streamControl_->canCancel(); }
+bool FormatChains::get_StreamingCanCancelPlay() { return g_.streamControl_ && g_.streamControl_->canCancel(); }
 
-void Player::StreamingCancelPlay() {
-    if (get_StreamingCanCancelPlay()) streamControl_->cancel();
+void FormatChains::StreamingCancelPlay() {
+    if (get_StreamingCanCancelPlay()) g_.streamControl_->cancel();
 }
 
 // A live stream reports a duration of exactly 525600 seconds (a year in minutes, the stream
 // client's marker); an on-demand file reports its real length.
-bool Player::get_StreamingIsOnDemandFile() {
+bool FormatChains::get_StreamingIsOnDemandFile() {
     constexpr double kLiveStreamDuration = 525600.0;
-    if (!get_isStreaming() || !MainGraphMan) return false;
+    if (!get_isStreaming() || !g_.MainGraphMan) return false;
     double seconds = 0;
-    if (!MainGraphMan->duration(seconds).ok() || !(seconds > 0)) return false;
-    if (!MainGraphMan->duration(seconds).ok()) return false;
+    if (!g_.MainGraphMan->duration(seconds).ok() || !(seconds > 0)) return false;
+    if (!g_.MainGraphMan->duration(seconds).ok()) return false;
     return seconds != kLiveStreamDuration;
 }
 

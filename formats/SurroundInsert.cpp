@@ -4,38 +4,38 @@
 // as numbered errors; the dispatcher catches them. The numbers follow the order in which the
 // checks were first written, not the order in which they run.
 
-#include "control/Player.h"
+#include "formats/FormatChains.h"
 #include "formats/ChainSupport.h"
 
 namespace corvid {
 
-void Player::InsertSurroundFilter(platform::PinPtr& renderInPin) {
+void FormatChains::InsertSurroundFilter(platform::PinPtr& renderInPin) {
     using namespace formats;
 
-    if (get_SurroundRenderName().empty()) return;
+    if (g_.SurroundRenderName_.empty()) return;
     if (!renderInPin) raise(7777, "InsertSurroundFilter NEEDS a Render In pin!");
 
     const platform::PinPtr renderWasConnectedTo = connectedTo(renderInPin);
-    if (!SurroundInPin) raise(7779, "InsertSurroundFilter NEEDS a Surround in pin");
-    if (!SurroundOutPin) raise(7780, "InsertSurroundFilter NEEDS a Surround out pin");
+    if (!g_.SurroundInPin) raise(7779, "InsertSurroundFilter NEEDS a Surround in pin");
+    if (!g_.SurroundOutPin) raise(7780, "InsertSurroundFilter NEEDS a Surround out pin");
 
     // Already in place (a second call for the same chain): nothing to do.
-    if (renderWasConnectedTo == SurroundOutPin && isConnected(SurroundInPin)) return;
+    if (renderWasConnectedTo == g_.SurroundOutPin && isConnected(g_.SurroundInPin)) return;
 
     if (!renderWasConnectedTo) raise(7778, "InsertSurroundFilter NEEDS a CONNECTED Render in Pin!");
-    if (isConnected(SurroundInPin))
+    if (isConnected(g_.SurroundInPin))
         raise(7781, "InsertSurroundFilter: surround in pin MUST NOT be already connected!");
-    if (isConnected(SurroundOutPin))
+    if (isConnected(g_.SurroundOutPin))
         raise(7782, "InsertSurroundFilter surround out pin MUST NOT be already connected");
 
     disconnect(renderWasConnectedTo);
 
     // A failed splice leaves the renderer disconnected; its failure goes to the caller as is.
-    platform::Status joined = connectDirect(renderWasConnectedTo, SurroundInPin);
-    if (!joined.ok()) joined = connect(renderWasConnectedTo, SurroundInPin);
+    platform::Status joined = connectDirect(renderWasConnectedTo, g_.SurroundInPin);
+    if (!joined.ok()) joined = connect(renderWasConnectedTo, g_.SurroundInPin);
     if (!joined.ok()) raise(joined.number, joined.description);
 
-    connectDirect(SurroundOutPin, renderInPin);
+    connectDirect(g_.SurroundOutPin, renderInPin);
 }
 
 } // namespace corvid

@@ -5,13 +5,13 @@
 // Messages say "ConnectWavFilters", "ConnectWaveFilters" and, once, "ConnectWMAFilters", with
 // their double blanks: operators know them by these texts.
 
-#include "control/Player.h"
+#include "formats/FormatChains.h"
 #include "devices/FilterNames.h"
 #include "formats/ChainSupport.h"
 
 namespace corvid {
 
-bool Player::ConnectWaveFilters(platform::PinPtr& sourcePin, platform::PinPtr& waveParserIn,
+bool FormatChains::ConnectWaveFilters(platform::PinPtr& sourcePin, platform::PinPtr& waveParserIn,
                                 platform::FilterPtr& waveParser, platform::PinPtr& sgIn,
                                 platform::PinPtr& sgOut, platform::PinPtr& renderIn,
                                 platform::FilterPtr& sampleGrabber, const std::string& fileName) {
@@ -20,10 +20,10 @@ bool Player::ConnectWaveFilters(platform::PinPtr& sourcePin, platform::PinPtr& w
     // Unlike the other failures, this one does not put a sample grabber back that the
     // conversion route removed: the dispatcher re-creates it before the next chain.
     auto fail = [&]() -> bool {
-        RaisePlayerLogInfo("ConnectWaveFilters Failed, with " + ErrText());
+        host_.RaisePlayerLogInfo("ConnectWaveFilters Failed, with " + g_.ErrText());
         RemoveSourceFilterKeepingError();
         sourcePin.reset();
-        RaisePlayerLogInfo(PrintFilters(MainGraphMan));
+        host_.RaisePlayerLogInfo(host_.PrintFilters(g_.MainGraphMan));
         return false;
     };
     auto renderName = [&] { return ownerName(renderIn); };
@@ -34,29 +34,29 @@ bool Player::ConnectWaveFilters(platform::PinPtr& sourcePin, platform::PinPtr& w
                         "ConnectWMAFilters: no source pin, cannot continue"}))
         return false;
 
-    Log("ConnectWaveFilters: ConnectDirect SourcePin -> Wave Splitter In Pin");
-    trap(connectDirect(sourcePin, waveParserIn));
-    if (errPending()) {
-        Log("ConnectWaveFilters:  Could not connect SourcePin  to WaveSplitterPin. Not a recognised wav file.");
+    host_.Log("ConnectWaveFilters: ConnectDirect SourcePin -> Wave Splitter In Pin");
+    g_.trap(connectDirect(sourcePin, waveParserIn));
+    if (g_.errPending()) {
+        host_.Log("ConnectWaveFilters:  Could not connect SourcePin  to WaveSplitterPin. Not a recognised wav file.");
         return fail();
     }
 
     platform::PinPtr parserOut;
     GetPins(waveParserIn, parserOut, waveParser);
     if (!parserOut) {
-        RaisePlayerLogInfo("ConnectWaveFilters:  No Wave Splitter Out Pin");
+        host_.RaisePlayerLogInfo("ConnectWaveFilters:  No Wave Splitter Out Pin");
         return fail();
     }
 
     // The card takes the parser's format as it is: the grabber goes between them.
-    if (trap(connectDirect(parserOut, renderIn))) {
-        trap(disconnect(renderIn));
-        if (!trap(connectDirect(parserOut, sgIn))) {
-            RaisePlayerLogInfo("ConnectWaveFilters: WaveSplitterPin would not connect to SG");
+    if (g_.trap(connectDirect(parserOut, renderIn))) {
+        g_.trap(disconnect(renderIn));
+        if (!g_.trap(connectDirect(parserOut, sgIn))) {
+            host_.RaisePlayerLogInfo("ConnectWaveFilters: WaveSplitterPin would not connect to SG");
             return fail();
         }
-        if (!trap(connectDirect(sgOut, renderIn))) {
-            RaisePlayerLogInfo("ConnectWaveFilters: SGOut pin would not connect to pRenderInPin " +
+        if (!g_.trap(connectDirect(sgOut, renderIn))) {
+            host_.RaisePlayerLogInfo("ConnectWaveFilters: SGOut pin would not connect to pRenderInPin " +
                                renderName());
             return fail();
         }
@@ -65,45 +65,45 @@ bool Player::ConnectWaveFilters(platform::PinPtr& sourcePin, platform::PinPtr& w
 
     // Conversion route: without the grabber in the way, the graph may place the format
     // converter between parser and card; the grabber then goes in just before the card.
-    RaisePlayerLogInfo("ConnectWaveFilters:  Could not connect direct to pRenderPin: " + renderName());
-    clearErr();
-    RaisePlayerLogInfo("ConnectWaveFilters:  Removing SG");
+    host_.RaisePlayerLogInfo("ConnectWaveFilters:  Could not connect direct to pRenderPin: " + renderName());
+    g_.clearErr();
+    host_.RaisePlayerLogInfo("ConnectWaveFilters:  Removing SG");
     RemoveFilterTrapped(sampleGrabber);
     sampleGrabber.reset();
-    fSampleGrabber.reset();
+    g_.fSampleGrabber.reset();
     sgIn.reset();
     sgOut.reset();
-    if (errPending()) {
-        RaisePlayerLogInfo("ConnectWaveFilters:  Failed to remove SG");
+    if (g_.errPending()) {
+        host_.RaisePlayerLogInfo("ConnectWaveFilters:  Failed to remove SG");
         return fail();
     }
 
-    AddFilterByNameUnlessPresent(filters::kFormatConverter);
+    graph_.AddFilterByNameUnlessPresent(filters::kFormatConverter);
 
-    trap(connect(parserOut, renderIn));
-    if (errPending()) {
-        RaisePlayerLogInfo("ConnectWaveFilters:  Could not Connect WaveSplitter Out Pin, even indirectly, to pRenderInPin " +
-                           renderName() + ErrText());
+    g_.trap(connect(parserOut, renderIn));
+    if (g_.errPending()) {
+        host_.RaisePlayerLogInfo("ConnectWaveFilters:  Could not Connect WaveSplitter Out Pin, even indirectly, to pRenderInPin " +
+                           renderName() + g_.ErrText());
         return fail();
     }
 
     const platform::PinPtr renderWasConnectedTo = connectedTo(renderIn);
-    trap(disconnect(renderIn));
+    g_.trap(disconnect(renderIn));
 
     sampleGrabber = CreateSampleGrabberTrapped();
-    fSampleGrabber = sampleGrabber;
+    g_.fSampleGrabber = sampleGrabber;
     GetPins(sgIn, sgOut, sampleGrabber);
     if (!sgIn || !sgOut) {
-        RaisePlayerLogInfo("ConnectWaveFilters:  Unexpected: SG Not present ");
+        host_.RaisePlayerLogInfo("ConnectWaveFilters:  Unexpected: SG Not present ");
         return fail();
     }
-    if (!trap(connectDirect(renderWasConnectedTo, sgIn))) {
-        RaisePlayerLogInfo("ConnectWaveFilters:  Failed to Connect pRenderWasConnectedTo Directly to pSampleGrabberInPin\r\n" +
+    if (!g_.trap(connectDirect(renderWasConnectedTo, sgIn))) {
+        host_.RaisePlayerLogInfo("ConnectWaveFilters:  Failed to Connect pRenderWasConnectedTo Directly to pSampleGrabberInPin\r\n" +
                            ownerName(renderWasConnectedTo));
         return fail();
     }
-    if (!trap(connectDirect(sgOut, renderIn))) {
-        RaisePlayerLogInfo("ConnectWaveFilters:  Failed to Connect SampleGrabberOutpin to render pin\r\n" +
+    if (!g_.trap(connectDirect(sgOut, renderIn))) {
+        host_.RaisePlayerLogInfo("ConnectWaveFilters:  Failed to Connect SampleGrabberOutpin to render pin\r\n" +
                            renderName());
         return fail();
     }

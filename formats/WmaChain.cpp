@@ -3,19 +3,19 @@
 // converter. Each failure writes the whole of LastError to the log, so the line that reaches
 // the operator carries what the earlier chains tried too.
 
-#include "control/Player.h"
+#include "formats/FormatChains.h"
 #include "formats/ChainSupport.h"
 
 namespace corvid {
 
-bool Player::ConnectWMAFilters(platform::PinPtr& sourcePin, platform::PinPtr& sgIn,
+bool FormatChains::ConnectWMAFilters(platform::PinPtr& sourcePin, platform::PinPtr& sgIn,
                                platform::PinPtr& sgOut, platform::PinPtr& renderIn,
                                const std::string& fileName) {
     using namespace formats;
 
     auto failWith = [&](const std::string& line) {
-        LastError_ += "\r\n" + line;
-        Log(LastError_);
+        g_.LastError_ += "\r\n" + line;
+        host_.Log(g_.LastError_);
     };
     // The sample grabber stays: only the source goes.
     auto cleanUp = [&]() -> bool {
@@ -31,29 +31,29 @@ bool Player::ConnectWMAFilters(platform::PinPtr& sourcePin, platform::PinPtr& sg
         return false;
 
     platform::PinPtr dmoIn, dmoOut;
-    GetPins(dmoIn, dmoOut, fWMADecoder);
+    GetPins(dmoIn, dmoOut, g_.fWMADecoder);
     if (!dmoIn || !dmoOut) {
-        RaisePlayerLogInfo("Failed to get DMO Pins");
+        host_.RaisePlayerLogInfo("Failed to get DMO Pins");
         return false;
     }
 
-    trap(connectDirect(sourcePin, dmoIn));
-    if (errPending()) {
+    g_.trap(connectDirect(sourcePin, dmoIn));
+    if (g_.errPending()) {
         failWith("ConnectWMAFilters: Cannot connect Source Pin directly to DMOInPin");
         return cleanUp();
     }
-    trap(connectDirect(dmoOut, sgIn));
-    if (errPending()) return cleanUp();
+    g_.trap(connectDirect(dmoOut, sgIn));
+    if (g_.errPending()) return cleanUp();
 
-    trap(connectDirect(sgOut, renderIn));
-    if (!errPending()) return true;
+    g_.trap(connectDirect(sgOut, renderIn));
+    if (!g_.errPending()) return true;
 
-    failWith("ConnectWMAFilters: Cannot connect Grabber out Pin directly to RenderInPin: " + ErrText());
-    clearErr();
-    trap(connect(sgOut, renderIn));
-    if (!errPending()) return true;
+    failWith("ConnectWMAFilters: Cannot connect Grabber out Pin directly to RenderInPin: " + g_.ErrText());
+    g_.clearErr();
+    g_.trap(connect(sgOut, renderIn));
+    if (!g_.errPending()) return true;
 
-    failWith("ConnectWMAFilters: Cannot connect Grabber out pin intelligently to RenderInPin: " + ErrText());
+    failWith("ConnectWMAFilters: Cannot connect Grabber out pin intelligently to RenderInPin: " + g_.ErrText());
     return cleanUp();
 }
 

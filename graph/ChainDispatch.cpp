@@ -2,8 +2,8 @@
 // order the others are tried when it fails, and, as the last resort where the caller allows
 // it, letting the platform render the item by itself.
 
-#include "control/Player.h"
-#include "control/ProcessState.h"
+#include "graph/GraphSession.h"
+#include "support/ProcessState.h"
 #include "devices/FilterNames.h"
 
 #include "platform/ItemName.h"
@@ -35,9 +35,9 @@ FirstChoice firstChoiceFor(const std::string& fileName) {
 
 } // namespace
 
-bool Player::ConnectGraphFilters(const std::string& FileName, bool CanUseAutoRender, bool bMustUseASFReader) {
+bool GraphSession::ConnectGraphFilters(const std::string& FileName, bool CanUseAutoRender, bool bMustUseASFReader) {
     ChainPins pins;
-    bool usingWM = bMustUseASFReader || UsingASFReader_;
+    bool usingWM = bMustUseASFReader || g_.UsingASFReader_;
     try {
         // Every filter a chain may need, and its pins.
         if (!GatherChainPins(pins)) return ChainDispatchFailed();
@@ -47,38 +47,38 @@ bool Player::ConnectGraphFilters(const std::string& FileName, bool CanUseAutoRen
         switch (firstChoiceFor(FileName)) {
         case FirstChoice::Stream:
             RecreateGrabberIfMissing(pins);
-            if (ConnectStreamFilters(pins.source, pins.decoderIn, pins.decoderOut, pins.sgIn, pins.sgOut,
+            if (chains_.ConnectStreamFilters(pins.source, pins.decoderIn, pins.decoderOut, pins.sgIn, pins.sgOut,
                                      pins.renderIn, pins.grabber, FileName)) {
                 standing = true;
                 break;
             }
             // A stream that does not connect is not a file: no other chain is tried.
-            RaiseWriteLog("ConnectGraphFilters: ConnectStreamFilters Failed!");
+            host_.RaiseWriteLog("ConnectGraphFilters: ConnectStreamFilters Failed!");
             return ChainDispatchFailed();
         case FirstChoice::Mp3:
             RecreateGrabberIfMissing(pins);
-            Log("trying ConnectMp3Filters...");
+            host_.Log("trying ConnectMp3Filters...");
             standing = TryMp3Chain(pins, usingWM, FileName);
             break;
         case FirstChoice::Wave:
             RecreateGrabberIfMissing(pins);
-            Log("trying ConnectWavFilters...");
+            host_.Log("trying ConnectWavFilters...");
             standing = TryWaveChain(pins, FileName);
             break;
         case FirstChoice::Wma:
             RecreateGrabberIfMissing(pins);
-            Log("trying ConnectWMAFilters...");
+            host_.Log("trying ConnectWMAFilters...");
             standing = TryWmaChain(pins, FileName);
             break;
         case FirstChoice::Ogg:
             RecreateGrabberIfMissing(pins);
-            Log("trying ConnectOggFilters...");
+            host_.Log("trying ConnectOggFilters...");
             standing = TryOggChain(pins, FileName);
             break;
         case FirstChoice::Mp4:
             RecreateGrabberIfMissing(pins);
-            Log("trying ConnectMp4Filters...");
-            standing = ConnectMp4Filters(pins.source, pins.sgIn, pins.sgOut, pins.renderIn, pins.grabber, FileName);
+            host_.Log("trying ConnectMp4Filters...");
+            standing = chains_.ConnectMp4Filters(pins.source, pins.sgIn, pins.sgOut, pins.renderIn, pins.grabber, FileName);
             SyncChainPins(pins);
             break;
         case FirstChoice::None:
@@ -91,108 +91,108 @@ bool Player::ConnectGraphFilters(const std::string& FileName, bool CanUseAutoRen
         if (!standing) return ChainDispatchFailed();
 
         // A standing chain; a speaker-pair output gets its surround filter before the card.
-        clearErr();
-        InsertSurroundFilter(SoundCardInPin);
+        g_.clearErr();
+        chains_.InsertSurroundFilter(g_.SoundCardInPin);
         return true;
     } catch (const AutomationError& e) {
-        trapError(e.number(), e.description());
+        g_.trapError(e.number(), e.description());
     } catch (const std::exception& e) {
-        trapError(platform::hr::Fail, e.what());
+        g_.trapError(platform::hr::Fail, e.what());
     }
     return ChainDispatchFailed();
 }
 
-bool Player::ConnectFallbackChains(ChainPins& pins, bool& usingWM, const std::string& FileName,
+bool GraphSession::ConnectFallbackChains(ChainPins& pins, bool& usingWM, const std::string& FileName,
                                    bool CanUseAutoRender) {
-    RaisePlayerLogInfo("ConnectGraphFilters: ConnectGraphFilters failed: " + LastError_);
+    host_.RaisePlayerLogInfo("ConnectGraphFilters: ConnectGraphFilters failed: " + g_.LastError_);
 
     // MP3 again, with the source as it stands (so an MP3 item runs this chain twice).
     RecreateGrabberIfMissing(pins);
-    Log("trying ConnectMp3Filters (after fail)...");
+    host_.Log("trying ConnectMp3Filters (after fail)...");
     bool standing = TryMp3Chain(pins, usingWM, FileName);
 
     // Each of the others from a fresh source, which the chain adds itself.
     if (!standing) {
         ForgetSourceForNextChain(pins);
-        Log("trying ConnectWaveFilters (after fail)...");
+        host_.Log("trying ConnectWaveFilters (after fail)...");
         standing = TryWaveChain(pins, FileName);
     }
     if (!standing) {
         ForgetSourceForNextChain(pins);
-        Log("trying ConnectWMAFilters (after fail)...");
+        host_.Log("trying ConnectWMAFilters (after fail)...");
         standing = TryWmaChain(pins, FileName);
-        if (logging()) Log(PrintFilters(MainGraphMan));
+        if (host_.logging()) host_.Log(host_.PrintFilters(g_.MainGraphMan));
     }
     if (!standing) {
         ForgetSourceForNextChain(pins);
-        Log("trying ConnectOggFilters (after fail)...");
+        host_.Log("trying ConnectOggFilters (after fail)...");
         standing = TryOggChain(pins, FileName);
-        if (logging()) Log(PrintFilters(MainGraphMan));
+        if (host_.logging()) host_.Log(host_.PrintFilters(g_.MainGraphMan));
     }
 
-    if (logging()) Log(PrintFilters(MainGraphMan));
+    if (host_.logging()) host_.Log(host_.PrintFilters(g_.MainGraphMan));
 
     // The platform's own rendering, only where the caller allows it.
     if (!standing && CanUseAutoRender) {
         ForgetSourceForNextChain(pins);
-        RaiseWriteLog("Getting desperate to render this file, doing automatically...");
+        host_.RaiseWriteLog("Getting desperate to render this file, doing automatically...");
         standing = RenderAutomatically(FileName, pins.sgIn, pins.sgOut);
-        RaiseWriteLog("RenderAutomatically in ConnectGraphFilters completed...");
+        host_.RaiseWriteLog("RenderAutomatically in ConnectGraphFilters completed...");
     }
     return standing;
 }
 
-bool Player::ChainDispatchFailed() {
+bool GraphSession::ChainDispatchFailed() {
     // The reason is added to what the chains already wrote.
-    LastError_ = LastError_ + "\r\n" + "ConnectGraphFilters Failed: " + std::to_string(Err.number) + " " +
-                 Err.description;
-    RaiseWriteLog("ConnectGraphFilters failed, with error " + LastError_);
-    clearErr();
+    g_.LastError_ = g_.LastError_ + "\r\n" + "ConnectGraphFilters Failed: " + std::to_string(g_.Err.number) + " " +
+                 g_.Err.description;
+    host_.RaiseWriteLog("ConnectGraphFilters failed, with error " + g_.LastError_);
+    g_.clearErr();
     try {
         RemoveSourceFilter();
     } catch (const AutomationError& e) {
-        Log("ConnectGraphFilters: " + e.description());
+        host_.Log("ConnectGraphFilters: " + e.description());
     }
     return false;
 }
 
 // ---- Chain pins ------------------------------------------------------------------------------
 
-bool Player::GatherChainPins(ChainPins& pins) {
+bool GraphSession::GatherChainPins(ChainPins& pins) {
     const auto bail = [&](const char* text) {
-        Log(text);
+        host_.Log(text);
         return false;
     };
     platform::PinPtr unused;
 
     // The source filter, with its item.
-    if (!fSourceFilter) raise(kMissingFilter, "ConnectGraphFilters: There is no source filter!");
-    if (fSourceFilter->isFileSource() && fSourceFilter->fileName().empty())
+    if (!g_.fSourceFilter) raise(kMissingFilter, "ConnectGraphFilters: There is no source filter!");
+    if (g_.fSourceFilter->isFileSource() && g_.fSourceFilter->fileName().empty())
         raise(kMissingFilter, "ConnectGraphFilters: The source filter has no filename!");
 
     // Without the ACM wrapper the chains still try; a wrapper without pins is broken.
     platform::PinPtr acmIn, acmOut;
-    if (!fACMWrapper) {
-        Log("ConnectGraphFilters: Error: No ACM Wrapper filter, bailing...");
+    if (!g_.fACMWrapper) {
+        host_.Log("ConnectGraphFilters: Error: No ACM Wrapper filter, bailing...");
     } else {
-        GetPins(acmIn, acmOut, fACMWrapper);
+        FormatChains::GetPins(acmIn, acmOut, g_.fACMWrapper);
         if (!acmIn || !acmOut) return bail("ConnectGraphFilters: Error: No ACM Wrapper pins, bailing...");
     }
 
-    if (!MainSourcePin) return bail("ConnectGraphFilters: Error: No MainSourcePin, bailing...");
-    pins.source = MainSourcePin;
+    if (!g_.MainSourcePin) return bail("ConnectGraphFilters: Error: No MainSourcePin, bailing...");
+    pins.source = g_.MainSourcePin;
     if (!pins.source) {
-        RaiseWriteLog("ConnectGraphFilters: no Source Pin!");
+        host_.RaiseWriteLog("ConnectGraphFilters: no Source Pin!");
         return false;
     }
 
-    if (!fMpegSplitter) return bail("ConnectGraphFilters: Error: fMpegSplitter, bailing...");
-    GetPins(pins.splitterIn, unused, fMpegSplitter);
+    if (!g_.fMpegSplitter) return bail("ConnectGraphFilters: Error: fMpegSplitter, bailing...");
+    FormatChains::GetPins(pins.splitterIn, unused, g_.fMpegSplitter);
     if (!pins.splitterIn) return bail("ConnectGraphFilters: Error no MPEG Splitter In Pin!");
 
     // The MP3 decoder, or the ACM wrapper in its place.
-    if (fMpegDecoder) {
-        GetPins(pins.decoderIn, pins.decoderOut, fMpegDecoder);
+    if (g_.fMpegDecoder) {
+        FormatChains::GetPins(pins.decoderIn, pins.decoderOut, g_.fMpegDecoder);
         if (!pins.decoderIn || !pins.decoderOut)
             return bail("ConnectGraphFilters: no MPEG Decoder In Pin Or MPEG Decoder Out Pin (when mp3 decoder exists)!");
     } else {
@@ -202,173 +202,173 @@ bool Player::GatherChainPins(ChainPins& pins) {
             return bail("ConnectGraphFilters: no MPEG Decoder In Pin Or MPEG Decoder Out Pin (when using ACM)!");
     }
 
-    if (!fSampleGrabber) return bail("ConnectGraphFilters: Error no SampleGrabber Filter!");
-    pins.grabber = fSampleGrabber;
-    GetPins(pins.sgIn, pins.sgOut, fSampleGrabber);
+    if (!g_.fSampleGrabber) return bail("ConnectGraphFilters: Error no SampleGrabber Filter!");
+    pins.grabber = g_.fSampleGrabber;
+    FormatChains::GetPins(pins.sgIn, pins.sgOut, g_.fSampleGrabber);
     if (!pins.sgIn || !pins.sgOut)
         return bail("ConnectGraphFilters: no SampleGrabber In Pin or SampleGrabber Out Pin!");
 
-    if (!fWaveParser) return bail("ConnectGraphFilters: Error no Wave Parser Filter!");
-    GetPins(pins.waveParserIn, unused, fWaveParser);
+    if (!g_.fWaveParser) return bail("ConnectGraphFilters: Error no Wave Parser Filter!");
+    FormatChains::GetPins(pins.waveParserIn, unused, g_.fWaveParser);
     if (!pins.waveParserIn) return bail("ConnectGraphFilters: no waveParser in pin!");
 
-    pins.renderIn = SoundCardInPin;
+    pins.renderIn = g_.SoundCardInPin;
     return true;
 }
 
 // Before every chain: a chain that lost the sample grabber gets a new one.
-void Player::RecreateGrabberIfMissing(ChainPins& pins) {
-    if (fSampleGrabber) return;
-    fSampleGrabber = CreateSampleGrabber();
-    pins.grabber = fSampleGrabber;
-    GetPins(pins.sgIn, pins.sgOut, fSampleGrabber);
+void GraphSession::RecreateGrabberIfMissing(ChainPins& pins) {
+    if (g_.fSampleGrabber) return;
+    g_.fSampleGrabber = CreateSampleGrabber();
+    pins.grabber = g_.fSampleGrabber;
+    FormatChains::GetPins(pins.sgIn, pins.sgOut, g_.fSampleGrabber);
 }
 
 // Between fallbacks: the source goes, and the next chain adds its own.
-void Player::ForgetSourceForNextChain(ChainPins& pins) {
+void GraphSession::ForgetSourceForNextChain(ChainPins& pins) {
     RemoveSourceFilter();
     pins.source.reset();
     RecreateGrabberIfMissing(pins);
 }
 
 // The chains that hand back what they changed: the player takes it over.
-void Player::SyncChainPins(ChainPins& pins) {
-    SoundCardInPin = pins.renderIn;
-    SampleGrabberInPin = pins.sgIn;
-    SampleGrabberOutPin = pins.sgOut;
-    if (fSampleGrabber != pins.grabber) pins.grabber = fSampleGrabber;
+void GraphSession::SyncChainPins(ChainPins& pins) {
+    g_.SoundCardInPin = pins.renderIn;
+    g_.SampleGrabberInPin = pins.sgIn;
+    g_.SampleGrabberOutPin = pins.sgOut;
+    if (g_.fSampleGrabber != pins.grabber) pins.grabber = g_.fSampleGrabber;
 }
 
-bool Player::TryMp3Chain(ChainPins& pins, bool& usingWM, const std::string& FileName) {
-    const bool standing = ConnectMp3Filters(pins.source, pins.splitterIn, fMpegSplitter, pins.decoderIn,
+bool GraphSession::TryMp3Chain(ChainPins& pins, bool& usingWM, const std::string& FileName) {
+    const bool standing = chains_.ConnectMp3Filters(pins.source, pins.splitterIn, g_.fMpegSplitter, pins.decoderIn,
                                             pins.decoderOut, pins.sgIn, pins.sgOut, pins.renderIn, pins.grabber,
                                             usingWM, FileName);
     SyncChainPins(pins);
     return standing;
 }
 
-bool Player::TryWaveChain(ChainPins& pins, const std::string& FileName) {
-    const bool standing = ConnectWaveFilters(pins.source, pins.waveParserIn, fWaveParser, pins.sgIn, pins.sgOut,
+bool GraphSession::TryWaveChain(ChainPins& pins, const std::string& FileName) {
+    const bool standing = chains_.ConnectWaveFilters(pins.source, pins.waveParserIn, g_.fWaveParser, pins.sgIn, pins.sgOut,
                                              pins.renderIn, pins.grabber, FileName);
     SyncChainPins(pins);
     return standing;
 }
 
-bool Player::TryWmaChain(ChainPins& pins, const std::string& FileName) {
-    const bool standing = ConnectWMAFilters(pins.source, pins.sgIn, pins.sgOut, pins.renderIn, FileName);
+bool GraphSession::TryWmaChain(ChainPins& pins, const std::string& FileName) {
+    const bool standing = chains_.ConnectWMAFilters(pins.source, pins.sgIn, pins.sgOut, pins.renderIn, FileName);
     SyncChainPins(pins);
     return standing;
 }
 
-bool Player::TryOggChain(ChainPins& pins, const std::string& FileName) {
-    const bool standing = ConnectOggFilters(pins.source, pins.sgIn, pins.sgOut, pins.renderIn, FileName);
+bool GraphSession::TryOggChain(ChainPins& pins, const std::string& FileName) {
+    const bool standing = chains_.ConnectOggFilters(pins.source, pins.sgIn, pins.sgOut, pins.renderIn, FileName);
     SyncChainPins(pins);
     return standing;
 }
 
 // ---- RenderAutomatically ---------------------------------------------------------------------
 
-bool Player::RenderAutomatically(const std::string& FileName, platform::PinPtr& sgIn, platform::PinPtr& sgOut) {
+bool GraphSession::RenderAutomatically(const std::string& FileName, platform::PinPtr& sgIn, platform::PinPtr& sgOut) {
     // Only where the host allows the platform's own choice of filters.
-    if (!Process().AutoRenderAllowed) {
-        LastError_ += "\r\n" + FileName + " would need to be automatically rendered, but the setting is disabled.";
-        RaisePlayerLogInfo(LastError_);
+    if (!host_.Process().AutoRenderAllowed) {
+        g_.LastError_ += "\r\n" + FileName + " would need to be automatically rendered, but the setting is disabled.";
+        host_.RaisePlayerLogInfo(g_.LastError_);
         return false;
     }
 
-    PendingError failure;
+    GraphModel::PendingError failure;
     bool grabberRemoved = false;
     try {
         RemoveSourceFilter();
-        Log("*****************NOT NICE: USING SYSTEM FILTERS TO RENDER AUTOMATICALLY. AVOID IF YOU CAN*****************************");
+        host_.Log("*****************NOT NICE: USING SYSTEM FILTERS TO RENDER AUTOMATICALLY. AVOID IF YOU CAN*****************************");
 
-        if ((!SoundCardInPin || !fSoundCard) && !AddSoundCard(GetMainSoundcard(), false)) return false;
+        if ((!g_.SoundCardInPin || !g_.fSoundCard) && !routing_.AddSoundCard(routing_.GetMainSoundcard(), false)) return false;
 
         // The grabber and the inserts would only be in the platform's way.
-        for (const auto& filter : MainGraphMan->filters()) {
+        for (const auto& filter : g_.MainGraphMan->filters()) {
             const std::string name = filter->name();
             if (name == filters::kSampleGrabber) {
-                MainGraphMan->removeFilter(filter);
-                if (!fSampleGrabber) fSampleGrabber = filter;
+                g_.MainGraphMan->removeFilter(filter);
+                if (!g_.fSampleGrabber) g_.fSampleGrabber = filter;
                 grabberRemoved = true;
                 sgIn.reset();
                 sgOut.reset();
-                SampleGrabberInPin.reset();
-                SampleGrabberOutPin.reset();
+                g_.SampleGrabberInPin.reset();
+                g_.SampleGrabberOutPin.reset();
             } else if (name == filters::kPitchShifter) {
-                MainGraphMan->removeFilter(filter);
-            } else if (name == filters::kAcmWrapper && fChainACMWrapper) {
-                MainGraphMan->removeFilter(fChainACMWrapper);
-                fChainACMWrapper.reset();
+                g_.MainGraphMan->removeFilter(filter);
+            } else if (name == filters::kAcmWrapper && g_.fChainACMWrapper) {
+                g_.MainGraphMan->removeFilter(g_.fChainACMWrapper);
+                g_.fChainACMWrapper.reset();
             }
         }
 
         // A source, with the own reader's preference suspended for one retry if need be.
-        if (!MainSourcePin) {
+        if (!g_.MainSourcePin) {
             bool mustUseReader = false;
             bool added = AddSourceFilter(FileName, mustUseReader);
-            if (!added && Process().HaldenSourcePrefer) {
-                Process().HaldenSourcePrefer = false;
+            if (!added && host_.Process().HaldenSourcePrefer) {
+                host_.Process().HaldenSourcePrefer = false;
                 mustUseReader = false;
                 added = AddSourceFilter(FileName, mustUseReader);
-                Process().HaldenSourcePrefer = true;
+                host_.Process().HaldenSourcePrefer = true;
             }
-            if (!added || !MainSourcePin) {
-                failure = Err;
+            if (!added || !g_.MainSourcePin) {
+                failure = g_.Err;
                 return RenderAutomaticallyFailed(failure, grabberRemoved);
             }
         }
 
         // The platform renders the pin by itself; what it leaves in the graph is reused below.
-        if (MainSourcePin && !MainSourcePin->render().ok()) clearErr();
+        if (g_.MainSourcePin && !g_.MainSourcePin->render().ok()) g_.clearErr();
 
         // Then source to card by intelligent connect.
-        DisconnectAllFilters(MainGraphMan);
-        if (MainSourcePin && SoundCardInPin) {
-            Log("****Render Auto:  trying to connect SourcePin to the SoundCardInPin - crash possible...****");
-            trap(MainSourcePin->connect(SoundCardInPin));
-            Log("****Render Auto:  finished trying to connect SourcePin to the SoundCardInPin****");
+        DisconnectAllFilters(g_.MainGraphMan);
+        if (g_.MainSourcePin && g_.SoundCardInPin) {
+            host_.Log("****Render Auto:  trying to connect SourcePin to the SoundCardInPin - crash possible...****");
+            g_.trap(g_.MainSourcePin->connect(g_.SoundCardInPin));
+            host_.Log("****Render Auto:  finished trying to connect SourcePin to the SoundCardInPin****");
         }
 
         // The grabber back in, right before the card.
-        const platform::Status added = MainGraphMan->addFilter(fSampleGrabber, filters::kSampleGrabber);
+        const platform::Status added = g_.MainGraphMan->addFilter(g_.fSampleGrabber, filters::kSampleGrabber);
         if (!added) {
-            failure = PendingError{added.number, added.description};
-            Log("Unable to add the SampleGrabber filter back into the graph.");
+            failure = GraphModel::PendingError{added.number, added.description};
+            host_.Log("Unable to add the SampleGrabber filter back into the graph.");
         } else {
             grabberRemoved = false;
-            GetPins(sgIn, sgOut, fSampleGrabber);
-            SampleGrabberInPin = sgIn;
-            SampleGrabberOutPin = sgOut;
+            FormatChains::GetPins(sgIn, sgOut, g_.fSampleGrabber);
+            g_.SampleGrabberInPin = sgIn;
+            g_.SampleGrabberOutPin = sgOut;
             if (!sgIn || !sgOut) {
-                Log("failed to get samplegrabber pins...");
-            } else if (SoundCardInPin && fSoundCard && SoundCardInPin->isConnected()) {
-                const platform::PinPtr upstream = SoundCardInPin->connectedTo();
-                platform::Status step = SoundCardInPin->disconnect();
+                host_.Log("failed to get samplegrabber pins...");
+            } else if (g_.SoundCardInPin && g_.fSoundCard && g_.SoundCardInPin->isConnected()) {
+                const platform::PinPtr upstream = g_.SoundCardInPin->connectedTo();
+                platform::Status step = g_.SoundCardInPin->disconnect();
                 if (step) step = sgIn->connectDirect(upstream);
-                if (step) step = sgOut->connect(SoundCardInPin);
+                if (step) step = sgOut->connect(g_.SoundCardInPin);
                 if (step) {
-                    Log("****RENDER AUTOMATICALLY: SUCCESSFUL - BUT TRY TO AVOID******");
+                    host_.Log("****RENDER AUTOMATICALLY: SUCCESSFUL - BUT TRY TO AVOID******");
                     std::string path = FileName;
-                    raiseEvent([&](PlayerEvents& e) { e.RenderedAutomatically(path); });
+                    host_.raiseEvent([&](PlayerEvents& e) { e.RenderedAutomatically(path); });
                     return true;
                 }
-                failure = PendingError{step.number, step.description};
-                clearErr();
+                failure = GraphModel::PendingError{step.number, step.description};
+                g_.clearErr();
             }
         }
     } catch (const AutomationError& e) {
-        failure = PendingError{e.number(), e.description()};
+        failure = GraphModel::PendingError{e.number(), e.description()};
     }
     return RenderAutomaticallyFailed(failure, grabberRemoved);
 }
 
-bool Player::RenderAutomaticallyFailed(const PendingError& failure, bool grabberRemoved) {
+bool GraphSession::RenderAutomaticallyFailed(const GraphModel::PendingError& failure, bool grabberRemoved) {
     // Never leave the graph without its grabber if that can be helped.
-    Log("Errored in RenderAutomatically: " + std::to_string(failure.number) + " " + failure.description);
-    if (grabberRemoved && (!fSampleGrabber || !MainGraphMan ||
-                           !MainGraphMan->addFilter(fSampleGrabber, filters::kSampleGrabber).ok()))
-        Log("SampleGrabber could NOT be added back to graph after RenderAutomatically FAILED!");
+    host_.Log("Errored in RenderAutomatically: " + std::to_string(failure.number) + " " + failure.description);
+    if (grabberRemoved && (!g_.fSampleGrabber || !g_.MainGraphMan ||
+                           !g_.MainGraphMan->addFilter(g_.fSampleGrabber, filters::kSampleGrabber).ok()))
+        host_.Log("SampleGrabber could NOT be added back to graph after RenderAutomatically FAILED!");
     return false;
 }
 

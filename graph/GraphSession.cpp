@@ -5,8 +5,8 @@
 // back into the player meanwhile. The busy guard keeps those calls from creating, emptying or
 // destroying the graph under the waiting source: they fail with error 558 instead.
 
-#include "control/Player.h"
-#include "control/ProcessState.h"
+#include "graph/GraphSession.h"
+#include "support/ProcessState.h"
 
 #include "devices/clsCards.h"
 #include "devices/Routing.h"
@@ -37,74 +37,74 @@ int32_t elapsedMs(int32_t start, int32_t now) {
 
 // ---- Busy guard ------------------------------------------------------------------------------
 
-void Player::BusyGuard(const char* refusal, bool quoteItem) {
-    if (!AddingSourceFilter) return;
-    raise(kBusy, quoteItem ? refusal + addingItemName_ : std::string(refusal));
+void GraphSession::BusyGuard(const char* refusal, bool quoteItem) {
+    if (!g_.AddingSourceFilter) return;
+    raise(kBusy, quoteItem ? refusal + g_.addingItemName_ : std::string(refusal));
 }
 
 // ---- CreateNewGraph --------------------------------------------------------------------------
 
-void Player::CreateNewGraph(bool MakinPFLGraph) {
+void GraphSession::CreateNewGraph(bool MakinPFLGraph) {
     {
-        Reentrance::Operation replace(reentrance_);
+        Reentrance::Operation replace(g_.reentrance_);
         try {
             ReplaceGraph(MakinPFLGraph);
             return;
         } catch (const AutomationError& e) {
             // Refused or failed: the caller reads the pending error.
-            trapError(e.number(), e.description());
-            Log("CreateNewGraph: " + e.description());
+            g_.trapError(e.number(), e.description());
+            host_.Log("CreateNewGraph: " + e.description());
             return;
         } catch (const Superseded&) {
             // The host loaded or replaced the graph from inside the old graph's last events:
             // what it made stands.
         }
     }
-    reentrance_.stopIfSuperseded();
+    g_.reentrance_.stopIfSuperseded();
 }
 
-void Player::ReplaceGraph(bool MakinPFLGraph) {
+void GraphSession::ReplaceGraph(bool MakinPFLGraph) {
     BusyGuard(kBusyCreate, false);
 
     // The pre-fade-listen graph is replaced on its own; the main graph stays.
     if (MakinPFLGraph) {
-        if (PFLGraphMan) {
-            trap(PFLGraphMan->stop());
-            raiseEvent([](PlayerEvents& e) { e.EndOfStream(0); });
-            PFLGraphMan.reset();
-            fPFLSoundCard.reset();
+        if (g_.PFLGraphMan) {
+            g_.trap(g_.PFLGraphMan->stop());
+            host_.raiseEvent([](PlayerEvents& e) { e.EndOfStream(0); });
+            g_.PFLGraphMan.reset();
+            g_.fPFLSoundCard.reset();
         }
-        trap(platform_.createGraph(PFLGraphMan));
+        g_.trap(platform_.createGraph(g_.PFLGraphMan));
         return;
     }
 
     // The old main graph goes, with everything it played, and the item with it: FileName
     // names what the graph holds.
-    reentrance_.supersedeOuter();
-    if (MainGraphMan) {
-        currentItem_.clear();
-        trap(MainGraphMan->stop());
-        if (Helper) trap(Helper->stop());
-        graphBuilt_ = false;
-        ResetPlaystateBookkeeping();
+    g_.reentrance_.supersedeOuter();
+    if (g_.MainGraphMan) {
+        g_.currentItem_.clear();
+        g_.trap(g_.MainGraphMan->stop());
+        if (g_.Helper) g_.trap(g_.Helper->stop());
+        g_.graphBuilt_ = false;
+        host_.ResetPlaystateBookkeeping();
         DestroyGraph();
-        if (!m_Endraised) raiseEvent([](PlayerEvents& e) { e.EndOfStream(0); });
-        MainGraphMan.reset();
+        if (!g_.m_Endraised) host_.raiseEvent([](PlayerEvents& e) { e.EndOfStream(0); });
+        g_.MainGraphMan.reset();
     }
 
     // A new graph with new helpers.
-    if (!trap(platform_.createGraph(MainGraphMan)) || !MainGraphMan)
-        raise(Err.number ? Err.number : platform::hr::Fail, "CreateNewGraph: no filter graph: " + Err.description);
-    CreateHelpers();
+    if (!g_.trap(platform_.createGraph(g_.MainGraphMan)) || !g_.MainGraphMan)
+        raise(g_.Err.number ? g_.Err.number : platform::hr::Fail, "CreateNewGraph: no filter graph: " + g_.Err.description);
+    host_.CreateHelpers();
 
     // No renderer yet; the standard filters go in.
-    SoundCardInPin.reset();
+    g_.SoundCardInPin.reset();
     AddGraphFilters();
 }
 
 // ---- BuildGraph ------------------------------------------------------------------------------
 
-bool Player::BuildGraph(const std::string& FileName, bool bMustUseASFReader, bool CanUseAutoRender) {
+bool GraphSession::BuildGraph(const std::string& FileName, bool bMustUseASFReader, bool CanUseAutoRender) {
     auto& ticks = platform_.ticks();
     int32_t started = ticks.nowMs();
     // The text that the failure path logs: the last timing line or the step under way.
@@ -117,32 +117,32 @@ bool Player::BuildGraph(const std::string& FileName, bool bMustUseASFReader, boo
 
     try {
         // A machine without MP3 decoder decodes through the ACM wrapper.
-        if (Cards().MustUseACM()) UseACM_ = true;
+        if (routing_.Cards().MustUseACM()) g_.UseACM_ = true;
 
         const std::string extension = text::toUpper(text::lastChars(FileName, 3));
 
         // The previous item's source goes.
         started = ticks.nowMs();
-        if (MainSourcePin) RemoveSourceFilter();
-        if (SecondSourcePin) RemoveSourceFilter();
+        if (g_.MainSourcePin) RemoveSourceFilter();
+        if (g_.SecondSourcePin) RemoveSourceFilter();
         pending = timing(1);
 
         // A graph to build in.
-        if (!MainGraphMan) {
-            if (logging()) {
-                Log("Attempting Create New Graph");
+        if (!g_.MainGraphMan) {
+            if (host_.logging()) {
+                host_.Log("Attempting Create New Graph");
                 pending = "BuildGraph: Creating New Graph";
             }
             CreateNewGraph(false);
-            if (logging() || errPending()) Log("Created New Graph. Err = " + std::to_string(Err.number));
+            if (host_.logging() || g_.errPending()) host_.Log("Created New Graph. Err = " + std::to_string(g_.Err.number));
         }
 
         // The output device; without it there is nothing to build towards.
-        if (!fSoundCard && !AddSoundCard(GetMainSoundcard(), false)) {
+        if (!g_.fSoundCard && !routing_.AddSoundCard(routing_.GetMainSoundcard(), false)) {
             pending = "BuildGraph: Failed to AddSoundCard";
-            Log(pending);
-            LastError_ = pending;
-            trapError(platform::hr::NoAudioHardware, pending);
+            host_.Log(pending);
+            g_.LastError_ = pending;
+            g_.trapError(platform::hr::NoAudioHardware, pending);
             return false;
         }
 
@@ -152,7 +152,7 @@ bool Player::BuildGraph(const std::string& FileName, bool bMustUseASFReader, boo
 
         // Once more without the Windows Media reader, where automatic rendering may follow.
         if (!sourceAdded) {
-            Log(std::string("BuildGraph: Failed to add Source Filter, where bMustUseASFReader = ") +
+            host_.Log(std::string("BuildGraph: Failed to add Source Filter, where bMustUseASFReader = ") +
                 text::boolWord(bMustUseASFReader));
             if (!CanUseAutoRender) return failed();
             pending = "CanUseAutoRender: true: for " + FileName;
@@ -162,26 +162,26 @@ bool Player::BuildGraph(const std::string& FileName, bool bMustUseASFReader, boo
 
         // From here failures are the chain's to judge.
         pending = timing(3);
-        Log(pending);
-        if (!SoundCardInPin) AddSoundCard(GetMainSoundcard(), false);
+        host_.Log(pending);
+        if (!g_.SoundCardInPin) routing_.AddSoundCard(routing_.GetMainSoundcard(), false);
 
         // The decoder chain.
         if (ConnectGraphFilters(FileName, CanUseAutoRender, bMustUseASFReader)) {
-            graphBuilt_ = true;
-            Log("BuildGraph: ConnectGraphFilters Successful.");
+            g_.graphBuilt_ = true;
+            host_.Log("BuildGraph: ConnectGraphFilters Successful.");
             pending = timing(4);
         } else {
             // Ogg alone gets a second try from a fresh source.
-            Log("BuildGraph: Failed: ConnectGraphFilters *NOT* Successful.");
+            host_.Log("BuildGraph: Failed: ConnectGraphFilters *NOT* Successful.");
             if (!text::equalsNoCase(extension, "OGG")) return failed();
             RemoveSourceFilter();
             bool noReader = false;
             if (!AddSourceFilter(FileName, noReader) || !ConnectGraphFilters(FileName, true, false)) {
-                Log("BuildGraph: was NOT able to build ogg graph");
+                host_.Log("BuildGraph: was NOT able to build ogg graph");
                 return failed();
             }
-            Log("BuildGraph: was able to build ogg graph");
-            graphBuilt_ = true;
+            host_.Log("BuildGraph: was able to build ogg graph");
+            g_.graphBuilt_ = true;
         }
 
         // A playable graph stands.
@@ -189,24 +189,24 @@ bool Player::BuildGraph(const std::string& FileName, bool bMustUseASFReader, boo
         PruneUnconnectedFilters();
         return true;
     } catch (const AutomationError& e) {
-        trapError(e.number(), e.description());
+        g_.trapError(e.number(), e.description());
     } catch (const std::exception& e) {
-        trapError(platform::hr::Fail, e.what());
+        g_.trapError(platform::hr::Fail, e.what());
     }
     return failed();
 }
 
-bool Player::BuildGraphFailed(const std::string& pendingMessage) {
+bool GraphSession::BuildGraphFailed(const std::string& pendingMessage) {
     // The reason goes to LastError, the graph is left disconnected for the next item.
-    if (errPending())
-        LastError_ = "BuildGraph: FAIL: In error handler (err = " + Err.description + " " +
-                     std::to_string(Err.number) + ")";
-    Log(pendingMessage);
+    if (g_.errPending())
+        g_.LastError_ = "BuildGraph: FAIL: In error handler (err = " + g_.Err.description + " " +
+                     std::to_string(g_.Err.number) + ")";
+    host_.Log(pendingMessage);
     try {
-        DisconnectAllFilters(MainGraphMan);
+        DisconnectAllFilters(g_.MainGraphMan);
         PruneUnconnectedFilters();
     } catch (const AutomationError& e) {
-        Log("BuildGraph: " + e.description());
+        host_.Log("BuildGraph: " + e.description());
     }
     return false;
 }
@@ -215,83 +215,83 @@ bool Player::BuildGraphFailed(const std::string& pendingMessage) {
 // intelligent connect placed and a later attempt left behind, a reader that did not take the
 // item. The player's own standing filters stay although they are idle between items, and so
 // does every filter that reads a file (the item's source, whatever its state).
-void Player::PruneUnconnectedFilters() {
-    if (!MainGraphMan) return;
+void GraphSession::PruneUnconnectedFilters() {
+    if (!g_.MainGraphMan) return;
     const std::unordered_set<const platform::Filter*> standing = {
-        fSourceFilter.get(), fACMWrapper.get(),   fChainACMWrapper.get(), fMpegSplitter.get(),
-        fMpegDecoder.get(),  fWMADecoder.get(),   fWaveParser.get(),      fSampleGrabber.get(),
-        fSoundCard.get(),    fPitchShifter.get(), fPipeSender.get(),      fSurround.get(),
-        fVorbisDecoder.get(), fVorbisSplitter.get(), fMp4Parser.get(),    fMp4Decoder.get()};
-    for (const auto& filter : MainGraphMan->filters()) {
+        g_.fSourceFilter.get(), g_.fACMWrapper.get(),   g_.fChainACMWrapper.get(), g_.fMpegSplitter.get(),
+        g_.fMpegDecoder.get(),  g_.fWMADecoder.get(),   g_.fWaveParser.get(),      g_.fSampleGrabber.get(),
+        g_.fSoundCard.get(),    g_.fPitchShifter.get(), g_.fPipeSender.get(),      g_.fSurround.get(),
+        g_.fVorbisDecoder.get(), g_.fVorbisSplitter.get(), g_.fMp4Parser.get(),    g_.fMp4Decoder.get()};
+    for (const auto& filter : g_.MainGraphMan->filters()) {
         if (!filter || standing.count(filter.get()) || filter->isFileSource()) continue;
         bool connected = false;
         for (const auto& pin : filter->pins())
             if (pin && pin->isConnected()) connected = true;
-        if (!connected) MainGraphMan->removeFilter(filter);
+        if (!connected) g_.MainGraphMan->removeFilter(filter);
     }
 }
 
 // ---- DestroyGraph ----------------------------------------------------------------------------
 
-void Player::DestroyGraph(bool keepPlaystate) {
+void GraphSession::DestroyGraph(bool keepPlaystate) {
     BusyGuard(kBusyDestroy, true);
-    reentrance_.supersedeOuter();
-    graphBuilt_ = false;
+    g_.reentrance_.supersedeOuter();
+    g_.graphBuilt_ = false;
 
-    Log("DestroyGraph: stopping the graph");
-    if (MainGraphMan) trap(MainGraphMan->stop());
-    if (!keepPlaystate) ResetPlaystateBookkeeping();
+    host_.Log("DestroyGraph: stopping the graph");
+    if (g_.MainGraphMan) g_.trap(g_.MainGraphMan->stop());
+    if (!keepPlaystate) host_.ResetPlaystateBookkeeping();
 
-    Log("DestroyGraph: removin the source filter");
+    host_.Log("DestroyGraph: removin the source filter");
     RemoveSourceFilter();
-    if (MainGraphMan) trap(MainGraphMan->stop());
+    if (g_.MainGraphMan) g_.trap(g_.MainGraphMan->stop());
 
     // Every filter out, and the graph released with the references into it.
-    Log("DestroyGraph: removin all filters");
-    if (MainGraphMan)
-        for (const auto& filter : MainGraphMan->filters()) MainGraphMan->removeFilter(filter);
-    Log("removin all filters done");
-    MainGraphMan.reset();
+    host_.Log("DestroyGraph: removin all filters");
+    if (g_.MainGraphMan)
+        for (const auto& filter : g_.MainGraphMan->filters()) g_.MainGraphMan->removeFilter(filter);
+    host_.Log("removin all filters done");
+    g_.MainGraphMan.reset();
     ForgetMainGraphFilters();
 
-    Log("cuehelper...");
-    if (CueHelper) {
-        CueHelper->setEvents(nullptr);
-        trap(CueHelper->stop());
-        CueHelper->setCurrentGraph(nullptr);
-        CueHelper.reset();
+    host_.Log("cuehelper...");
+    if (g_.CueHelper) {
+        g_.CueHelper->setEvents(nullptr);
+        g_.trap(g_.CueHelper->stop());
+        g_.CueHelper->setCurrentGraph(nullptr);
+        g_.CueHelper.reset();
     }
 
-    Log("helper...");
-    if (Helper) {
-        Log("stopping helper graph...");
-        trap(Helper->stop());
-        Log("setting helper graph to nada...");
-        Helper->setCurrentGraph(nullptr);
+    host_.Log("helper...");
+    if (g_.Helper) {
+        host_.Log("stopping helper graph...");
+        g_.trap(g_.Helper->stop());
+        host_.Log("setting helper graph to nada...");
+        g_.Helper->setCurrentGraph(nullptr);
     }
 
-    RaiseIsPFLButtonRequired(PFLButtonRequired());
-    Log("destroygraphcomplete");
+    routing_.RaiseIsPFLButtonRequired(routing_.PFLButtonRequired());
+    host_.Log("destroygraphcomplete");
 }
 
 // A released graph's filters mean nothing: the next graph gets its own.
-void Player::ForgetMainGraphFilters() {
+void GraphSession::ForgetMainGraphFilters() {
     for (platform::FilterPtr* filter :
-         {&fSourceFilter, &fACMWrapper, &fChainACMWrapper, &fMpegSplitter, &fMpegDecoder, &fWMADecoder,
-          &fWaveParser, &fSampleGrabber, &fSoundCard, &fPitchShifter, &fPipeSender, &fSurround,
-          &fVorbisDecoder, &fVorbisSplitter, &fMp4Parser, &fMp4Decoder})
+         {&g_.fSourceFilter, &g_.fACMWrapper, &g_.fChainACMWrapper, &g_.fMpegSplitter, &g_.fMpegDecoder, &g_.fWMADecoder,
+          &g_.fWaveParser, &g_.fSampleGrabber, &g_.fSoundCard, &g_.fPitchShifter, &g_.fPipeSender, &g_.fSurround,
+          &g_.fVorbisDecoder, &g_.fVorbisSplitter, &g_.fMp4Parser, &g_.fMp4Decoder})
         filter->reset();
-    for (platform::PinPtr* pin : {&MainSourcePin, &SecondSourcePin, &SampleGrabberInPin, &SampleGrabberOutPin,
-                                  &SoundCardInPin, &SurroundInPin, &SurroundOutPin})
+    for (platform::PinPtr* pin : {&g_.MainSourcePin, &g_.SecondSourcePin, &g_.SampleGrabberInPin, &g_.SampleGrabberOutPin,
+                                  &g_.SoundCardInPin, &g_.SurroundInPin, &g_.SurroundOutPin})
         pin->reset();
-    vorbisReady_ = false;
+    g_.vorbisReady_ = false;
 }
 
 // ---- DisconnectAllFilters --------------------------------------------------------------------
 
-void Player::DisconnectAllFilters(platform::GraphPtr graph) {
+void GraphSession::DisconnectAllFilters(platform::GraphPtr graph) {
     BusyGuard(kBusyDisconnect, true);
-    StopPlaying();
+    host_.StopPlaying();
     if (!graph) return;
 
     // Every pin loose, except in a "Haali" filter: that one is taken out whole, because
@@ -304,46 +304,46 @@ void Player::DisconnectAllFilters(platform::GraphPtr graph) {
             continue;
         }
         for (const auto& pin : filter->pins())
-            if (pin && pin->isConnected()) trap(pin->disconnect());
+            if (pin && pin->isConnected()) g_.trap(pin->disconnect());
     }
 
-    if (haali) trap(graph->removeFilter(haali));
+    if (haali) g_.trap(graph->removeFilter(haali));
 
     // The pipe sender is per item.
-    if (fPipeSender) {
-        trap(graph->removeFilter(fPipeSender));
-        fPipeSender.reset();
+    if (g_.fPipeSender) {
+        g_.trap(graph->removeFilter(g_.fPipeSender));
+        g_.fPipeSender.reset();
     }
 }
 
 // ---- RemoveSourceFilter ----------------------------------------------------------------------
 
-void Player::RemoveSourceFilter() {
+void GraphSession::RemoveSourceFilter() {
     // The source being added is not to be touched; quietly.
-    if (AddingSourceFilter) return;
+    if (g_.AddingSourceFilter) return;
 
-    if (Helper) trap(Helper->stop());
-    if (CueHelper) trap(CueHelper->stop());
+    if (g_.Helper) g_.trap(g_.Helper->stop());
+    if (g_.CueHelper) g_.trap(g_.CueHelper->stop());
 
-    if (MainGraphMan) {
-        trap(MainGraphMan->stop());
-        DisconnectAllFilters(MainGraphMan);
-        clearErr();
-        graphBuilt_ = false;
+    if (g_.MainGraphMan) {
+        g_.trap(g_.MainGraphMan->stop());
+        DisconnectAllFilters(g_.MainGraphMan);
+        g_.clearErr();
+        g_.graphBuilt_ = false;
     }
 
     // A removal that fails keeps both references, so that the next attempt can try again.
     bool removed = true;
-    if (fSourceFilter) removed = MainGraphMan && MainGraphMan->removeFilter(fSourceFilter).ok();
+    if (g_.fSourceFilter) removed = g_.MainGraphMan && g_.MainGraphMan->removeFilter(g_.fSourceFilter).ok();
 
     // The MP3 chain's own "ACM Wrapper" goes with the item.
-    if (fChainACMWrapper && MainGraphMan && MainGraphMan->removeFilter(fChainACMWrapper).ok())
-        fChainACMWrapper.reset();
+    if (g_.fChainACMWrapper && g_.MainGraphMan && g_.MainGraphMan->removeFilter(g_.fChainACMWrapper).ok())
+        g_.fChainACMWrapper.reset();
 
     if (removed) {
-        fSourceFilter.reset();
-        MainSourcePin.reset();
-        SecondSourcePin.reset();
+        g_.fSourceFilter.reset();
+        g_.MainSourcePin.reset();
+        g_.SecondSourcePin.reset();
     }
 }
 

@@ -5,8 +5,8 @@
 // in a message box and the platform's filter registration is repaired by a command started in
 // the background. The maker's own filters are re-registered once and tried again first.
 
-#include "control/Player.h"
-#include "control/ProcessState.h"
+#include "graph/GraphSession.h"
+#include "support/ProcessState.h"
 #include "devices/FilterNames.h"
 
 #include "devices/Routing.h"
@@ -41,95 +41,95 @@ std::string identity(const void* object) {
 
 // ---- Filters by name -------------------------------------------------------------------------
 
-platform::FilterPtr Player::AddFilterByName(const std::string& displayName) {
-    const platform::CatalogueEntryPtr* entry = colDShowFilters().find(displayName);
+platform::FilterPtr GraphSession::AddFilterByName(const std::string& displayName) {
+    const platform::CatalogueEntryPtr* entry = routing_.colDShowFilters().find(displayName);
     if (!entry || !*entry) {
-        trapError(kNoSuchEntry, kNoSuchEntryText);
+        g_.trapError(kNoSuchEntry, kNoSuchEntryText);
         return nullptr;
     }
-    if (!MainGraphMan) {
-        trapError(platform::hr::Pointer, "Invalid pointer");
+    if (!g_.MainGraphMan) {
+        g_.trapError(platform::hr::Pointer, "Invalid pointer");
         return nullptr;
     }
     platform::FilterPtr filter;
-    if (!trap((*entry)->createIn(*MainGraphMan, filter))) return nullptr;
-    if (!filter) trapError(platform::hr::Pointer, "Invalid pointer");
+    if (!g_.trap((*entry)->createIn(*g_.MainGraphMan, filter))) return nullptr;
+    if (!filter) g_.trapError(platform::hr::Pointer, "Invalid pointer");
     return filter;
 }
 
-platform::FilterPtr Player::AddFilterByNameUnlessPresent(const std::string& displayName) {
+platform::FilterPtr GraphSession::AddFilterByNameUnlessPresent(const std::string& displayName) {
     if (platform::FilterPtr present = FindFilterInGraph(displayName)) return present;
     return AddFilterByName(displayName);
 }
 
-platform::FilterPtr Player::FindFilterInGraph(const std::string& name) {
-    if (!MainGraphMan) return nullptr;
-    for (const auto& filter : MainGraphMan->filters())
+platform::FilterPtr GraphSession::FindFilterInGraph(const std::string& name) {
+    if (!g_.MainGraphMan) return nullptr;
+    for (const auto& filter : g_.MainGraphMan->filters())
         if (filter && text::equalsNoCase(filter->name(), name)) return filter;
     return nullptr;
 }
 
-bool Player::RemoveFilterFromGraph(const platform::FilterPtr& filter) {
-    if (!filter || !MainGraphMan) return false;
-    return trap(MainGraphMan->removeFilter(filter));
+bool GraphSession::RemoveFilterFromGraph(const platform::FilterPtr& filter) {
+    if (!filter || !g_.MainGraphMan) return false;
+    return g_.trap(g_.MainGraphMan->removeFilter(filter));
 }
 
-bool Player::IsInMainGraph(const platform::FilterPtr& filter) {
-    if (!filter || !MainGraphMan) return false;
-    for (const auto& present : MainGraphMan->filters())
+bool GraphSession::IsInMainGraph(const platform::FilterPtr& filter) {
+    if (!filter || !g_.MainGraphMan) return false;
+    for (const auto& present : g_.MainGraphMan->filters())
         if (present == filter) return true;
     return false;
 }
 
-void Player::RepairRegistration(const std::string& commandLine) {
+void GraphSession::RepairRegistration(const std::string& commandLine) {
     // Started, never awaited: the repair takes effect for the next graph.
-    Log("Starting repair: " + commandLine);
+    host_.Log("Starting repair: " + commandLine);
     platform_.operatorServices().startProcess(commandLine, platform::WindowStyle::Minimized);
 }
 
-void Player::CriticalMessage(const std::string& text, const std::string& title) {
+void GraphSession::CriticalMessage(const std::string& text, const std::string& title) {
     platform_.operatorServices().messageBox(text, title, platform::MessageIcon::Critical);
 }
 
 // ---- AddGraphFilters -------------------------------------------------------------------------
 
-void Player::AddGraphFilters() {
+void GraphSession::AddGraphFilters() {
     if (!StockStandardFilters()) RepairRegistration(kRepairPlatformFilters);
 }
 
 // Each step looks at the pending error itself; false when the installation needs repair.
-bool Player::StockStandardFilters() {
+bool GraphSession::StockStandardFilters() {
     // The WMA decoder; the WMA chain says later whether it was missed.
     platform::FilterPtr wmaDecoder = AddFilterByName(kWmaDecoder);
-    if (!wmaDecoder || errPending()) {
-        Log("Failed to add WMAudio Decoder DMO " + std::to_string(Err.number) + " " + Err.description);
-        clearErr();
+    if (!wmaDecoder || g_.errPending()) {
+        host_.Log("Failed to add WMAudio Decoder DMO " + std::to_string(g_.Err.number) + " " + g_.Err.description);
+        g_.clearErr();
     }
 
     // The ACM wrapper.
-    if (!colDShowFilters().Contains(kAcmWrapper))
+    if (!routing_.colDShowFilters().Contains(kAcmWrapper))
         platform_.operatorServices().messageBox(
-            "No ACM Wrapper in colDShowFilters -- there are " + std::to_string(colDShowFilters().Count()),
-            ThisCartName_, platform::MessageIcon::None);
+            "No ACM Wrapper in colDShowFilters -- there are " + std::to_string(routing_.colDShowFilters().Count()),
+            g_.ThisCartName_, platform::MessageIcon::None);
     platform::FilterPtr acmWrapper = AddFilterByName(kAcmWrapper);
     if (!acmWrapper) {
-        if (!MainGraphMan) platform_.operatorServices().messageBox("MainGraphMan is NOT set", ThisCartName_,
+        if (!g_.MainGraphMan) platform_.operatorServices().messageBox("MainGraphMan is NOT set", g_.ThisCartName_,
                                                                    platform::MessageIcon::None);
-        const platform::CatalogueEntryPtr* entry = colDShowFilters().find(kAcmWrapper);
-        CriticalMessage(std::to_string(Err.number) + " " + Err.description + "\r\n" +
+        const platform::CatalogueEntryPtr* entry = routing_.colDShowFilters().find(kAcmWrapper);
+        CriticalMessage(std::to_string(g_.Err.number) + " " + g_.Err.description + "\r\n" +
                             "ACM wrapper *should* create - reinstall DirectX?" + "\r\n" + "Critical Playback error!!" +
-                            "\r\n" + "Objptr: MainGraphMan: " + identity(MainGraphMan.get()) + "\r\n" +
+                            "\r\n" + "Objptr: MainGraphMan: " + identity(g_.MainGraphMan.get()) + "\r\n" +
                             "ObjPtr: FilClass: " + identity(entry ? entry->get() : nullptr) + "\r\n" +
                             "ObjPtr: fACMWrapper: " + identity(acmWrapper.get()),
-                        ThisCartName_);
-        clearErr();
+                        g_.ThisCartName_);
+        g_.clearErr();
     }
 
     // The MP3 decoder, or a second ACM wrapper decoding in its place.
     platform::FilterPtr mp3Decoder = AddFilterByName(kMp3Decoder);
     if (!mp3Decoder) {
-        clearErr();
-        UseACM_ = true;
+        g_.clearErr();
+        g_.UseACM_ = true;
         mp3Decoder = AddFilterByName(kAcmWrapper);
         if (!mp3Decoder) {
             CriticalMessage("Critical Playback error!", "ACM wrapper *should* create - reinstall DirectX?");
@@ -153,7 +153,7 @@ bool Player::StockStandardFilters() {
     platform::FilterPtr grabber = AddFilterByName(kSampleGrabber);
     if (!grabber) {
         RepairRegistration(kRepairGrabber);
-        clearErr();
+        g_.clearErr();
         grabber = AddFilterByName(kSampleGrabber);
         if (!grabber) {
             CriticalMessage("Critical Playback Error!", "SampleGrabber *should* create - reinstall app?");
@@ -162,81 +162,81 @@ bool Player::StockStandardFilters() {
     }
 
     // The pitch shifter is made per item; here it only has to be registered.
-    if (!colDShowFilters().Contains(kPitchShifter)) {
+    if (!routing_.colDShowFilters().Contains(kPitchShifter)) {
         RepairRegistration(kRepairPitch);
-        if (!colDShowFilters().Contains(kPitchShifter)) {
+        if (!routing_.colDShowFilters().Contains(kPitchShifter)) {
             CriticalMessage("Critical Playback Error!", "Pitch shifter MUST exist! - reinstall Orvo");
             return false;
         }
     }
 
     // The surround filter of a speaker-pair output, then the references.
-    const std::string surround = routing::SurroundFilterFor(GetMainSoundcard());
+    const std::string surround = routing::SurroundFilterFor(routing_.GetMainSoundcard());
     if (!surround.empty()) {
-        fSurround = AddFilterByName(surround);
-        if (fSurround) GetPins(SurroundInPin, SurroundOutPin, fSurround);
-        if (!fSurround || errPending() || !SurroundInPin || !SurroundOutPin) {
-            fSurround.reset();
-            SurroundInPin.reset();
-            SurroundOutPin.reset();
-            clearErr();
+        g_.fSurround = AddFilterByName(surround);
+        if (g_.fSurround) FormatChains::GetPins(g_.SurroundInPin, g_.SurroundOutPin, g_.fSurround);
+        if (!g_.fSurround || g_.errPending() || !g_.SurroundInPin || !g_.SurroundOutPin) {
+            g_.fSurround.reset();
+            g_.SurroundInPin.reset();
+            g_.SurroundOutPin.reset();
+            g_.clearErr();
             CriticalMessage("Critical error with surround sound support in Orvo 2012+ - reinstall me?",
                             "Orvo 2012+ surround problem");
         }
     }
-    fWMADecoder = wmaDecoder;
-    fACMWrapper = acmWrapper;
-    fMpegDecoder = mp3Decoder;
-    fMpegSplitter = splitter;
-    fWaveParser = waveParser;
-    fSampleGrabber = grabber;
-    GetPins(SampleGrabberInPin, SampleGrabberOutPin, fSampleGrabber);
+    g_.fWMADecoder = wmaDecoder;
+    g_.fACMWrapper = acmWrapper;
+    g_.fMpegDecoder = mp3Decoder;
+    g_.fMpegSplitter = splitter;
+    g_.fWaveParser = waveParser;
+    g_.fSampleGrabber = grabber;
+    FormatChains::GetPins(g_.SampleGrabberInPin, g_.SampleGrabberOutPin, g_.fSampleGrabber);
     return true;
 }
 
 // ---- The sample grabber ----------------------------------------------------------------------
 
-platform::FilterPtr Player::CreateSampleGrabber() {
-    const platform::CatalogueEntryPtr* entry = colDShowFilters().find(kSampleGrabber);
+platform::FilterPtr GraphSession::CreateSampleGrabber() {
+    const platform::CatalogueEntryPtr* entry = routing_.colDShowFilters().find(kSampleGrabber);
     if (!entry || !*entry) raise(kNoGrabber, "Halden Sample Grabber not found");
     platform::FilterPtr grabber;
-    if (!MainGraphMan || !trap((*entry)->createIn(*MainGraphMan, grabber)) || !grabber)
+    if (!g_.MainGraphMan || !g_.trap((*entry)->createIn(*g_.MainGraphMan, grabber)) || !grabber)
         raise(kNoGrabber, "Halden Sample Grabber could not be created in the graph");
     return grabber;
 }
 
-void Player::PutSampleGrabberBeforeRender() {
-    if (!SoundCardInPin) raise(kGrabberPlacement, "PutSampleGrabber... needs the sound card in pin to work!");
+void GraphSession::PutSampleGrabberBeforeRender() {
+    if (!g_.SoundCardInPin) raise(kGrabberPlacement, "PutSampleGrabber... needs the sound card in pin to work!");
 
     const platform::FilterPtr grabber = FindFilterInGraph(kSampleGrabber);
     if (!grabber) return;
     platform::PinPtr grabberIn, grabberOut;
-    GetPins(grabberIn, grabberOut, grabber);
+    FormatChains::GetPins(grabberIn, grabberOut, grabber);
 
     if (!grabberIn || !grabberIn->isConnected())
         raise(kGrabberPlacement, "PutSampleGrabberBeforeRender expects samplegrabber connection");
     if (!grabberOut || !grabberOut->isConnected())
         raise(kGrabberPlacement, "PutSampleGrabberBeforeRender expects BOTH sample grab pins to be connected");
-    if (!SoundCardInPin->isConnected())
+    if (!g_.SoundCardInPin->isConnected())
         raise(kGrabberPlacement, "PutSampleGrabberBeforeRender expects soundcardinpin to be connected");
 
     const platform::PinPtr feedsGrabber = grabberIn->connectedTo();
     const platform::PinPtr grabberFeeds = grabberOut->connectedTo();
-    const platform::PinPtr feedsCard = SoundCardInPin->connectedTo();
-    if (grabberFeeds == SoundCardInPin) return;
+    const platform::PinPtr feedsCard = g_.SoundCardInPin->connectedTo();
+    if (grabberFeeds == g_.SoundCardInPin) return;
 
     // The grabber leaves its place and goes in front of the card.
-    trap(grabberIn->disconnect());
-    trap(grabberOut->disconnect());
-    trap(feedsGrabber->connectDirect(grabberFeeds));
-    trap(SoundCardInPin->disconnect());
-    trap(grabberIn->connectDirect(feedsCard));
-    trap(grabberOut->connectDirect(SoundCardInPin));
+    g_.trap(grabberIn->disconnect());
+    g_.trap(grabberOut->disconnect());
+    g_.trap(feedsGrabber->connectDirect(grabberFeeds));
+    g_.trap(g_.SoundCardInPin->disconnect());
+    g_.trap(grabberIn->connectDirect(feedsCard));
+    g_.trap(grabberOut->connectDirect(g_.SoundCardInPin));
 }
 
 // ---- Inserts ---------------------------------------------------------------------------------
 
-bool Player::InsertFilterAfterFilter(const platform::FilterPtr& AfterWhatFilter,
+bool GraphSession::InsertFilterAfterFilter(const platform::FilterPtr& AfterWhatFilter,
                                      const platform::FilterPtr& FilterToInsert, std::string& failure) {
     const auto fail = [&](const char* why, const platform::Status& status) {
         failure = std::string(" InsertFilterAfterFilter: failed ") + why + std::to_string(status.number) + " " +
@@ -246,8 +246,8 @@ bool Player::InsertFilterAfterFilter(const platform::FilterPtr& AfterWhatFilter,
     const platform::Status noPin = platform::Status::failure(platform::hr::Pointer, "Invalid pointer");
 
     platform::PinPtr afterIn, afterOut, insertIn, insertOut;
-    if (AfterWhatFilter) GetPins(afterIn, afterOut, AfterWhatFilter);
-    if (FilterToInsert) GetPins(insertIn, insertOut, FilterToInsert);
+    if (AfterWhatFilter) FormatChains::GetPins(afterIn, afterOut, AfterWhatFilter);
+    if (FilterToInsert) FormatChains::GetPins(insertIn, insertOut, FilterToInsert);
 
     if ((insertIn && insertIn->isConnected()) || (insertOut && insertOut->isConnected()))
         return fail("Filter to insert in pin is already connected", {});
@@ -256,8 +256,8 @@ bool Player::InsertFilterAfterFilter(const platform::FilterPtr& AfterWhatFilter,
     if (!downstream) return fail("AfterOutPin was not connected: unexpected", {});
 
     // A splice that fails halfway is undone, so that the audio still flows without the insert.
-    trap(afterOut->disconnect());
-    trap(downstream->disconnect());
+    g_.trap(afterOut->disconnect());
+    g_.trap(downstream->disconnect());
     platform::Status joined = insertIn ? afterOut->connectDirect(insertIn) : noPin;
     if (!joined) {
         afterOut->connectDirect(downstream);
@@ -273,91 +273,91 @@ bool Player::InsertFilterAfterFilter(const platform::FilterPtr& AfterWhatFilter,
     return true;
 }
 
-void Player::InsertPipeSender() {
-    if (!Pipe2020_) return;
+void GraphSession::InsertPipeSender() {
+    if (!g_.Pipe2020_) return;
 
-    pipeSenderWanted_ = true;
-    if (UsePitchAdjuster_) {
-        fPipeSender = AddFilterByNameUnlessPresent(kPipeSender);
-        if (!fPipeSender) {
-            clearErr();
+    g_.pipeSenderWanted_ = true;
+    if (g_.UsePitchAdjuster_) {
+        g_.fPipeSender = AddFilterByNameUnlessPresent(kPipeSender);
+        if (!g_.fPipeSender) {
+            g_.clearErr();
             CriticalMessage("Critical Playback error!", "Halden's Pipe Sender *should* create -- reinstall app?");
-            pipeSenderWanted_ = false;
+            g_.pipeSenderWanted_ = false;
         }
     }
 
     // Behind the pitch shifter.
-    if (pipeSenderWanted_ && fPipeSender) {
+    if (g_.pipeSenderWanted_ && g_.fPipeSender) {
         std::string failure;
-        if (!InsertFilterAfterFilter(FindFilterInGraph(kPitchShifter), fPipeSender, failure))
-            LastError_ += "\r\nInsertPipeSender failed: " + failure;
+        if (!InsertFilterAfterFilter(FindFilterInGraph(kPitchShifter), g_.fPipeSender, failure))
+            g_.LastError_ += "\r\nInsertPipeSender failed: " + failure;
     }
 
     // The new pipe sender takes the player's mute state.
     try {
-        bool mute = get_PipeSenderDownstreamMute();
-        put_PipeSenderDownstreamMute(mute);
+        bool mute = host_.get_PipeSenderDownstreamMute();
+        host_.put_PipeSenderDownstreamMute(mute);
     } catch (const AutomationError& e) {
-        Log("InsertPipeSender: " + e.description());
+        host_.Log("InsertPipeSender: " + e.description());
     }
 }
 
 // The per-item inserts of a built graph: the pitch shifter goes in front of the sample grabber
 // (or, where the grabber carries no audio, in front of the output), the pipe sender behind it,
 // and the grabber is checked to sit last before the card.
-void Player::SetupPitchAndPipeSender() {
+void GraphSession::SetupPitchAndPipeSender() {
     try {
-        if (!MainGraphMan || !SoundCardInPin) return;
+        if (!g_.MainGraphMan || !g_.SoundCardInPin) return;
 
         // The pitch shifter carries rate and pitch; with the adjuster off it passes through.
-        if (!fPitchShifter) {
-            fPitchShifter = AddFilterByNameUnlessPresent(kPitchShifter);
-            if (!fPitchShifter) {
-                Log("SetupPitchAndPipeSender: no pitch shifter: " + std::to_string(Err.number) + " " + Err.description);
-                clearErr();
+        if (!g_.fPitchShifter) {
+            g_.fPitchShifter = AddFilterByNameUnlessPresent(kPitchShifter);
+            if (!g_.fPitchShifter) {
+                host_.Log("SetupPitchAndPipeSender: no pitch shifter: " + std::to_string(g_.Err.number) + " " + g_.Err.description);
+                g_.clearErr();
                 return;
             }
         }
         platform::PinPtr pitchIn, pitchOut;
-        GetPins(pitchIn, pitchOut, fPitchShifter);
+        FormatChains::GetPins(pitchIn, pitchOut, g_.fPitchShifter);
         if (!(pitchIn && pitchIn->isConnected())) {
             const platform::PinPtr before = InsertPointForPitch();
-            if (!before || !InsertFilterBeforePin(fPitchShifter, before)) {
-                Log("SetupPitchAndPipeSender: the pitch shifter could not be placed");
-                RemoveFilterFromGraph(fPitchShifter);
-                fPitchShifter.reset();
-                clearErr();
+            if (!before || !InsertFilterBeforePin(g_.fPitchShifter, before)) {
+                host_.Log("SetupPitchAndPipeSender: the pitch shifter could not be placed");
+                RemoveFilterFromGraph(g_.fPitchShifter);
+                g_.fPitchShifter.reset();
+                g_.clearErr();
                 return;
             }
         }
 
         InsertPipeSender();
 
-        if (SurroundRenderName_.empty() && SampleGrabberInPin && SampleGrabberInPin->isConnected())
+        if (g_.SurroundRenderName_.empty() && g_.SampleGrabberInPin && g_.SampleGrabberInPin->isConnected())
             PutSampleGrabberBeforeRender();
     } catch (const AutomationError& e) {
-        trapError(e.number(), e.description());
-        Log("SetupPitchAndPipeSender: " + std::to_string(e.number()) + " " + e.description());
+        g_.trapError(e.number(), e.description());
+        host_.Log("SetupPitchAndPipeSender: " + std::to_string(e.number()) + " " + e.description());
     }
 }
 
 // The input pin in front of which the pitch shifter goes: the sample grabber's when audio
 // flows through it; otherwise the first pin of the output (the surround filter's, else the card's).
-platform::PinPtr Player::InsertPointForPitch() {
-    if (SampleGrabberInPin && SampleGrabberInPin->isConnected()) return SampleGrabberInPin;
-    const platform::PinPtr feedsCard = SoundCardInPin ? SoundCardInPin->connectedTo() : nullptr;
+platform::PinPtr GraphSession::InsertPointForPitch() {
+    if (g_.SampleGrabberInPin && g_.SampleGrabberInPin->isConnected()) return g_.SampleGrabberInPin;
+    const platform::PinPtr feedsCard = g_.SoundCardInPin ? g_.SoundCardInPin->connectedTo() : nullptr;
     if (!feedsCard) return nullptr;
-    if (SurroundOutPin && feedsCard == SurroundOutPin && SurroundInPin && SurroundInPin->isConnected())
-        return SurroundInPin;
-    return SoundCardInPin;
+    if (g_.SurroundOutPin && feedsCard == g_.SurroundOutPin && g_.SurroundInPin && g_.SurroundInPin->isConnected())
+        return g_.SurroundInPin;
+    return g_.SoundCardInPin;
 }
 
-bool Player::InsertFilterBeforePin(const platform::FilterPtr& filter, const platform::PinPtr& before) {
+bool GraphSession::InsertFilterBeforePin(const platform::FilterPtr& filter, const platform::PinPtr& before) {
     platform::PinPtr in, out;
-    GetPins(in, out, filter);
+    FormatChains::GetPins(in, out, filter);
     const platform::PinPtr feed = before->connectedTo();
     if (!in || !out || !feed) return false;
-    trap(before->disconnect());
+    g_.trap(before->disconnect());
     const auto join = [](const platform::PinPtr& from, const platform::PinPtr& to) {
         return from->connectDirect(to).ok() || from->connect(to).ok();
     };

@@ -8,9 +8,9 @@
 // reader. A failure is kept as the pending error when AddSourceFilter returns false, so that
 // the build reports why no source stands.
 
-#include "control/Player.h"
+#include "graph/GraphSession.h"
 #include "platform/ItemName.h"
-#include "control/ProcessState.h"
+#include "support/ProcessState.h"
 #include "devices/FilterNames.h"
 
 #include "devices/clsCards.h"
@@ -39,20 +39,20 @@ std::string errText(int32_t number, const std::string& description) {
 
 } // namespace
 
-bool Player::AddSourceFilter(const std::string& FileName, bool& bMustUseASFReader) {
+bool GraphSession::AddSourceFilter(const std::string& FileName, bool& bMustUseASFReader) {
     const std::string last3 = text::toLower(text::lastChars(FileName, 3));
     const std::string last4 = text::toLower(text::lastChars(FileName, 4));
     const bool address = isAddress(FileName);
 
     if (last3 == "wma") bMustUseASFReader = true;
-    UsingASFReader_ = false;
-    UsingHaldenSource_ = false;
-    if (!MainGraphMan) return false;
+    g_.UsingASFReader_ = false;
+    g_.UsingHaldenSource_ = false;
+    if (!g_.MainGraphMan) return false;
     RemoveSourceFilter();
-    const std::vector<platform::FilterPtr> standing = MainGraphMan->filters();
+    const std::vector<platform::FilterPtr> standing = g_.MainGraphMan->filters();
 
     // Why no source stands, when none does; left pending for the caller.
-    PendingError failure;
+    GraphModel::PendingError failure;
     platform::FilterPtr source;
     bool result = false;
 
@@ -60,37 +60,37 @@ bool Player::AddSourceFilter(const std::string& FileName, bool& bMustUseASFReade
     struct ClearAdding {
         bool& flag;
         ~ClearAdding() { flag = false; }
-    } clearAdding{AddingSourceFilter};
+    } clearAdding{g_.AddingSourceFilter};
 
     try {
         if (last4 == "flac") {
             // FLAC decodes in its own source. Quick, so the busy flag stays down.
-            Log("flac file loading into madflac ...");
+            host_.Log("flac file loading into madflac ...");
             source = AddFlacSource(FileName);
             if (!source) return false;
         } else {
-            if (last4 == ".m4a" && !IsMp4Capable()) {
-                LastError_ = "Not mp4 capable";
+            if (last4 == ".m4a" && !chains_.IsMp4Capable()) {
+                g_.LastError_ = "Not mp4 capable";
                 return false;
             }
 
             // Busy from here: the stream wait below lets the host in.
-            Log("Setting AddingSourceFilter to TRUE in AddSourceFilter");
-            AddingSourceFilter = true;
-            addingItemName_ = FileName;
-            RaisePlayerLogInfo("This is AddSourceFilter for " + FileName + "...");
-            if (logging())
-                Log(std::string("Player Settings: PreferHaldenSource: ") +
-                    text::boolWord(Process().HaldenSourcePrefer) + " ASFReaderBanned = " +
-                    text::boolWord(Process().ASFReaderBanned));
+            host_.Log("Setting AddingSourceFilter to TRUE in AddSourceFilter");
+            g_.AddingSourceFilter = true;
+            g_.addingItemName_ = FileName;
+            host_.RaisePlayerLogInfo("This is AddSourceFilter for " + FileName + "...");
+            if (host_.logging())
+                host_.Log(std::string("Player Settings: PreferHaldenSource: ") +
+                    text::boolWord(host_.Process().HaldenSourcePrefer) + " ASFReaderBanned = " +
+                    text::boolWord(host_.Process().ASFReaderBanned));
 
             // The player's own reader, for local MP3 files when preferred.
             platform::CatalogueEntryPtr reader;
-            if (Process().HaldenSourcePrefer && !bMustUseASFReader) {
-                if (const platform::CatalogueEntryPtr* own = colDShowFilters().find(kOwnReader)) {
+            if (host_.Process().HaldenSourcePrefer && !bMustUseASFReader) {
+                if (const platform::CatalogueEntryPtr* own = routing_.colDShowFilters().find(kOwnReader)) {
                     if (!address && text::toUpper(last3) == "MP3") reader = *own;
                 } else {
-                    RaiseWriteLog("POTENTIAL TROUBLE: Halden's Source doesnt seem to be regged on this system!");
+                    host_.RaiseWriteLog("POTENTIAL TROUBLE: Halden's Source doesnt seem to be regged on this system!");
                 }
             }
 
@@ -110,68 +110,68 @@ bool Player::AddSourceFilter(const std::string& FileName, bool& bMustUseASFReade
         // The source's output pin. A route's own failure is the reason when no pin is found.
         // A source that could not load its item offers no pin to start from, even where its
         // platform shows the pin before a file is loaded.
-        if (source) fSourceFilter = source;
-        if (failure.number == 0) failure = Err;
-        clearErr();
-        const bool loaded = fSourceFilter && (!fSourceFilter->isFileSource() ||
-                                              !fSourceFilter->fileName().empty());
+        if (source) g_.fSourceFilter = source;
+        if (failure.number == 0) failure = g_.Err;
+        g_.clearErr();
+        const bool loaded = g_.fSourceFilter && (!g_.fSourceFilter->isFileSource() ||
+                                              !g_.fSourceFilter->fileName().empty());
         if (loaded) {
-            const bool windowsMediaStream = text::containsNoCase(fSourceFilter->name(), "icyx://");
-            for (const auto& pin : fSourceFilter->pins()) {
+            const bool windowsMediaStream = text::containsNoCase(g_.fSourceFilter->name(), "icyx://");
+            for (const auto& pin : g_.fSourceFilter->pins()) {
                 if (!pin) continue;
                 if (!windowsMediaStream) {
-                    MainSourcePin = pin; // the last pin wins
+                    g_.MainSourcePin = pin; // the last pin wins
                 } else if (text::containsNoCase(pin->name(), "Audio")) {
-                    MainSourcePin = pin;
+                    g_.MainSourcePin = pin;
                 } else {
-                    trap(pin->render()); // rendered away, so that it cannot stall the graph
+                    g_.trap(pin->render()); // rendered away, so that it cannot stall the graph
                 }
             }
         }
 
-        if (!errPending() && MainSourcePin) {
+        if (!g_.errPending() && g_.MainSourcePin) {
             result = true;
-            Log("AddSourceFilter: Success. Source name: " + fSourceFilter->name());
+            host_.Log("AddSourceFilter: Success. Source name: " + g_.fSourceFilter->name());
         }
     } catch (const AutomationError& e) {
-        failure = PendingError{e.number(), e.description()};
-        Log("AddSourceFilter: " + errText(e.number(), e.description()));
+        failure = GraphModel::PendingError{e.number(), e.description()};
+        host_.Log("AddSourceFilter: " + errText(e.number(), e.description()));
     }
 
-    AddingSourceFilter = false;
+    g_.AddingSourceFilter = false;
     if (!result) {
         RemoveUnusableSources(standing);
-        if (failure.number != 0) Err = failure;
+        if (failure.number != 0) g_.Err = failure;
     }
     return result;
 }
 
 // A source that did not give the chain its pin is no source: it goes, so that the graph holds
 // no half-loaded reader or file source for the next attempt.
-void Player::RemoveUnusableSources(const std::vector<platform::FilterPtr>& standing) {
-    if (!MainGraphMan) return;
-    for (const auto& filter : MainGraphMan->filters()) {
+void GraphSession::RemoveUnusableSources(const std::vector<platform::FilterPtr>& standing) {
+    if (!g_.MainGraphMan) return;
+    for (const auto& filter : g_.MainGraphMan->filters()) {
         if (!filter || std::find(standing.begin(), standing.end(), filter) != standing.end()) continue;
         if (!filter->isFileSource() && !filter->streamSource()) continue;
-        MainGraphMan->removeFilter(filter);
-        if (filter == fSourceFilter) {
-            fSourceFilter.reset();
-            MainSourcePin.reset();
+        g_.MainGraphMan->removeFilter(filter);
+        if (filter == g_.fSourceFilter) {
+            g_.fSourceFilter.reset();
+            g_.MainSourcePin.reset();
         }
     }
 }
 
 // FLAC: the decoding source reads the file itself; a file it does not take is no source.
-platform::FilterPtr Player::AddFlacSource(const std::string& FileName) {
-    if (!colDShowFilters().Contains(kFlacSource)) {
-        Log("Flac source not installed, please install Native Flac Decoder (the Halden de-bugged version ...");
+platform::FilterPtr GraphSession::AddFlacSource(const std::string& FileName) {
+    if (!routing_.colDShowFilters().Contains(kFlacSource)) {
+        host_.Log("Flac source not installed, please install Native Flac Decoder (the Halden de-bugged version ...");
         return nullptr;
     }
     platform::FilterPtr source = AddFilterByName(kFlacSource);
     if (!source) return nullptr;
-    trap(source->setFileName(FileName));
+    g_.trap(source->setFileName(FileName));
     if (source->fileName() != FileName) {
-        MainGraphMan->removeFilter(source);
+        g_.MainGraphMan->removeFilter(source);
         return nullptr;
     }
     return source;
@@ -179,46 +179,46 @@ platform::FilterPtr Player::AddFlacSource(const std::string& FileName) {
 
 // An ordinary local file: the asynchronous file source, or the platform's own choice where
 // that is allowed.
-platform::FilterPtr Player::AddFileSource(const std::string& FileName) {
+platform::FilterPtr GraphSession::AddFileSource(const std::string& FileName) {
     platform::FilterPtr source;
-    if (colDShowFilters().Contains(kFileSource)) source = AddFilterByName(kFileSource);
+    if (routing_.colDShowFilters().Contains(kFileSource)) source = AddFilterByName(kFileSource);
     if (!source) {
         // The system source.
-        if (!Process().AutoRenderAllowed) {
-            LastError_ = "To improve the stability of the program, using system source is disabled";
+        if (!host_.Process().AutoRenderAllowed) {
+            g_.LastError_ = "To improve the stability of the program, using system source is disabled";
             return nullptr;
         }
-        Log("About to set " + FileName + " to system source filter...");
-        trap(MainGraphMan->addSourceFilter(FileName, source));
-        Log("Setted " + FileName + " to system source filter.");
+        host_.Log("About to set " + FileName + " to system source filter...");
+        g_.trap(g_.MainGraphMan->addSourceFilter(FileName, source));
+        host_.Log("Setted " + FileName + " to system source filter.");
         return source;
     }
-    Log("About to set " + FileName + " to async source filter:");
-    Log(source->name() + " ...");
-    trap(source->setFileName(FileName));
-    Log("Setted " + FileName + " to async source filter");
+    host_.Log("About to set " + FileName + " to async source filter:");
+    host_.Log(source->name() + " ...");
+    g_.trap(source->setFileName(FileName));
+    host_.Log("Setted " + FileName + " to async source filter");
     return source;
 }
 
 // An "icystream://" address: the stream source opens it in the background while the host's
 // event loop runs; it is given 10 000 ms.
-platform::FilterPtr Player::AddStreamSource(const std::string& address, PendingError& failure) {
+platform::FilterPtr GraphSession::AddStreamSource(const std::string& address, GraphModel::PendingError& failure) {
     platform::FilterPtr source = AddFilterByName(kStreamSource);
     platform::StreamSourceControl* control = source ? source->streamSource() : nullptr;
     if (!control) {
-        failure = PendingError{Err.number ? Err.number : platform::hr::Pointer,
+        failure = GraphModel::PendingError{g_.Err.number ? g_.Err.number : platform::hr::Pointer,
                                std::string(kStreamSource) + " is not available"};
         return nullptr;
     }
-    streamSource_ = source;
-    streamControl_ = control;
-    control->registerCallback(this);
-    if (!trap(control->open(address))) raise(Err.number, Err.description);
+    g_.streamSource_ = source;
+    g_.streamControl_ = control;
+    control->registerCallback(&chains_);
+    if (!g_.trap(control->open(address))) raise(g_.Err.number, g_.Err.description);
     WaitForStreamSource(source, address);
     return source;
 }
 
-bool Player::WaitForStreamSource(const platform::FilterPtr& source, const std::string& /*address*/) {
+bool GraphSession::WaitForStreamSource(const platform::FilterPtr& source, const std::string& /*address*/) {
     platform::StreamSourceControl* control = source->streamSource();
     auto& ticks = platform_.ticks();
     auto& loop = platform_.eventLoop();
@@ -227,126 +227,126 @@ bool Player::WaitForStreamSource(const platform::FilterPtr& source, const std::s
         if (state == platform::StreamSourceControl::OpenState::Open) return true;
         if (state == platform::StreamSourceControl::OpenState::Failed) {
             const platform::Status why = control->openFailure();
-            streamAnswerFinal_ = control->failureIsFinal();
+            g_.streamAnswerFinal_ = control->failureIsFinal();
             raise(why.number ? why.number : platform::hr::Fail, why.description);
         }
         if (waited >= kStreamTimeoutMs) {
-            streamAnswerFinal_ = true; // a server this slow would be as slow for any source
+            g_.streamAnswerFinal_ = true; // a server this slow would be as slow for any source
             if (control->canCancel()) control->cancel(); // and its connection ends now
             raise(kBusyOrUnplayable, "Waiting too long for the stream to load");
         }
         {
             // The host's loop runs here: what it does is done from outside this load.
-            Reentrance::InEvent hostLoop(reentrance_);
+            Reentrance::InEvent hostLoop(g_.reentrance_);
             loop.processPending();
         }
-        reentrance_.stopIfSuperseded();
+        g_.reentrance_.stopIfSuperseded();
         ticks.sleepMs(kStreamPollMs);
     }
 }
 
 // The Windows Media readers: the player's own reader (when it is preferred for local MP3 files) or the platform's,
 // unless it is banned.
-platform::FilterPtr Player::AddReaderSource(const std::string& FileName, platform::CatalogueEntryPtr reader,
-                                            PendingError& failure) {
+platform::FilterPtr GraphSession::AddReaderSource(const std::string& FileName, platform::CatalogueEntryPtr reader,
+                                            GraphModel::PendingError& failure) {
     const std::string last3 = text::toLower(text::lastChars(FileName, 3));
 
     if (!reader) {
-        if (Process().ASFReaderBanned) {
-            Log("WARNING: WM ASF READER is too old for me to try to use it. Update Windows Media Player to 11 or more!");
+        if (host_.Process().ASFReaderBanned) {
+            host_.Log("WARNING: WM ASF READER is too old for me to try to use it. Update Windows Media Player to 11 or more!");
             // Only the reader opens such addresses: say so rather than let the file route
             // report a missing file.
             if (isAddress(FileName))
-                failure = PendingError{kBusyOrUnplayable, "The address " + FileName +
+                failure = GraphModel::PendingError{kBusyOrUnplayable, "The address " + FileName +
                                                               " needs the Windows Media reader, which is banned "
                                                               "(ASFReaderBanned); only icystream:// and icystreams:// "
                                                               "addresses play without it."};
             return nullptr;
         }
-        const platform::CatalogueEntryPtr* wm = colDShowFilters().find(kWmReader);
+        const platform::CatalogueEntryPtr* wm = routing_.colDShowFilters().find(kWmReader);
         if (!wm) {
-            failure = PendingError{5, "Invalid procedure call or argument"};
+            failure = GraphModel::PendingError{5, "Invalid procedure call or argument"};
             return nullptr;
         }
         reader = *wm;
     }
 
-    clearErr();
+    g_.clearErr();
     platform::FilterPtr source;
-    if (!trap(reader->createIn(*MainGraphMan, source)) || !source) {
-        failure = PendingError{Err.number ? Err.number : platform::hr::Pointer, Err.description};
+    if (!g_.trap(reader->createIn(*g_.MainGraphMan, source)) || !source) {
+        failure = GraphModel::PendingError{g_.Err.number ? g_.Err.number : platform::hr::Pointer, g_.Err.description};
         return nullptr;
     }
-    Log("About to set " + FileName + " to source filter: ");
+    host_.Log("About to set " + FileName + " to source filter: ");
     const std::string name = source->name();
-    Log(name);
+    host_.Log(name);
 
     // The platform's reader hangs on some files: say so, but load them all the same.
     if (text::equalsNoCase(name, kWmReaderName)) {
         if (last3 == "mp3" || last3 == "mp2" || last3 == "wma" || last3 == "asf") {
-            Log("Being careful to check extension before loading into " + name +
+            host_.Log("Being careful to check extension before loading into " + name +
                 " (Should be WM Reader) because of hangs...");
         } else {
-            Log("NOT trying to load file, with extension: " + last3 + " into WM ASF Reader. It is delicate!");
+            host_.Log("NOT trying to load file, with extension: " + last3 + " into WM ASF Reader. It is delicate!");
             if (last3 == "ogg" || last3 == "lac") {
-                Log("Trying the ogg subsystem...");
-                MainGraphMan->removeFilter(source); // one source only
+                host_.Log("Trying the ogg subsystem...");
+                g_.MainGraphMan->removeFilter(source); // one source only
                 return AddOggSource(FileName);
             }
         }
     }
 
-    Log("Loading file: " + FileName + " into " + name + " ... ");
-    trap(source->setFileName(FileName));
-    fSourceFilter = source;
+    host_.Log("Loading file: " + FileName + " into " + name + " ... ");
+    g_.trap(source->setFileName(FileName));
+    g_.fSourceFilter = source;
 
     if (source->fileName() != FileName) {
         // Not loaded: the reason stays pending through the clean-up.
-        Log("Could not load " + FileName + " into source, with erNum: " + std::to_string(Err.number) +
-            " ,desc: " + Err.description);
-        failure = Err.number != 0
-                      ? PendingError{Err.number, "Filename: " + FileName + " could not be loaded -- " + Err.description}
-                      : PendingError{kBusyOrUnplayable, "Filename: " + FileName + " cannot be played."};
-        Log("Removing Source Filter...");
+        host_.Log("Could not load " + FileName + " into source, with erNum: " + std::to_string(g_.Err.number) +
+            " ,desc: " + g_.Err.description);
+        failure = g_.Err.number != 0
+                      ? GraphModel::PendingError{g_.Err.number, "Filename: " + FileName + " could not be loaded -- " + g_.Err.description}
+                      : GraphModel::PendingError{kBusyOrUnplayable, "Filename: " + FileName + " cannot be played."};
+        host_.Log("Removing Source Filter...");
         RemoveSourceFilter();
-        Log("Source Filter removed. Graph looks like this: ");
-        if (logging()) Log(PrintFilters(MainGraphMan));
-        Err = failure;
+        host_.Log("Source Filter removed. Graph looks like this: ");
+        if (host_.logging()) host_.Log(host_.PrintFilters(g_.MainGraphMan));
+        g_.Err = failure;
     } else {
-        Log("Setted " + FileName + " to source filter.");
+        host_.Log("Setted " + FileName + " to source filter.");
     }
 
-    if (errPending()) {
-        fSourceFilter.reset();
+    if (g_.errPending()) {
+        g_.fSourceFilter.reset();
         return nullptr;
     }
     if (text::equalsNoCase(name, kOwnReader)) {
-        UsingHaldenSource_ = true;
+        g_.UsingHaldenSource_ = true;
     } else {
-        UsingASFReader_ = true;
-        UsingHaldenSource_ = false;
+        g_.UsingASFReader_ = true;
+        g_.UsingHaldenSource_ = false;
     }
     return source;
 }
 
 // Ogg (and "lac" names that are not FLAC): the Ogg source, when the Ogg chain is installed.
-platform::FilterPtr Player::AddOggSource(const std::string& FileName) {
-    const bool capable = IsOggCapable(!(fVorbisDecoder && fVorbisSplitter));
+platform::FilterPtr GraphSession::AddOggSource(const std::string& FileName) {
+    const bool capable = chains_.IsOggCapable(!(g_.fVorbisDecoder && g_.fVorbisSplitter));
     if (!capable) {
-        LastError_ = "Ogg decoder chain not installed. Please contact support if you need this.";
-        RaisePlayerLogInfo(LastError_);
-        LastError_ = "\r\n" + LastError_;
+        g_.LastError_ = "Ogg decoder chain not installed. Please contact support if you need this.";
+        host_.RaisePlayerLogInfo(g_.LastError_);
+        g_.LastError_ = "\r\n" + g_.LastError_;
         return nullptr;
     }
-    if (!colDShowFilters().Contains(kOggSource)) return nullptr;
+    if (!routing_.colDShowFilters().Contains(kOggSource)) return nullptr;
     platform::FilterPtr source = AddFilterByName(kOggSource);
     if (!source) {
-        LastError_ = "Unable to create ogg source filter, with err: " + errText(Err.number, Err.description);
+        g_.LastError_ = "Unable to create ogg source filter, with err: " + errText(g_.Err.number, g_.Err.description);
         return nullptr;
     }
-    if (!trap(source->setFileName(FileName)))
-        LastError_ = "Unable to load " + FileName + " into async source filter, with err: " +
-                     errText(Err.number, Err.description);
+    if (!g_.trap(source->setFileName(FileName)))
+        g_.LastError_ = "Unable to load " + FileName + " into async source filter, with err: " +
+                     errText(g_.Err.number, g_.Err.description);
     return source;
 }
 

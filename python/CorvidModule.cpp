@@ -5,8 +5,8 @@
 // Threads: everything runs on the thread that made the platform, holding the interpreter's
 // lock, except the blocking pumps, which let go of it while they wait.
 
-#include "control/MemberIds.h"
-#include "control/Player.h"
+#include <corvid/MemberIds.h>
+#include <corvid/Player.h>
 
 #include <corvid/NativePlatform.h>
 #include <corvid/SimPlatform.h>
@@ -169,8 +169,8 @@ void bindPlatforms(py::module_& m) {
 }
 
 // A property X read by get_X and written by put_X, the written value passed by reference.
-template <class T, class Get, class Put>
-void property(py::class_<PyPlayer>& c, const char* name, Get get, Put put) {
+template <class T>
+void property(py::class_<PyPlayer>& c, const char* name, T (Player::*get)(), void (Player::*put)(T&)) {
     c.def_property(
         name, [get](PyPlayer& p) { return (p.player.*get)(); },
         [put](PyPlayer& p, T value) { (p.player.*put)(value); });
@@ -178,11 +178,11 @@ void property(py::class_<PyPlayer>& c, const char* name, Get get, Put put) {
 template <class Get> void readOnly(py::class_<PyPlayer>& c, const char* name, Get get) {
     c.def_property_readonly(name, [get](PyPlayer& p) { return (p.player.*get)(); });
 }
-template <class T> void field(py::class_<PyPlayer>& c, const char* name, T Player::*member) {
-    c.def_property(
-        name, [member](PyPlayer& p) { return p.player.*member; },
-        [member](PyPlayer& p, T value) { p.player.*member = value; });
-}
+// A public field of the player: a plain stored value.
+#define CORVID_FIELD(c, name)                                                                  \
+    c.def_property(                                                                            \
+        #name, [](PyPlayer& p) { return p.player.name; },                                      \
+        [](PyPlayer& p, std::decay_t<decltype(p.player.name)> value) { p.player.name = value; })
 template <class Method> void method(py::class_<PyPlayer>& c, const char* name, Method call) {
     c.def(name, [call](PyPlayer& p) { return (p.player.*call)(); });
 }
@@ -199,12 +199,12 @@ void bindPlayer(py::module_& m) {
         p.events.on(event, std::move(callback));
     }, py::arg("event"), py::arg("callback"), "Calls `callback` with the event's values; None removes it.");
 
-    field(c, "CanCueIn", &Player::CanCueIn);
-    field(c, "UsesVu", &Player::UsesVu);
-    field(c, "UseAutoCue", &Player::UseAutoCue);
-    field(c, "ForCart", &Player::ForCart);
-    field(c, "m_Endraised", &Player::m_Endraised);
-    field(c, "StateChangeVerify", &Player::StateChangeVerify);
+    CORVID_FIELD(c, CanCueIn);
+    CORVID_FIELD(c, UsesVu);
+    CORVID_FIELD(c, UseAutoCue);
+    CORVID_FIELD(c, ForCart);
+    CORVID_FIELD(c, m_Endraised);
+    CORVID_FIELD(c, StateChangeVerify);
 
     property<bool>(c, "PipeSenderDownstreamMute", &Player::get_PipeSenderDownstreamMute,
                    &Player::put_PipeSenderDownstreamMute);

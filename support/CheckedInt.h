@@ -4,7 +4,7 @@
 // runtime's "Overflow" error (number 6) instead of wrapping. Conversions from floating
 // point round to nearest with ties to even, as the host's own conversions do.
 
-#include "support/AutomationError.h"
+#include <corvid/AutomationError.h>
 
 #include <cmath>
 #include <cstdint>

@@ -1,5 +1,6 @@
 #include "support/Text.h"
-#include "support/NameCollection.h"
+#include <corvid/KeyedCollection.h>
+#include <corvid/NameCollection.h>
 
 #include <algorithm>
 #include <cctype>
@@ -13,6 +14,8 @@ std::string_view lastChars(std::string_view s, std::size_t n) {
 } // namespace corvid::text
 
 namespace corvid {
+
+bool sameKey(std::string_view a, std::string_view b) { return text::equalsNoCase(a, b); }
 
 void NameCollection::Remove(std::size_t index) {
     if (index < names_.size()) names_.erase(names_.begin() + static_cast<std::ptrdiff_t>(index));

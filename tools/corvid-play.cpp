@@ -5,7 +5,7 @@
 // while the previous one plays out. It is also a small example of a host: it waits in poll()
 // on the event loop's wakeup descriptor, the terminal and its signals, and never on a timer.
 
-#include "control/Player.h"
+#include <corvid/Player.h>
 
 #include <corvid/NativePlatform.h>
 #include <corvid/Tags.h>

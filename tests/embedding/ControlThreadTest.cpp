@@ -2,7 +2,7 @@
 // stopped with a message naming the member, in a debug build. This test builds the check in
 // its debug form whatever the build type, so that CI's release build runs it too.
 
-#include "control/Player.h"
+#include <corvid/Player.h>
 #include "platform/sim/SimPlatform.h"
 
 #include <gtest/gtest.h>

@@ -4,7 +4,7 @@
 
 #include "NativeTestSupport.h"
 
-#include "control/Player.h"
+#include <corvid/Player.h>
 #include "levels/SilenceDet.h"
 
 #include <chrono>

@@ -11,7 +11,7 @@
 
 #include "NativeTestSupport.h"
 
-#include "control/Player.h"
+#include <corvid/Player.h>
 #include "platform/native/NativeCatalogue.h"
 #include "platform/native/filters/Filters.h"
 #include "platform/native/stream/Icy.h"

@@ -2,7 +2,7 @@
 // A player on the standard simulated machine with a recording host, for the load, transport,
 // cue/segue and level tests.
 
-#include "control/Player.h"
+#include <corvid/Player.h>
 #include "platform/sim/SimPlatform.h"
 #include "tests/sim/PlayerInternals.h"
 #include "tests/sim/RecordingEvents.h"

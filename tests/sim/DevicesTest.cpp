@@ -7,7 +7,7 @@
 #include "devices/clsCards.h"
 #include "devices/clsEnumFilters.h"
 #include "devices/Routing.h"
-#include "support/AutomationError.h"
+#include <corvid/AutomationError.h>
 
 #include <utility>
 

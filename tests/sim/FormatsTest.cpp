@@ -3,7 +3,7 @@
 // from source to renderer, at LastError, at the log and at the pending error.
 
 #include "platform/sim/SimPlatform.h"
-#include "support/AutomationError.h"
+#include <corvid/AutomationError.h>
 #include "support/TimerClass1.h"
 #include "tests/sim/PlayerInternals.h"
 #include "tests/sim/RecordingEvents.h"

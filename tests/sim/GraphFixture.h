@@ -3,7 +3,7 @@
 // graph and device tests: builds items, and reads back which filters stand in the graph and
 // which is connected to which.
 
-#include "control/Player.h"
+#include <corvid/Player.h>
 #include "platform/sim/SimPlatform.h"
 #include "tests/sim/PlayerInternals.h"
 #include "tests/sim/RecordingEvents.h"

@@ -4,7 +4,7 @@
 
 #include "tests/sim/GraphFixture.h"
 
-#include "support/AutomationError.h"
+#include <corvid/AutomationError.h>
 
 namespace corvid::testing {
 

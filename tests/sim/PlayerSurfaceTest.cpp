@@ -1,8 +1,8 @@
 // The player's public surface on a fresh simulated machine: process-wide settings, the
 // adjusted accessors, the playstate override, the per-user settings and the graph listing.
 
-#include "control/MemberIds.h"
-#include "control/Player.h"
+#include <corvid/MemberIds.h>
+#include <corvid/Player.h>
 #include "levels/SilenceDet.h"
 #include "platform/sim/SimPlatform.h"
 #include "tests/sim/PlayerInternals.h"

@@ -2,7 +2,7 @@
 // A host that records every event the player raises, in order, for tests to read back.
 // Hooks let a test act from inside an event, as real hosts do.
 
-#include "control/PlayerEvents.h"
+#include <corvid/PlayerEvents.h>
 
 #include <functional>
 #include <string>

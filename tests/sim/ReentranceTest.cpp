@@ -7,8 +7,8 @@
 //
 // Under the sanitizers: bash scripts/reentrance.sh
 
-#include "control/MemberIds.h"
-#include "control/Player.h"
+#include <corvid/MemberIds.h>
+#include <corvid/Player.h>
 #include "levels/SilenceDet.h"
 #include "platform/sim/SimPlatform.h"
 

@@ -5,7 +5,7 @@
 // Parameters passed by non-const reference may be changed by the handler, and the player
 // goes on with the changed values where it says so.
 
-#include "support/NameCollection.h"
+#include <corvid/NameCollection.h>
 
 #include <cstdint>
 #include <string>

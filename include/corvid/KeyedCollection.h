@@ -3,15 +3,18 @@
 // catalogue's filters and devices, keyed by display name. Adding a key that is already there
 // fails, so that callers decide what a duplicate means.
 
-#include "support/Text.h"
 
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 namespace corvid {
+
+// Whether two keys name the same entry: equal without regard to case.
+bool sameKey(std::string_view a, std::string_view b);
 
 template <class T> class KeyedCollection {
 public:
@@ -32,7 +35,7 @@ public:
     bool Contains(const std::string& key) const { return find(key) != nullptr; }
     const T* find(const std::string& key) const {
         for (const auto& e : entries_)
-            if (text::equalsNoCase(e.key, key)) return &e.value;
+            if (sameKey(e.key, key)) return &e.value;
         return nullptr;
     }
     void Clear() { entries_.clear(); }

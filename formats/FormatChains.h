@@ -1,0 +1,111 @@
+#pragma once
+// The format chains: one chain per kind of item, each joining the source's pin through its
+// parser and decoder to the sample grabber and the output device, plus the surround insert and
+// the stream source's callbacks. The dispatcher in graph/ chooses which chain runs; a chain that
+// needs a source, a standard filter or a new grabber asks the graph session through ChainGraph.
+
+#include "devices/GraphModel.h"
+#include "devices/Routing.h"
+#include "platform/MediaGraph.h"
+#include "platform/Platform.h"
+
+#include <cstdint>
+#include <string>
+
+namespace corvid {
+
+// What the chains ask of the graph session above them.
+class ChainGraph {
+public:
+    virtual bool AddSourceFilter(const std::string& FileName, bool& bMustUseASFReader) = 0;
+    // Creates a registered filter in the main graph by display name, unless one of that name
+    // is there already (pending error on failure).
+    virtual platform::FilterPtr AddFilterByNameUnlessPresent(const std::string& displayName) = 0;
+    virtual platform::FilterPtr CreateSampleGrabber() = 0;
+    virtual void RemoveSourceFilter() = 0;
+
+protected:
+    ~ChainGraph() = default;
+};
+
+class FormatChains : public platform::ShoutcastCallback {
+public:
+    FormatChains(GraphModel& g, GraphHost& host, DeviceRouting& routing, ChainGraph& graph,
+                 platform::Platform& platform)
+        : g_(g), host_(host), routing_(routing), graph_(graph), platform_(platform) {}
+
+    bool IsMp4Capable(bool ForceRefresh = false);
+    bool IsOggCapable(bool ForceRefresh = false);
+    void IShoutcastCallback_StreamBuffering(int32_t BufferPercentFull);
+    void IShoutcastCallback_MetaChangeCallback(const std::string& sArtistTitle,
+                                               const std::string& sURL,
+                                               const std::string& sFullMeta);
+    void IShoutcastCallback_OdStreamSeg(double Seg);
+    bool get_isStreaming();
+    int16_t get_StreamBufferingPercent();
+    bool get_TryingToPlay();
+    bool get_StreamingCanCancelPlay();
+    void StreamingCancelPlay();
+    bool get_StreamingIsOnDemandFile();
+    bool get_UsingHaldenSource();
+    bool get_UsingASFReader();
+    // The stream source's callbacks (ShoutcastCallback).
+    void StreamBuffering(int32_t bufferPercentFull) override;
+    void MetaChangeCallback(const std::string& artistTitle, const std::string& url,
+                            const std::string& fullMeta) override;
+    void OdStreamSeg(double seg) override;
+    // How a chain starts: it takes the source pin it was given (and says so), or adds the source
+    // itself and takes its pin. The texts are the chain's own; false when no pin stands.
+    struct SourcePinTexts {
+        const char* cannotAdd;
+        const char* givenPrefix;
+        const char* noPin;
+    };
+    bool TakeSourcePin(platform::PinPtr& sourcePin, const std::string& fileName,
+                       bool mustUseAsfReader, const SourcePinTexts& texts);
+    static void GetPins(platform::PinPtr& inPin, platform::PinPtr& outPin,
+                        const platform::FilterPtr& filter);
+    bool ConnectMp3Filters(platform::PinPtr& sourcePin, platform::PinPtr& splitterIn,
+                           platform::FilterPtr& splitter, platform::PinPtr& decoderIn,
+                           platform::PinPtr& decoderOut, platform::PinPtr& sgIn,
+                           platform::PinPtr& sgOut, platform::PinPtr& renderIn,
+                           platform::FilterPtr& sampleGrabber, bool& usingWM,
+                           const std::string& fileName);
+    bool ConnectWaveFilters(platform::PinPtr& sourcePin, platform::PinPtr& waveParserIn,
+                            platform::FilterPtr& waveParser, platform::PinPtr& sgIn,
+                            platform::PinPtr& sgOut, platform::PinPtr& renderIn,
+                            platform::FilterPtr& sampleGrabber, const std::string& fileName);
+    bool ConnectWMAFilters(platform::PinPtr& sourcePin, platform::PinPtr& sgIn,
+                           platform::PinPtr& sgOut, platform::PinPtr& renderIn,
+                           const std::string& fileName);
+    bool ConnectOggFilters(platform::PinPtr& sourcePin, platform::PinPtr& sgIn,
+                           platform::PinPtr& sgOut, platform::PinPtr& renderIn,
+                           const std::string& fileName);
+    bool ConnectMp4Filters(platform::PinPtr& sourcePin, platform::PinPtr& sgIn,
+                           platform::PinPtr& sgOut, platform::PinPtr& renderIn,
+                           platform::FilterPtr& sampleGrabber, const std::string& fileName);
+    bool ConnectStreamFilters(platform::PinPtr& sourcePin, platform::PinPtr& decoderIn,
+                              platform::PinPtr& decoderOut, platform::PinPtr& sgIn,
+                              platform::PinPtr& sgOut, platform::PinPtr& renderIn,
+                              platform::FilterPtr& sampleGrabber, const std::string& fileName);
+    void AddVorbisFilters(bool& force, bool& ok);
+    void RemoveVorbisFilters();
+    void AddMp4Filters(bool& force, bool& ok);
+    void RemoveMp4Filters();
+    void InsertSurroundFilter(platform::PinPtr& renderInPin);
+    // Chain helpers (formats/ChainSupport.cpp): each keeps its failure as the pending error.
+    platform::FilterPtr CreateSampleGrabberTrapped();
+    void RemoveFilterTrapped(const platform::FilterPtr& filter);
+    platform::CatalogueEntryPtr TakeCatalogueEntry(const std::string& displayName);
+    platform::FilterPtr AddCatalogueInstance(const platform::CatalogueEntryPtr& entry);
+    void RemoveSourceFilterKeepingError();
+
+private:
+    GraphModel& g_;
+    GraphHost& host_;
+    DeviceRouting& routing_;
+    ChainGraph& graph_;
+    platform::Platform& platform_;
+};
+
+} // namespace corvid

@@ -1,0 +1,96 @@
+#pragma once
+// The graph session: the life of the player's graph (creating it, building it for one item,
+// disconnecting it, destroying it), the source selection, the chain dispatch and the standard
+// filters and inserts. It works on the graph object model, reaches the devices and the format
+// chains below it directly, and the player above it through GraphHost.
+
+#include "devices/GraphModel.h"
+#include "devices/Routing.h"
+#include "formats/FormatChains.h"
+#include "platform/Platform.h"
+
+#include <string>
+#include <vector>
+
+namespace corvid {
+
+class GraphSession : public ChainGraph {
+public:
+    GraphSession(GraphModel& g, GraphHost& host, DeviceRouting& routing, FormatChains& chains,
+                 platform::Platform& platform)
+        : g_(g), host_(host), routing_(routing), chains_(chains), platform_(platform) {}
+
+    void CreateNewGraph(bool MakinPFLGraph);
+    bool BuildGraph(const std::string& FileName, bool bMustUseASFReader, bool CanUseAutoRender);
+    bool BuildGraphFailed(const std::string& pendingMessage);
+    void ReplaceGraph(bool MakinPFLGraph); // CreateNewGraph's work; raises 558 while busy
+    void DestroyGraph(bool keepPlaystate = false);
+    void ForgetMainGraphFilters();
+    void DisconnectAllFilters(platform::GraphPtr graph); // held: the host may replace it meanwhile
+    void RemoveSourceFilter() override;
+    void PruneUnconnectedFilters();
+    // Raises 558 with the refusal (and the waiting item) while a source is being added.
+    void BusyGuard(const char* refusal, bool quoteItem);
+    // ---- Source selection (graph/SourceSelection.cpp) ----
+    bool AddSourceFilter(const std::string& FileName, bool& bMustUseASFReader) override;
+    platform::FilterPtr AddFlacSource(const std::string& FileName);
+    platform::FilterPtr AddFileSource(const std::string& FileName);
+    platform::FilterPtr AddStreamSource(const std::string& address, GraphModel::PendingError& failure);
+    bool WaitForStreamSource(const platform::FilterPtr& source, const std::string& address);
+    platform::FilterPtr AddReaderSource(const std::string& FileName, platform::CatalogueEntryPtr reader,
+                                        GraphModel::PendingError& failure);
+    platform::FilterPtr AddOggSource(const std::string& FileName);
+    void RemoveUnusableSources(const std::vector<platform::FilterPtr>& standing);
+    // ---- Chain dispatch (graph/ChainDispatch.cpp) ----
+    // The dispatcher's own copies of the pins it hands to the chains.
+    struct ChainPins {
+        platform::PinPtr source, splitterIn, decoderIn, decoderOut, waveParserIn;
+        platform::PinPtr sgIn, sgOut, renderIn;
+        platform::FilterPtr grabber;
+    };
+    bool ConnectGraphFilters(const std::string& FileName, bool CanUseAutoRender,
+                             bool bMustUseASFReader);
+    bool ConnectFallbackChains(ChainPins& pins, bool& usingWM, const std::string& FileName,
+                               bool CanUseAutoRender);
+    bool ChainDispatchFailed();
+    bool GatherChainPins(ChainPins& pins);
+    void RecreateGrabberIfMissing(ChainPins& pins);
+    void ForgetSourceForNextChain(ChainPins& pins);
+    void SyncChainPins(ChainPins& pins);
+    bool TryMp3Chain(ChainPins& pins, bool& usingWM, const std::string& FileName);
+    bool TryWaveChain(ChainPins& pins, const std::string& FileName);
+    bool TryWmaChain(ChainPins& pins, const std::string& FileName);
+    bool TryOggChain(ChainPins& pins, const std::string& FileName);
+    bool RenderAutomatically(const std::string& FileName, platform::PinPtr& sgIn,
+                             platform::PinPtr& sgOut);
+    bool RenderAutomaticallyFailed(const GraphModel::PendingError& failure, bool grabberRemoved);
+    // ---- Standard filters and inserts (graph/Inserts.cpp) ----
+    void AddGraphFilters();
+    bool StockStandardFilters();
+    platform::FilterPtr CreateSampleGrabber() override;
+    void PutSampleGrabberBeforeRender();
+    bool InsertFilterAfterFilter(const platform::FilterPtr& AfterWhatFilter,
+                                 const platform::FilterPtr& FilterToInsert, std::string& failure);
+    void InsertPipeSender();
+    void SetupPitchAndPipeSender();
+    platform::PinPtr InsertPointForPitch();
+    bool InsertFilterBeforePin(const platform::FilterPtr& filter, const platform::PinPtr& before);
+    // Creates a registered filter in the main graph by display name (pending error on failure).
+    platform::FilterPtr AddFilterByName(const std::string& displayName);
+    // The same, unless a filter of that name is already in the graph.
+    platform::FilterPtr AddFilterByNameUnlessPresent(const std::string& displayName) override;
+    platform::FilterPtr FindFilterInGraph(const std::string& name);
+    bool RemoveFilterFromGraph(const platform::FilterPtr& filter);
+    bool IsInMainGraph(const platform::FilterPtr& filter);
+    void RepairRegistration(const std::string& commandLine);
+    void CriticalMessage(const std::string& text, const std::string& title);
+
+private:
+    GraphModel& g_;
+    GraphHost& host_;
+    DeviceRouting& routing_;
+    FormatChains& chains_;
+    platform::Platform& platform_;
+};
+
+} // namespace corvid
