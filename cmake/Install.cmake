@@ -14,8 +14,9 @@ if(CORVID_NATIVE)
 endif()
 
 foreach(library ${CORVID_LIBRARIES})
+  # Each library finds the others beside it, wherever the prefix is.
   set_target_properties(${library} PROPERTIES VERSION ${PROJECT_VERSION}
-    SOVERSION ${PROJECT_VERSION_MAJOR})
+    SOVERSION ${PROJECT_VERSION_MAJOR} INSTALL_RPATH "$ORIGIN")
 endforeach()
 set_target_properties(corvid_platform PROPERTIES EXPORT_NAME platform)
 set_target_properties(corvid PROPERTIES EXPORT_NAME corvid)
