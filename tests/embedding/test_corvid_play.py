@@ -1,35 +1,21 @@
 """corvid-play as an operator meets it: the command line, keys and signals under a
 pseudo-terminal, and two items in a row with a segue, all on the silent device."""
 
-import array
 import fcntl
-import math
 import os
 import re
 import select
 import subprocess
+import sys
 import termios
 import time
-import wave
 
 import pytest
 
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "python"))
+from madeitems import make_item  # noqa: E402
+
 PLAY = os.environ["CORVID_PLAY"]
-
-
-def make_item(path, loud_seconds, quiet_seconds, rate=44100):
-    """A 440 Hz tone, then silence: the segue point is where the tone ends."""
-    samples = array.array("h")
-    for i in range(int(loud_seconds * rate)):
-        v = int(16000 * math.sin(2 * math.pi * 440 * i / rate))
-        samples.extend((v, v))
-    samples.extend([0] * int(quiet_seconds * rate) * 2)
-    with wave.open(str(path), "wb") as w:
-        w.setnchannels(2)
-        w.setsampwidth(2)
-        w.setframerate(rate)
-        w.writeframes(samples.tobytes())
-    return str(path)
 
 
 @pytest.mark.parametrize("args, code, stream, text", [
@@ -57,7 +43,7 @@ def read_until(fd, pattern, seconds=20):
 
 
 def test_keys_work_and_ctrl_c_gives_the_terminal_back(tmp_path):
-    item = make_item(tmp_path / "long.wav", 30, 0)
+    item = make_item(tmp_path / "long.wav", [(30, True)])
     master, slave = os.openpty()
     before = termios.tcgetattr(slave)
 
@@ -83,8 +69,8 @@ def test_keys_work_and_ctrl_c_gives_the_terminal_back(tmp_path):
 
 
 def test_segue_starts_the_next_item_at_the_segue_point(tmp_path):
-    first = make_item(tmp_path / "first.wav", 2.5, 2.0)
-    second = make_item(tmp_path / "second.wav", 1.0, 0.5)
+    first = make_item(tmp_path / "first.wav", [(2.5, True), (2.0, False)])
+    second = make_item(tmp_path / "second.wav", [(1.0, True), (0.5, False)])
     done = subprocess.run([PLAY, "--silent", "--segue", "--quiet", first, second],
                           capture_output=True, text=True, timeout=60)
     assert done.returncode == 0, done.stderr

@@ -2,29 +2,17 @@
 private PulseAudio null sink with its events delivered through asyncio, and a host test on the
 simulation."""
 
-import array
 import asyncio
-import math
 import os
 import subprocess
-import wave
+import sys
 
 import pytest
 
 import corvid
 
-
-def make_item(path, quiet=0.4, loud=1.2, rate=44100):
-    samples = array.array("h", [0] * int(quiet * rate) * 2)
-    for i in range(int(loud * rate)):
-        v = int(16000 * math.sin(2 * math.pi * 440 * i / rate))
-        samples.extend((v, v))
-    with wave.open(str(path), "wb") as w:
-        w.setnchannels(2)
-        w.setsampwidth(2)
-        w.setframerate(rate)
-        w.writeframes(samples.tobytes())
-    return str(path)
+sys.path.insert(0, os.path.dirname(__file__))
+from madeitems import make_item  # noqa: E402
 
 
 @pytest.fixture(scope="module")
@@ -66,7 +54,7 @@ async def play_until_the_end(platform, player, item):
 
 @pytest.mark.parametrize("where", ["silent", "null_sink"])
 def test_plays_a_made_file_with_events_through_asyncio(where, tmp_path, request):
-    item = make_item(tmp_path / "tone.wav")
+    item = make_item(tmp_path / "tone.wav", [(0.4, False), (1.2, True)])
     output = "silent" if where == "silent" else "pulseaudio"
     device = request.getfixturevalue("null_sink") if where == "null_sink" else None
     platform = corvid.NativePlatform(output=output, settings_in_memory=True)
