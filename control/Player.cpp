@@ -10,7 +10,9 @@ namespace corvid {
 Player::Player(platform::Platform& platform)
     : core_(std::make_unique<PlayerCore>(platform)), CanCueIn(core_->CanCueIn), UsesVu(core_->UsesVu),
       UseAutoCue(core_->UseAutoCue), ForCart(core_->ForCart), m_Endraised(core_->endRaised()),
-      StateChangeVerify(core_->StateChangeVerify) {}
+      StateChangeVerify(core_->StateChangeVerify) {
+    core_->controlThreadOnly("Player::Player");
+}
 
 Player::~Player() = default;
 
@@ -44,14 +46,26 @@ void Player::put_AutoSeg(const bool& value) { bool copy = value; put_AutoSeg(cop
 NameCollection& Player::get_FilterNamesWeNeed() { return core_->get_FilterNamesWeNeed(); }
 void Player::putref_FilterNamesWeNeed(const NameCollection& value) { core_->putref_FilterNamesWeNeed(value); }
 SoundCardCollection Player::QuerySoundCards(bool ForceEnum) { return core_->routing().QuerySoundCards(ForceEnum); }
-void Player::StopPlaying() { core_->StopPlaying(); }
-void Player::Play() { core_->Play(); }
-void Player::Pause() { core_->Pause(); }
+void Player::StopPlaying() {
+    core_->controlThreadOnly("Player::StopPlaying");
+    core_->StopPlaying();
+}
+void Player::Play() {
+    core_->controlThreadOnly("Player::Play");
+    core_->Play();
+}
+void Player::Pause() {
+    core_->controlThreadOnly("Player::Pause");
+    core_->Pause();
+}
 float Player::get_Elapsed() { return core_->get_Elapsed(); }
 void Player::put_ElapsedForcedChange(float& value) { core_->put_ElapsedForcedChange(value); }
 void Player::put_ElapsedForcedChange(const float& value) { float copy = value; put_ElapsedForcedChange(copy); }
 std::string Player::get_FileName() { return core_->get_FileName(); }
-void Player::put_FileName(std::string& value) { core_->put_FileName(value); }
+void Player::put_FileName(std::string& value) {
+    core_->controlThreadOnly("Player::put_FileName");
+    core_->put_FileName(value);
+}
 void Player::put_FileName(const std::string& value) { std::string copy = value; put_FileName(copy); }
 double Player::get_Duration() { return core_->get_Duration(); }
 bool Player::get_mute() { return core_->get_mute(); }
@@ -64,7 +78,10 @@ int32_t Player::get_Volume() { return core_->get_Volume(); }
 void Player::put_Volume(int32_t& value) { core_->put_Volume(value); }
 void Player::put_Volume(const int32_t& value) { int32_t copy = value; put_Volume(copy); }
 double Player::get_CurrentPosition() { return core_->get_CurrentPosition(); }
-void Player::put_CurrentPosition(double& value) { core_->put_CurrentPosition(value); }
+void Player::put_CurrentPosition(double& value) {
+    core_->controlThreadOnly("Player::put_CurrentPosition");
+    core_->put_CurrentPosition(value);
+}
 void Player::put_CurrentPosition(const double& value) { double copy = value; put_CurrentPosition(copy); }
 std::string Player::get_ThisCartName() { return core_->get_ThisCartName(); }
 void Player::put_ThisCartName(std::string& value) { core_->put_ThisCartName(value); }
@@ -83,7 +100,10 @@ bool Player::DefaultSoundDeviceExists() { return core_->routing().DefaultSoundDe
 void Player::SoundCardRouterSet() { core_->routing().SoundCardRouterSet(); }
 void Player::SoundCardNullSet() { core_->routing().SoundCardNullSet(); }
 void Player::CreateNewGraph(bool MakinPFLGraph) { core_->CreateNewGraph(MakinPFLGraph); }
-void Player::Init() { core_->Init(); }
+void Player::Init() {
+    core_->controlThreadOnly("Player::Init");
+    core_->Init();
+}
 NameCollection Player::get_Plugins() { return core_->get_Plugins(); }
 void Player::AddPlugin(const std::string& FilterName) { core_->AddPlugin(FilterName); }
 void Player::ShowPropPage(const std::string& filter, int32_t hwnd) { core_->ShowPropPage(filter, hwnd); }

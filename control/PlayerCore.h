@@ -33,6 +33,12 @@ struct PlayerProcessState;
 
 class PlayerCore : private GraphHost {
 public:
+    // Reports a call made on another thread than the platform's control thread; the host
+    // entry points that change the player begin with it.
+    void controlThreadOnly(const char* member) const {
+        platform_.eventLoop().checkControlThread(member);
+    }
+
     explicit PlayerCore(platform::Platform& platform);
     ~PlayerCore();
     PlayerCore(const PlayerCore&) = delete;
@@ -164,6 +170,7 @@ private:
     // the host runs at an event depth of its own, and an operation that the host superseded
     // from inside stops as soon as the event returns.
     template <class F> void raiseEvent(F&& call) {
+        controlThreadOnly("a Player event");
         PlayerEvents* events = events_;
         if (!events) return;
         {

@@ -58,6 +58,7 @@ std::function<void()> QueuedEventLoop::takeFirstLocked() {
 }
 
 int QueuedEventLoop::processPending() {
+    checkControlThread("EventLoop::processPending");
     std::size_t due;
     {
         std::lock_guard lock(mutex_);
@@ -78,6 +79,7 @@ int QueuedEventLoop::processPending() {
 }
 
 void QueuedEventLoop::run() {
+    checkControlThread("EventLoop::run");
     for (;;) {
         std::function<void()> task;
         {
@@ -94,6 +96,7 @@ void QueuedEventLoop::run() {
 }
 
 bool QueuedEventLoop::runUntil(const std::function<bool()>& done, int timeoutMs) {
+    checkControlThread("EventLoop::runUntil");
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     for (;;) {
         processPending();

@@ -21,8 +21,6 @@ public:
     // control thread pumps again.
     explicit QueuedEventLoop(std::size_t maxPending = std::numeric_limits<std::size_t>::max());
     ~QueuedEventLoop() override;
-    QueuedEventLoop(const QueuedEventLoop&) = delete;
-    QueuedEventLoop& operator=(const QueuedEventLoop&) = delete;
 
     // Thread-safe.
     void post(std::function<void()> task) override;

@@ -1,9 +1,11 @@
 #pragma once
 // The platform services outside the media graph: the millisecond tick counter, the per-user
-// settings store, the operator (message boxes, processes, files), the tag reader and the
-// event loop of the control thread.
+// settings store, the operator (message boxes, processes, files), the tag reader, and the
+// event loop of the control thread (public, in <corvid/EventLoop.h>).
 
 #include "platform/Status.h"
+
+#include <corvid/EventLoop.h>
 
 #include <cstdint>
 #include <functional>
@@ -71,29 +73,6 @@ public:
     virtual Status attribute(const std::string& name, std::string& value) = 0;
 };
 
-// The control thread's queue. Work done on other threads reaches the player only through
-// post(); tasks run in the order posted, on the thread that pumps the loop.
-//
-// A host pumps it in one of three ways: run() blocks until quit(); runUntil() pumps for a
-// while; or the host waits for wakeupFd() in its own loop and calls processPending() when it
-// becomes readable.
-class EventLoop {
-public:
-    virtual ~EventLoop() = default;
-    // Thread-safe.
-    virtual void post(std::function<void()> task) = 0;
-    // Runs the tasks pending now; returns how many ran. Control thread only.
-    virtual int processPending() = 0;
-    // Pumps until quit() is called. Control thread only.
-    virtual void run() = 0;
-    // Pumps until `done` holds or `timeoutMs` has passed; whether it held. Control thread only.
-    virtual bool runUntil(const std::function<bool()>& done, int timeoutMs) = 0;
-    // Thread-safe.
-    virtual void quit() = 0;
-    // A descriptor that is readable while tasks are pending, for the host's own poll(), GLib
-    // source, QSocketNotifier or asyncio reader. The pumps above drain it; the host only
-    // waits on it, never reads or closes it. Owned by the loop for its whole life.
-    virtual int wakeupFd() const = 0;
-};
+using corvid::EventLoop;
 
 } // namespace corvid::platform

@@ -10,6 +10,7 @@ packages=(
   libpulse-dev libsoundtouch-dev libtag1-dev libssl-dev
   pulseaudio pulseaudio-utils icecast2 ffmpeg sox openssl ca-certificates
   qt6-base-dev xvfb xauth libgl-dev
+  pybind11-dev python3-dev python3-pytest
 )
 
 if [ "$(id -u)" -ne 0 ]; then sudo=sudo; else sudo=; fi
