@@ -1,7 +1,7 @@
 // The simulation is what every player test stands on: these tests pin down what only the
 // simulation has and no player test reaches (its media types, the test clock, recorded
-// renderers, fault points with skips and silent successes, speaker-pair renderers, automatic
-// helpers), checked through the platform interfaces as the player uses them. Its streams,
+// renderers, fault points with skips and silent successes, unplugged and speaker-pair
+// renderers, automatic helpers), checked through the platform interfaces as the player uses them. Its streams,
 // message boxes, settings and operator files are checked through the player tests that use them.
 
 #include "platform/sim/SimPlatform.h"
@@ -315,7 +315,30 @@ TEST_F(SimPlatformTest, GraphTransportAndSeekFailWithTheGivenStatus) {
     EXPECT_EQ(graph->setCurrentPosition(3).number, hr::WrongState);
 }
 
+TEST_F(SimPlatformTest, OpeningAFileForATestTellsALockedOneFromAMissingOne) {
+    auto& op = sim->operatorServices();
+    EXPECT_TRUE(op.testOpen("/m/song.mp3"));
+    EXPECT_EQ(op.testOpen("/m/locked.mp3").number, hr::AccessDenied);
+    EXPECT_EQ(op.testOpen("/m/none.mp3").number, hr::FileNotFound);
+}
+
 // Devices -----------------------------------------------------------------------------------------
+
+TEST_F(SimPlatformTest, AnUnpluggedDeviceEndsTheAudioAndTellsTheGraph) {
+    buildMp3Chain();
+    std::vector<GraphEvent> events;
+    graph->setEventHandler([&](GraphEvent e) { events.push_back(e); });
+    ASSERT_TRUE(graph->run());
+    sim->advanceMs(300);
+    EXPECT_EQ(sim->removeAudioRenderer(names::DefaultDevice), 1);
+    sim->advanceMs(300);
+    sim->pump();
+    EXPECT_EQ(events, std::vector<GraphEvent>{GraphEvent::DeviceLost});
+    EXPECT_EQ(heard().playedMs(), 300);
+    std::vector<platform::CatalogueEntryPtr> entries;
+    ASSERT_TRUE(sim->catalogue().enumerate(category::AudioRenderers, entries));
+    EXPECT_EQ(entries.size(), 2u);
+}
 
 TEST_F(SimPlatformTest, RenderersAreListedWithSpeakerPairsAndDuplicateNames) {
     sim->addAudioRenderer("USB Card", 6);
