@@ -322,6 +322,18 @@ TEST_F(SimPlatformTest, OpeningAFileForATestTellsALockedOneFromAMissingOne) {
     EXPECT_EQ(op.testOpen("/m/none.mp3").number, hr::FileNotFound);
 }
 
+TEST_F(SimPlatformTest, AnUnregisteredFilterCannotBeMadeFromAnEntryTakenEarlier) {
+    std::vector<platform::CatalogueEntryPtr> entries;
+    ASSERT_TRUE(sim->catalogue().enumerate(category::LegacyFilters, entries));
+    platform::CatalogueEntryPtr pitch;
+    for (auto& e : entries)
+        if (e->name() == "Brindle Pitch Shifter") pitch = e;
+    ASSERT_TRUE(pitch);
+    EXPECT_EQ(sim->unregisterFilter("Brindle Pitch Shifter"), 1);
+    FilterPtr f;
+    EXPECT_FALSE(pitch->createIn(*graph, f));
+}
+
 // Devices -----------------------------------------------------------------------------------------
 
 TEST_F(SimPlatformTest, AnUnpluggedDeviceEndsTheAudioAndTellsTheGraph) {
