@@ -1,8 +1,9 @@
 // The simulation is what every player test stands on: these tests pin down what only the
 // simulation has and no player test reaches (its media types, the test clock, recorded
 // renderers, fault points with skips and silent successes, unplugged and speaker-pair
-// renderers, automatic helpers), checked through the platform interfaces as the player uses them. Its streams,
-// message boxes, settings and operator files are checked through the player tests that use them.
+// renderers, a reader that opens an address as it loads, automatic helpers), checked through
+// the platform interfaces as the player uses them. Its stream sources, message boxes, settings
+// and operator files are checked through the player tests that use them.
 
 #include "platform/sim/SimPlatform.h"
 
@@ -256,6 +257,20 @@ TEST_F(SimPlatformTest, TheTickCounterStartsWhereTheTestSaysWrapsAndSleepsTheWho
     double pos = 0;
     graph->currentPosition(pos);
     EXPECT_DOUBLE_EQ(pos, 0.1);
+}
+
+TEST_F(SimPlatformTest, TheAsfReaderOpensAnAddressSynchronously) {
+    SimStream s;
+    s.afterMs = 250;
+    s.mediaType = "stream/asf;wma";
+    s.durationSeconds = 90;
+    sim->addStream("http://host/ondemand.asf", s);
+    auto reader = add("WM ASF READER");
+    ASSERT_TRUE(reader->setFileName("http://host/ondemand.asf"));
+    EXPECT_EQ(sim->elapsedMs(), 250);
+    EXPECT_EQ(typeOf(out(reader)), "audio/wma");
+    EXPECT_EQ(add("File Source (Async.)")->setFileName("http://host/ondemand.asf").number,
+              hr::UnsupportedStream);
 }
 
 // Fault injection ---------------------------------------------------------------------------------
