@@ -1,8 +1,8 @@
 // The simulation is what every player test stands on: these tests pin down what only the
 // simulation has and no player test reaches (its media types, the test clock, recorded
 // renderers, fault points with skips and silent successes, unplugged and speaker-pair
-// renderers, a reader that opens an address as it loads, automatic helpers), checked through
-// the platform interfaces as the player uses them. Its stream sources, message boxes, settings
+// renderers, stream sources and a reader that opens an address as it loads, automatic helpers),
+// checked through the platform interfaces as the player uses them. Its message boxes, settings
 // and operator files are checked through the player tests that use them.
 
 #include "platform/sim/SimPlatform.h"
@@ -271,6 +271,96 @@ TEST_F(SimPlatformTest, TheAsfReaderOpensAnAddressSynchronously) {
     EXPECT_EQ(typeOf(out(reader)), "audio/wma");
     EXPECT_EQ(add("File Source (Async.)")->setFileName("http://host/ondemand.asf").number,
               hr::UnsupportedStream);
+}
+
+// Stream sources ---------------------------------------------------------------------------------
+
+class SimStreamTest : public SimPlatformTest {
+protected:
+    struct Receiver : platform::ShoutcastCallback {
+        std::vector<int32_t> buffering;
+        std::vector<std::string> meta;
+        std::vector<double> segs;
+        void StreamBuffering(int32_t p) override { buffering.push_back(p); }
+        void MetaChangeCallback(const std::string& a, const std::string& u,
+                                const std::string& f) override {
+            meta.push_back(a + "|" + u + "|" + f);
+        }
+        void OdStreamSeg(double s) override { segs.push_back(s); }
+    };
+
+    // The player's wait: poll, yield, sleep 100 ms, up to 10 s.
+    platform::StreamSourceControl::OpenState wait(platform::StreamSourceControl& c) {
+        for (int waited = 0; waited < 10000; waited += 100) {
+            if (c.openState() != platform::StreamSourceControl::OpenState::Opening) break;
+            sim->eventLoop().processPending();
+            sim->ticks().sleepMs(100);
+        }
+        return c.openState();
+    }
+    using OpenState = platform::StreamSourceControl::OpenState;
+    Receiver receiver;
+};
+
+TEST_F(SimStreamTest, AStreamOpensDuringTheWaitAndOffersPcm) {
+    SimStream s;
+    s.afterMs = 800;
+    sim->addStream("icystream://radio:8000/live", s);
+    auto shout = add("_DShowShoutCast");
+    auto* control = shout->streamSource();
+    ASSERT_TRUE(control);
+    control->registerCallback(&receiver);
+    ASSERT_TRUE(control->open("icystream://radio:8000/live"));
+    EXPECT_EQ(control->openState(), OpenState::Opening);
+    EXPECT_TRUE(shout->pins().empty());
+    EXPECT_EQ(wait(*control), OpenState::Open);
+    EXPECT_EQ(sim->elapsedMs(), 800);
+    EXPECT_EQ(shout->fileName(), "icystream://radio:8000/live");
+    EXPECT_EQ(typeOf(out(shout)), "audio/pcm16");
+
+    auto card = add(names::DefaultDevice);
+    ASSERT_TRUE(out(shout)->connectDirect(in(card)));
+    double d = 0;
+    ASSERT_TRUE(graph->duration(d));
+    EXPECT_EQ(d, SimStream::LiveDuration);
+
+    EXPECT_TRUE(sim->lastStreamSource()->fireStreamBuffering(50));
+    sim->lastStreamSource()->fireMetaChange("A - T", "http://x", "StreamTitle='A - T';");
+    sim->lastStreamSource()->fireOdStreamSeg(12.5);
+    EXPECT_EQ(receiver.buffering, std::vector<int32_t>{50});
+    EXPECT_EQ(receiver.meta.at(0), "A - T|http://x|StreamTitle='A - T';");
+    EXPECT_EQ(receiver.segs.at(0), 12.5);
+}
+
+TEST_F(SimStreamTest, FailingUnknownAndSilentStreams) {
+    SimStream bad;
+    bad.outcome = SimStream::Outcome::Fails;
+    bad.afterMs = 300;
+    bad.failure = Status::failure(hr::AccessDenied, "403 Forbidden");
+    sim->addStream("icystream://bad", bad);
+    SimStream silent;
+    silent.outcome = SimStream::Outcome::NeverOpens;
+    sim->addStream("icystream://silent", silent);
+
+    auto* c1 = add("_DShowShoutCast")->streamSource();
+    ASSERT_TRUE(c1->open("icystream://bad"));
+    EXPECT_EQ(wait(*c1), OpenState::Failed);
+    EXPECT_EQ(c1->openFailure().description, "403 Forbidden");
+    EXPECT_EQ(sim->elapsedMs(), 300);
+
+    auto* c2 = add("_DShowShoutCast")->streamSource();
+    ASSERT_TRUE(c2->open("icystream://nowhere"));
+    EXPECT_EQ(c2->openState(), OpenState::Failed);
+    EXPECT_EQ(c2->openFailure().number, hr::FileNotFound);
+
+    auto* c3 = add("_DShowShoutCast")->streamSource();
+    ASSERT_TRUE(c3->open("icystream://silent"));
+    EXPECT_EQ(wait(*c3), OpenState::Opening);
+    EXPECT_TRUE(c3->canCancel());
+    ASSERT_TRUE(c3->cancel());
+    EXPECT_EQ(c3->openState(), OpenState::Failed);
+    EXPECT_EQ(c3->openFailure().number, hr::Abort);
+    EXPECT_FALSE(c3->canCancel());
 }
 
 // Fault injection ---------------------------------------------------------------------------------
