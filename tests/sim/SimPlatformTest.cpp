@@ -504,6 +504,14 @@ struct HelperEvents : platform::GraphHelperEvents {
     void segueFound(int32_t ms) override { segues.push_back(ms); }
 };
 
+TEST_F(SimPlatformTest, AHelperCanBeRefusedByKind) {
+    sim->failOnce(FaultPoint::CreateHelper, "CueHelper", Status::failure(hr::Fail, "x"));
+    platform::GraphHelperPtr h;
+    EXPECT_FALSE(sim->createGraphHelper(GraphHelperKind::CueHelper, h));
+    EXPECT_TRUE(sim->createGraphHelper(GraphHelperKind::Helper, h));
+    EXPECT_TRUE(sim->createGraphHelper(GraphHelperKind::CueHelper, h));
+}
+
 TEST_F(SimPlatformTest, AnAutomaticHelperTicksWithTheItemsLevelsAndReportsItsEnd) {
     sim->addFile("/m/quiet-end.mp3",
                  {"stream/mpeg-audio", 1.0, {{0, 20000, 10000}, {0.5, 0, 0}}, {}, true});
