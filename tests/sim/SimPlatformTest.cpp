@@ -512,6 +512,19 @@ TEST_F(SimPlatformTest, AHelperCanBeRefusedByKind) {
     EXPECT_TRUE(sim->createGraphHelper(GraphHelperKind::CueHelper, h));
 }
 
+TEST_F(SimPlatformTest, AHelperRecordsTheSearchesItWasAskedFor) {
+    platform::GraphHelperPtr cue;
+    ASSERT_TRUE(sim->createGraphHelper(GraphHelperKind::CueHelper, cue));
+    auto simCue = sim->lastHelper(GraphHelperKind::CueHelper);
+    ASSERT_EQ(simCue, cue);
+    ASSERT_TRUE(cue->startCueSearch("/m/song.mp3", {"a"}, true, 500));
+    ASSERT_TRUE(cue->startSegueSearchOwnSource("/m/song.mp3", {}, 400));
+    ASSERT_EQ(simCue->searches().size(), 2u);
+    EXPECT_EQ(simCue->searches()[0].threshold, 500);
+    EXPECT_TRUE(simCue->searches()[0].useAsfReader);
+    EXPECT_EQ(simCue->lastSearch()->kind, HelperSearch::Kind::SegueOwnSource);
+}
+
 TEST_F(SimPlatformTest, AnAutomaticHelperTicksWithTheItemsLevelsAndReportsItsEnd) {
     sim->addFile("/m/quiet-end.mp3",
                  {"stream/mpeg-audio", 1.0, {{0, 20000, 10000}, {0.5, 0, 0}}, {}, true});
