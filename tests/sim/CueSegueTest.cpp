@@ -1,7 +1,7 @@
 // Cue-in and segue searches: what the cue helper is asked, results in seconds, the segue search
 // that waits for a cue result, and the give-up after 5001 ms.
 
-#include "tests/sim/BehaviourFixture.h"
+#include "tests/sim/GraphFixture.h"
 
 namespace corvid::testing {
 namespace {

@@ -1,7 +1,8 @@
 #pragma once
-// A player on the standard simulated machine, with logging on and a recording host, for the
-// graph, chain and device tests: loads items through FileName, as a host does, and reads back
-// which filters stand in the graph and which is connected to which.
+// A player on the standard simulated machine with a recording host, in two setups: GraphFixture
+// (logging on, the reader banned as a first player has it) for the graph, chain and device tests,
+// which read back which filters stand in the graph and which is connected to which; BehaviourTest
+// (a machine up for a while, the reader allowed) for the load, transport, cue/segue and level tests.
 
 #include <corvid/Player.h>
 #include "platform/sim/SimPlatform.h"
@@ -48,30 +49,27 @@ inline std::string chainToDevice(const platform::GraphPtr& graph, const std::str
     return chain;
 }
 
-class GraphFixture : public ::testing::Test {
-public: // open to the tables' own checks
-    static constexpr const char* Mp3 = "/music/one.mp3";
-    static constexpr const char* Wav = "/music/two.wav";
-    static constexpr const char* Wma = "/music/three.WMA";
-    static constexpr const char* Ogg = "/music/four.ogg";
-    static constexpr const char* Flac = "/music/five.flac";
-    static constexpr const char* M4a = "/music/six.m4a";
-    static constexpr const char* Stream = "icystream://127.0.0.1:8000/live";
-
-    void SetUp() override {
-        sim = sim::SimPlatform::standardMachine();
-        sim->addFile(Mp3, simFile("stream/mpeg-audio"));
-        sim->addFile(Wav, simFile("stream/wave;pcm16"));
-        sim->addFile(Wma, simFile("stream/asf;wma"));
-        sim->addFile(Ogg, simFile("stream/ogg;vorbis"));
-        sim->addFile(Flac, simFile("stream/flac"));
-        sim->addFile(M4a, simFile("stream/mp4;aac"));
-        player = std::make_unique<Player>(*sim);
-        player->setEvents(&host);
-        bool on = true;
-        player->put_LoggingEnabled(on);
+// Whether `expected` appear in `lines` in this order (other lines may come between).
+inline ::testing::AssertionResult inOrder(const std::vector<std::string>& lines,
+                                          const std::vector<std::string>& expected) {
+    auto it = lines.begin();
+    for (const auto& want : expected) {
+        it = std::find(it, lines.end(), want);
+        if (it == lines.end()) return ::testing::AssertionFailure() << "missing or out of order: " << want;
+        ++it;
     }
+    return ::testing::AssertionSuccess();
+}
 
+using States = std::vector<std::pair<int32_t, int32_t>>;
+
+class PlayerFixture : public ::testing::Test {
+public: // open to the tables' own checks
+    std::unique_ptr<Player> makePlayer() {
+        auto p = std::make_unique<Player>(*sim);
+        p->setEvents(&host);
+        return p;
+    }
     sim::SimOperatorServices& ops() { return sim->operatorServices(); }
     void set(void (Player::*setter)(bool&), bool value) { (player.get()->*setter)(value); }
 
@@ -96,12 +94,6 @@ public: // open to the tables' own checks
         return static_cast<int>(std::count(names.begin(), names.end(), name));
     }
     bool hasFilter(const std::string& name) { return countFilters(name) > 0; }
-    platform::FilterPtr filter(const std::string& name) {
-        if (auto graph = player->mainGraph())
-            for (const auto& f : graph->filters())
-                if (f->name() == name) return f;
-        return nullptr;
-    }
 
     // Every connection of the main graph as "upstream -> downstream" filter names.
     std::set<std::string> links() {
@@ -116,13 +108,6 @@ public: // open to the tables' own checks
     }
 
     bool logged(const std::string& line) const { return host.logged(line); }
-    bool loggedStartingWith(const std::string& prefix) const {
-        return std::any_of(host.log.begin(), host.log.end(),
-                           [&](const std::string& l) { return l.rfind(prefix, 0) == 0; });
-    }
-    bool wroteLog(const std::string& line) const {
-        return std::find(host.writeLog.begin(), host.writeLog.end(), line) != host.writeLog.end();
-    }
     bool boxShown(const std::string& text, const std::string& title = {}) {
         for (const auto& box : ops().messageBoxes())
             if (box.text == text && (title.empty() || box.title == title)) return true;
@@ -134,9 +119,65 @@ public: // open to the tables' own checks
         return false;
     }
 
-    std::unique_ptr<sim::SimPlatform> sim;
-    std::unique_ptr<Player> player;
+    std::unique_ptr<sim::SimPlatform> sim = sim::SimPlatform::standardMachine();
     RecordingEvents host;
+    std::unique_ptr<Player> player;
+};
+
+class GraphFixture : public PlayerFixture {
+public:
+    static constexpr const char* Mp3 = "/music/one.mp3";
+    static constexpr const char* Wav = "/music/two.wav";
+    static constexpr const char* Wma = "/music/three.WMA";
+    static constexpr const char* Ogg = "/music/four.ogg";
+    static constexpr const char* Flac = "/music/five.flac";
+    static constexpr const char* M4a = "/music/six.m4a";
+    static constexpr const char* Stream = "icystream://127.0.0.1:8000/live";
+
+    void SetUp() override {
+        sim->addFile(Mp3, simFile("stream/mpeg-audio"));
+        sim->addFile(Wav, simFile("stream/wave;pcm16"));
+        sim->addFile(Wma, simFile("stream/asf;wma"));
+        sim->addFile(Ogg, simFile("stream/ogg;vorbis"));
+        sim->addFile(Flac, simFile("stream/flac"));
+        sim->addFile(M4a, simFile("stream/mp4;aac"));
+        player = makePlayer();
+        set(&Player::put_LoggingEnabled, true);
+    }
+};
+
+class BehaviourTest : public PlayerFixture {
+protected:
+    static constexpr const char* Mp3 = "/music/a.mp3";
+    static constexpr const char* Mp3B = "/music/b.mp3";
+    static constexpr const char* Live = "http://127.0.0.1:8000/live";
+
+    BehaviourTest() {
+        sim->setTickCount(100000); // a machine up for a while: no tick reading is 0
+        sim->addFile(Mp3, simFile("stream/mpeg-audio", 180.0));
+        sim->addFile(Mp3B, simFile("stream/mpeg-audio", 240.0));
+        sim->addStream(Live, {});
+        player = makePlayer();
+        // Windows Media items and plain stream addresses need the reader the first player bans.
+        set(&Player::put_ASFReaderBanned, false);
+    }
+
+    void logging(bool on) { set(&Player::put_LoggingEnabled, on); }
+    void loadAndPlay(const std::string& name = Mp3) {
+        load(name);
+        ASSERT_EQ(player->get_FileName(), name) << player->get_LastError();
+        player->Play();
+        ASSERT_EQ(player->get_Playstate(), MpPlaying);
+        host.clear();
+    }
+    sim::SimGraphHelper& helper() { return *sim->lastHelper(platform::GraphHelperKind::Helper); }
+    sim::SimGraphHelper& cueHelper() { return *sim->lastHelper(platform::GraphHelperKind::CueHelper); }
+    int32_t graphVolume() {
+        int32_t level = 0;
+        player->mainGraph()->volume(level);
+        return level;
+    }
+    void noPitchAdjuster() { set(&Player::put_UsePitchAdjuster, false); }
 };
 
 } // namespace corvid::testing

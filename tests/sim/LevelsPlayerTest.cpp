@@ -1,6 +1,6 @@
 // Levels in the player: silence from the helper's ticks, the silence dialog, the tag properties.
 
-#include "tests/sim/BehaviourFixture.h"
+#include "tests/sim/GraphFixture.h"
 
 #include "levels/SilenceDet.h"
 #include "levels/SilenceDialog.h"

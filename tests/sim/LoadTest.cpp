@@ -1,7 +1,7 @@
 // Loading: each kind of item with its log, logging off, reload and unload, the failure path and
 // its retry, streams, and hosts that write FileName or call Play from inside the load's events.
 
-#include "tests/sim/BehaviourFixture.h"
+#include "tests/sim/GraphFixture.h"
 
 namespace corvid::testing {
 namespace {

@@ -5,7 +5,7 @@
 #include <corvid/Player.h>
 #include "levels/SilenceDet.h"
 #include "platform/sim/SimPlatform.h"
-#include "tests/sim/RecordingEvents.h"
+#include "tests/sim/GraphFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -16,17 +16,7 @@ namespace {
 
 using sim::SimPlatform;
 
-class PlayerSurfaceTest : public ::testing::Test {
-protected:
-    std::unique_ptr<SimPlatform> sim = SimPlatform::standardMachine();
-    testing::RecordingEvents host;
-
-    std::unique_ptr<Player> makePlayer() {
-        auto p = std::make_unique<Player>(*sim);
-        p->setEvents(&host);
-        return p;
-    }
-};
+using PlayerSurfaceTest = testing::PlayerFixture;
 
 TEST_F(PlayerSurfaceTest, ProcessWideSettingsAreSharedAndANewPlatformStartsAfresh) {
     auto first = makePlayer();

@@ -28,70 +28,42 @@ struct RecordingEvents : PlayerEvents {
     std::function<void(int32_t&, int32_t&)> onVUPeak;
 
     void PlayerLogInfo(std::string& info) override {
-        all.push_back("PlayerLogInfo: " + info);
-        log.push_back(info);
+        add("PlayerLogInfo: " + info, log, info);
         if (onLog) onLog(info);
     }
     void StreamBufferingStarted() override { all.push_back("StreamBufferingStarted"); }
     void StreamBufferingFinished() override { all.push_back("StreamBufferingFinished"); }
-    void RenderedAutomatically(std::string& path) override {
-        all.push_back("RenderedAutomatically: " + path);
-    }
+    void RenderedAutomatically(std::string& path) override { all.push_back("RenderedAutomatically: " + path); }
     void PlayAboutToHappen() override { all.push_back("PlayAboutToHappen"); }
-    void StreamBuffering(int16_t& percent) override {
-        all.push_back("StreamBuffering: " + std::to_string(percent));
-    }
+    void StreamBuffering(int16_t& percent) override { all.push_back("StreamBuffering: " + std::to_string(percent)); }
     void ShoutCastMeta(std::string& at, std::string& url, std::string& full) override {
         all.push_back("ShoutCastMeta: " + at + "|" + url + "|" + full);
     }
-    void SegueFound(double& seg) override {
-        all.push_back("SegueFound");
-        segues.push_back(seg);
-    }
-    void WriteLog(std::string& info) override {
-        all.push_back("WriteLog: " + info);
-        writeLog.push_back(info);
-    }
-    void CueInFound(double& pos) override {
-        all.push_back("CueInFound");
-        cueIns.push_back(pos);
-    }
+    void SegueFound(double& seg) override { add("SegueFound", segues, seg); }
+    void WriteLog(std::string& info) override { add("WriteLog: " + info, writeLog, info); }
+    void CueInFound(double& pos) override { add("CueInFound", cueIns, pos); }
     void GotTheFiltersWeNeed(NameCollection&) override { all.push_back("GotTheFiltersWeNeed"); }
     void VUPeak(int32_t& l, int32_t& r) override {
-        all.push_back("VUPeak: " + std::to_string(l) + "," + std::to_string(r));
-        vuPeaks.emplace_back(l, r);
+        add("VUPeak: " + std::to_string(l) + "," + std::to_string(r), vuPeaks, std::pair{l, r});
         if (onVUPeak) onVUPeak(l, r);
     }
-    void StartedCountingFilters(int32_t& n) override {
-        all.push_back("StartedCountingFilters: " + std::to_string(n));
-    }
-    void CountingFilters(int32_t& i) override {
-        all.push_back("CountingFilters: " + std::to_string(i));
-    }
+    void StartedCountingFilters(int32_t& n) override { all.push_back("StartedCountingFilters: " + std::to_string(n)); }
+    void CountingFilters(int32_t& i) override { all.push_back("CountingFilters: " + std::to_string(i)); }
     void IsPFLButtonRequired(bool& b) override {
         all.push_back(std::string("IsPFLButtonRequired: ") + (b ? "true" : "false"));
     }
     void FinishedCountingFilters() override { all.push_back("FinishedCountingFilters"); }
-    void Timing(int32_t& level) override {
-        all.push_back("Timing: " + std::to_string(level));
-        timings.push_back(level);
-    }
-    void EndOfStream(int32_t result) override {
-        all.push_back("EndOfStream: " + std::to_string(result));
-        endOfStreams.push_back(result);
-    }
+    void Timing(int32_t& level) override { add("Timing: " + std::to_string(level), timings, level); }
+    void EndOfStream(int32_t result) override { add("EndOfStream: " + std::to_string(result), endOfStreams, result); }
     void PlayStateChange(int32_t oldState, int32_t newState) override {
-        all.push_back("PlayStateChange: " + std::to_string(oldState) + "," + std::to_string(newState));
-        playStates.emplace_back(oldState, newState);
+        add("PlayStateChange: " + std::to_string(oldState) + "," + std::to_string(newState), playStates,
+            std::pair{oldState, newState});
         if (onPlayStateChange) onPlayStateChange(oldState, newState);
     }
     void StreamOnDemandSegFound(double& seg) override {
         all.push_back("StreamOnDemandSegFound: " + std::to_string(seg));
     }
-    void SilenceDetected(int32_t secs) override {
-        all.push_back("SilenceDetected: " + std::to_string(secs));
-        silences.push_back(secs);
-    }
+    void SilenceDetected(int32_t secs) override { add("SilenceDetected: " + std::to_string(secs), silences, secs); }
 
     int count(const std::string& prefix) const {
         int n = 0;
@@ -105,6 +77,12 @@ struct RecordingEvents : PlayerEvents {
         return false;
     }
     void clear() { *this = RecordingEvents{}; }
+
+private:
+    template <class List, class Value> void add(std::string entry, List& list, const Value& value) {
+        all.push_back(std::move(entry));
+        list.push_back(value);
+    }
 };
 
 } // namespace corvid::testing

@@ -11,6 +11,7 @@
 #include <corvid/Player.h>
 #include "levels/SilenceDet.h"
 #include "platform/sim/SimPlatform.h"
+#include "tests/sim/GraphFixture.h"
 
 #include <gtest/gtest.h>
 
@@ -20,7 +21,6 @@
 #include <functional>
 #include <memory>
 #include <set>
-#include <tuple>
 #include <string>
 #include <vector>
 
@@ -165,14 +165,9 @@ struct Day {
     Day() {
         sim->setTickCount(100000);
         sim->setSecondsSinceMidnight(36000);
-        for (auto [name, type, seconds] : {std::tuple{Mp3, "stream/mpeg-audio", 180.0},
-                                           std::tuple{Mp3B, "stream/mpeg-audio", 240.0},
-                                           std::tuple{Unnamed, "stream/mp4;aac", 60.0}}) {
-            sim::SimFile file;
-            file.mediaType = type;
-            file.durationSeconds = seconds;
-            sim->addFile(name, file);
-        }
+        sim->addFile(Mp3, simFile("stream/mpeg-audio", 180.0));
+        sim->addFile(Mp3B, simFile("stream/mpeg-audio", 240.0));
+        sim->addFile(Unnamed, simFile("stream/mp4;aac", 60.0));
         sim->addStream(Icy, {});
         sim->addStream(Live, {});
         player = std::make_unique<Player>(*sim);

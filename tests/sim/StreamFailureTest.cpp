@@ -2,7 +2,7 @@
 // (no second build through another source, which would reach the same server); any other
 // failure is still tried once more. And a plain address while the reader is banned.
 
-#include "tests/sim/BehaviourFixture.h"
+#include "tests/sim/GraphFixture.h"
 
 namespace corvid::testing {
 namespace {

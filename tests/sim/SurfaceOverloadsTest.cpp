@@ -1,7 +1,7 @@
 // Writes and name-taking members accept values and temporaries as well as variables; only the
 // variable forms write the adjusted value back.
 
-#include "tests/sim/BehaviourFixture.h"
+#include "tests/sim/GraphFixture.h"
 
 namespace corvid::testing {
 namespace {

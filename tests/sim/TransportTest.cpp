@@ -1,7 +1,7 @@
 // The transport: the playstate table, re-entrant hosts, play errors, the helper's tick and
 // end, and the arithmetic of seek, elapsed time, rate, volume and mute.
 
-#include "tests/sim/BehaviourFixture.h"
+#include "tests/sim/GraphFixture.h"
 
 namespace corvid::testing {
 namespace {
