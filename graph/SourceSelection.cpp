@@ -261,6 +261,10 @@ platform::FilterPtr GraphSession::AddReaderSource(const std::string& FileName, p
                                                               " needs the Windows Media reader, which is banned "
                                                               "(ASFReaderBanned); only icystream:// and icystreams:// "
                                                               "addresses play without it."};
+            else
+                failure = GraphModel::PendingError{kBusyOrUnplayable, "The file " + FileName +
+                                                              " needs the Windows Media reader, which is banned "
+                                                              "(ASFReaderBanned)."};
             return nullptr;
         }
         const platform::CatalogueEntryPtr* wm = routing_.colDShowFilters().find(kWmReader);

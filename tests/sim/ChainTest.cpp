@@ -145,7 +145,7 @@ const ChainCase kCases[] = {
 
     // ---- Windows Media ----
     {"wma_banned_reader", "/music/three.WMA", "", nullptr, "",
-     {"WARNING: WM ASF READER is too old for me to try to use it. Update Windows Media Player to 11 or more!"}, {}, ""},
+     {"WARNING: WM ASF READER is too old for me to try to use it. Update Windows Media Player to 11 or more!"}, {}, "needs the Windows Media reader, which is banned"},
     {"wma_in_capitals_via_reader", "/music/three.WMA", "", unbanReader, "WM ASF Reader > WMAudio Decoder DMO" + kTail,
      {"Being careful to check extension before loading into WM ASF Reader (Should be WM Reader) because of hangs...",
       "~AddSourceFilter: Success. Source name: WM ASF Reader", "trying ConnectWMAFilters..."},
