@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <map>
@@ -158,6 +159,11 @@ protected:
         auto up = peer ? peer->filter() : nullptr;
         return up ? up->name() : std::string();
     }
+    double position() {
+        double pos = -1;
+        EXPECT_TRUE(graph->currentPosition(pos));
+        return pos;
+    }
     int countNamed(const std::string& name, const GraphPtr& g = nullptr) {
         int n = 0;
         for (auto& f : (g ? g : graph)->filters()) n += f->name() == name;
@@ -227,8 +233,7 @@ TEST_P(GraphContract, AParserOutputExistsOnlyWhileItsInputIsConnected) {
     EXPECT_EQ(parser->pins().size(), 1u);
     ASSERT_TRUE(out(src)->connectDirect(in(parser)));
     auto parsed = out(parser);
-    ASSERT_TRUE(parsed);
-    EXPECT_EQ(parsed->name(), "output");
+    ASSERT_TRUE(parsed && parsed->name() == "output");
     auto conv = add("Brindle Format Converter");
     ASSERT_TRUE(parsed->connectDirect(in(conv)));
 
@@ -277,35 +282,30 @@ TEST_P(GraphContract, EveryNormalChainConnectsDirectlyAndPlaysToOneEnd) {
 }
 
 TEST_P(GraphContract, IntelligentConnectPlacesWhatIsMissingAndTakesOutWhatDidNotFit) {
-    auto src = source("File Source (Async.)", "mp3");
-    auto card = add(kDefaultDevice);
-    ASSERT_TRUE(out(src)->connect(in(card)));
+    ASSERT_TRUE(out(source("File Source (Async.)", "mp3"))->connect(in(add(kDefaultDevice))));
     EXPECT_EQ(countNamed("MPEG-I Stream Splitter"), 1);
     EXPECT_EQ(countNamed("MPEG Layer-3 Decoder"), 1);
     EXPECT_EQ(graph->filters().size(), 4u) << "candidates that did not fit are gone again";
     ASSERT_NO_FATAL_FAILURE(playsToOneEnd(graph));
 
     // Directly when it can.
-    auto grab = add("Halden Sample Grabber");
-    auto flac = source("Native FLAC Decoder", "flac");
+    auto grab = add("Halden Sample Grabber"), flac = source("Native FLAC Decoder", "flac");
     ASSERT_TRUE(out(flac)->connect(in(grab)));
     EXPECT_EQ(in(grab)->connectedTo(), out(flac));
 
     // No route: the graph is left as it was.
     GraphPtr other = newGraph();
     auto wma = source("File Source (Async.)", "wma", other);
-    auto otherCard = add(kDefaultDevice, other);
-    EXPECT_EQ(out(wma)->connect(in(otherCard)).number, hr::CannotConnect);
+    EXPECT_EQ(out(wma)->connect(in(add(kDefaultDevice, other))).number, hr::CannotConnect);
     EXPECT_EQ(other->filters().size(), 2u);
     EXPECT_FALSE(out(wma)->isConnected());
 }
 
 TEST_P(GraphContract, IntelligentConnectTriesFreeFiltersInTheGraphFirstAndGoesFourDeep) {
-    auto src = source("File Source (Async.)", "wide.wav");
     auto parser = add("Wave Parser");
     auto card = add(kDefaultDevice);
     auto conv = add("Brindle Format Converter");
-    ASSERT_TRUE(out(src)->connectDirect(in(parser)));
+    ASSERT_TRUE(out(source("File Source (Async.)", "wide.wav"))->connectDirect(in(parser)));
     ASSERT_TRUE(out(parser)->connect(in(card)));
     EXPECT_EQ(in(conv)->connectedTo(), out(parser)) << "the converter standing free was used";
     EXPECT_EQ(countNamed("Brindle Format Converter"), 1);
@@ -356,10 +356,10 @@ TEST_P(GraphContract, FiltersLeaveAndReturnAndAGraphDroppedWhilePlayingSaysNothi
     auto src = source("File Source (Async.)", "wav");
     auto card = add(kDefaultDevice);
     ASSERT_TRUE(out(src)->connect(in(card)));
-    FilterPtr parser;
-    for (auto& f : graph->filters())
-        if (f->name() == "Wave Parser") parser = f;
-    ASSERT_TRUE(parser);
+    const auto all = graph->filters();
+    auto it = std::find_if(all.begin(), all.end(), [](auto& f) { return f->name() == "Wave Parser"; });
+    ASSERT_NE(it, all.end());
+    FilterPtr parser = *it;
     ASSERT_TRUE(graph->removeFilter(parser));
     EXPECT_FALSE(out(src)->isConnected());
     EXPECT_FALSE(in(card)->isConnected());
@@ -384,23 +384,17 @@ TEST_P(GraphContract, TheEndComesOnceAndAgainAfterASeekBackAndVolumeAndRateKeepT
     int32_t volume = 0;
     graph->volume(volume);
     EXPECT_EQ(volume, -600);
-    EXPECT_FALSE(graph->setVolume(1));
-    EXPECT_FALSE(graph->setVolume(-10001));
-    EXPECT_FALSE(graph->setRate(0));
-    double position = -1;
-    ASSERT_TRUE(graph->currentPosition(position));
-    EXPECT_EQ(position, 0.0) << "nothing moves before the run";
+    EXPECT_FALSE(graph->setVolume(1) || graph->setVolume(-10001) || graph->setRate(0));
+    EXPECT_EQ(position(), 0.0) << "nothing moves before the run";
     ASSERT_TRUE(graph->setCurrentPosition(kSeconds - 0.3));
     ASSERT_TRUE(graph->run());
     ASSERT_TRUE(machine->runUntil([&] { return ends > 0; }, 5000));
     ASSERT_TRUE(graph->setCurrentPosition(1.8));
     EXPECT_TRUE(machine->runUntil([&] { return ends > 1; }, 5000)) << "the rest plays and ends again";
     ASSERT_TRUE(graph->stop());
-    graph->currentPosition(position);
-    EXPECT_NEAR(position, kSeconds, 0.2) << "a stop keeps the position";
+    EXPECT_NEAR(position(), kSeconds, 0.2) << "a stop keeps the position";
     ASSERT_TRUE(graph->setCurrentPosition(0));
-    graph->currentPosition(position);
-    EXPECT_EQ(position, 0.0);
+    EXPECT_EQ(position(), 0.0);
 }
 
 TEST_P(GraphContract, TheCatalogueListsEveryFilterThePlayerAsksFor) {

@@ -38,11 +38,9 @@ TEST_F(LevelsPlayerTest, NoSilenceWhileNotPlayingOrWithEitherSwitchOffAndEveryPl
     load(Mp3);
     tickEverySecond(5, 0);
     player->Play();
-    bool off = false;
-    player->put_SilenceDetEnabled(off);
+    set(&Player::put_SilenceDetEnabled, false);
     tickEverySecond(5, 0);
-    bool on = true;
-    player->put_SilenceDetEnabled(on);
+    set(&Player::put_SilenceDetEnabled, true);
     player->get_SilenceDet().put_SilenceDetectorEnabled(false);
     tickEverySecond(5, 0);
     EXPECT_TRUE(host.silences.empty());

@@ -75,18 +75,6 @@ TEST(SilenceDet, LoadsTheStoredText) {
     }
 }
 
-TEST(SilenceDet, NoCommaStoresAnEmptyValueAndTheNextLoadCorrectsTheLevel) {
-    SilenceStore store;
-    store.putSilence("");
-    {
-        clsSilenceDet det(store);
-        EXPECT_EQ(store.silence(), "");
-    } // released: saved
-    EXPECT_EQ(store.silence(), "40,30,True");
-    clsSilenceDet again(store);
-    EXPECT_EQ(again.get_SilenceDetdBDownIsSilence(), -40);
-}
-
 TEST(SilenceDet, SavesOnReleaseAndIgnoresAFailedSave) {
     SilenceStore store;
     {
@@ -97,6 +85,15 @@ TEST(SilenceDet, SavesOnReleaseAndIgnoresAFailedSave) {
         det.put_SilenceDetectorEnabled(false);
     }
     EXPECT_EQ(store.silence(), "-20,5,False");
+
+    // No comma stores an empty value and the next load corrects the level.
+    store.putSilence("");
+    {
+        clsSilenceDet det(store);
+        EXPECT_EQ(store.silence(), "");
+    } // released: saved
+    EXPECT_EQ(store.silence(), "40,30,True");
+    EXPECT_EQ(clsSilenceDet(store).get_SilenceDetdBDownIsSilence(), -40);
 
     store.putSilence("-30,2.5,True");
     store.failWrites();
@@ -124,22 +121,15 @@ TEST(SilenceDet, LevelWriteCorrectsTheCallersValue) {
     }
 }
 
-TEST(SilenceDet, ZeroDecibelsOverflowsAndLeavesTheRecord) {
+TEST(SilenceDet, ZeroDecibelsOverflowsAndLeavesTheRecordAndSecondsBelowOneBecomeThirty) {
     SilenceStore store;
     store.putSilence("-20,5,False");
     clsSilenceDet det(store);
-    int32_t v = 0;
-    EXPECT_TRUE(raisesOverflow([&] { det.put_SilenceDetdBDownIsSilence(v); }));
-    EXPECT_EQ(det.get_SilenceDetdBDownIsSilence(), -20);
-    EXPECT_EQ(det.intValueSilence(), 3277);
-    v = INT_MIN;
-    EXPECT_TRUE(raisesOverflow([&] { det.put_SilenceDetdBDownIsSilence(v); }));
-    EXPECT_EQ(det.get_SilenceDetdBDownIsSilence(), -20);
-}
-
-TEST(SilenceDet, SecondsBelowOneBecomeThirty) {
-    SilenceStore store;
-    clsSilenceDet det(store);
+    for (int32_t v : {0, INT_MIN}) {
+        EXPECT_TRUE(raisesOverflow([&] { det.put_SilenceDetdBDownIsSilence(v); })) << v;
+        EXPECT_EQ(det.get_SilenceDetdBDownIsSilence(), -20);
+        EXPECT_EQ(det.intValueSilence(), 3277);
+    }
     for (auto [in, out] : {std::pair{0, 30}, {-5, 30}, {1, 1}, {45, 45}}) {
         int32_t v = in;
         det.put_SilenceDetSecs(v);
@@ -220,7 +210,7 @@ protected:
     }
 };
 
-TEST_F(SilenceDialogTest, ShowsThePositiveValues) {
+TEST_F(SilenceDialogTest, ShowsThePositiveValuesAndUncheckingGreysAtOnce) {
     open("-40,30,True");
     EXPECT_EQ(dlg.lblNotes(), "Applies to every deck.");
     EXPECT_EQ(dlg.txtdB(), "40");
@@ -234,9 +224,8 @@ TEST_F(SilenceDialogTest, ShowsThePositiveValues) {
     EXPECT_EQ(dlg.txtdB(), "20");
     EXPECT_FALSE(dlg.txtdBEnabled() || dlg.txtSecsEnabled());
     EXPECT_EQ(dlg.get_chkEnable(), 0);
-}
 
-TEST_F(SilenceDialogTest, UncheckingGreysAtOnceAndOKSavesDisabled) {
+    // Unchecking greys at once and OK saves disabled.
     open("-40,30,True");
     dlg.put_chkEnable(0);
     EXPECT_FALSE(dlg.txtdBEnabled() || dlg.txtSecsEnabled());

@@ -39,12 +39,7 @@ TEST_F(StreamFailureTest, ACancelOrAFinalAnswerEndsTheLoadWithoutASecondBuild) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        sim::SimStream stream;
-        stream.outcome = c.outcome;
-        stream.afterMs = 300;
-        stream.failure = refused;
-        stream.finalFailure = c.finalFailure;
-        sim->addStream(Icy, stream);
+        sim->addStream(Icy, {.outcome = c.outcome, .afterMs = 300, .failure = refused, .levels = {}, .finalFailure = c.finalFailure});
         logging(true);
         host.clear();
         if (c.host) sim->eventLoop().post([&] { c.host(*player); });
@@ -64,8 +59,7 @@ TEST_F(StreamFailureTest, ACancelOrAFinalAnswerEndsTheLoadWithoutASecondBuild) {
 }
 
 TEST_F(StreamFailureTest, APlainAddressWithTheReaderBannedSaysSo) {
-    bool banned = true;
-    player->put_ASFReaderBanned(banned);
+    set(&Player::put_ASFReaderBanned, true);
     load(Live);
     EXPECT_EQ(player->get_FileName(), "");
     EXPECT_NE(player->get_LastError().find("ASFReaderBanned"), std::string::npos) << player->get_LastError();
@@ -109,9 +103,7 @@ TEST_F(StreamFailureTest, BufferingPhasesRaiseEventsAndTheirCountOverflowsOnlyTo
 }
 
 TEST_F(StreamFailureTest, TheSourcesCallbacksBecomeEventsAndItsPropertiesReadTheStream) {
-    sim::SimStream show;
-    show.durationSeconds = 1800.0;
-    sim->addStream("icystream://radio/show", show);
+    sim->addStream("icystream://radio/show", {.durationSeconds = 1800.0, .levels = {}});
     sim->addStream(Icy, {});
     load(Icy);
     ASSERT_EQ(player->get_FileName(), Icy) << player->get_LastError();

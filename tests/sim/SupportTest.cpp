@@ -62,18 +62,13 @@ protected:
     FakeTicks ticks;
 };
 
-TEST_F(TimerTest, NewTimerIsStoppedAtZero) {
-    ticks.now = 123456;
-    TimerClass1 t(ticks);
-    EXPECT_FALSE(t.running());
-    EXPECT_EQ(t.get_ElapsedTime(), 0);
-    ticks.now += 5000;
-    EXPECT_EQ(t.get_ElapsedTime(), 0);
-}
-
-TEST_F(TimerTest, AccumulatesIntervalsAndIgnoresRepeatedStartStop) {
+TEST_F(TimerTest, StartsStoppedAtZeroAccumulatesIntervalsAndIgnoresRepeatedStartStop) {
     ticks.now = 1000;
     TimerClass1 t(ticks);
+    EXPECT_FALSE(t.running());
+    ticks.now += 5000;
+    EXPECT_EQ(t.get_ElapsedTime(), 0);
+    ticks.now = 1000;
     t.StartTiming();
     ticks.now = 1100;
     t.StartTiming(); // does not restart the interval
@@ -87,12 +82,10 @@ TEST_F(TimerTest, AccumulatesIntervalsAndIgnoresRepeatedStartStop) {
     ticks.now = 9040;
     t.StopTiming();
     EXPECT_EQ(t.get_ElapsedTime(), 290);
-}
 
-TEST_F(TimerTest, ResetAndPresetStopARunningTimer) {
-    TimerClass1 t(ticks);
+    // Reset and preset stop a running timer.
     t.StartTiming();
-    ticks.now = 700;
+    ticks.now = 9700;
     t.Reset();
     EXPECT_FALSE(t.running());
     EXPECT_EQ(t.get_ElapsedTime(), 0);
@@ -139,20 +132,14 @@ TEST_F(TimerTest, OverflowIsRaisedAndStopLeavesTheTimerStopped) {
 
 // ---- persisted settings ----------------------------------------------------------------
 
-TEST(PlayerSettings, FreshProfileReadsDefaultsWithoutWriting) {
-    sim::SimPlatform machine;
-    auto& store = machine.settings();
-    PlayerSettings s(store);
-    EXPECT_FALSE(s.get_NewGraphEveryTime());
-    EXPECT_FALSE(s.get_PipeSenderDownstreamMute("Cart1"));
-    EXPECT_EQ(s.readSilenceData(), "40,30,-1");
-    EXPECT_EQ(store.writeCount(), 0);
-}
-
-TEST(PlayerSettings, ValuesLiveWhereHostsLookAndAreNotCached) {
+TEST(PlayerSettings, AFreshProfileReadsDefaultsAndValuesLiveWhereHostsLookUncached) {
     sim::SimPlatform machine;
     auto& store = machine.settings();
     PlayerSettings a(store), b(store);
+    EXPECT_FALSE(a.get_NewGraphEveryTime());
+    EXPECT_FALSE(a.get_PipeSenderDownstreamMute("Cart1"));
+    EXPECT_EQ(a.readSilenceData(), "40,30,-1");
+    EXPECT_EQ(store.writeCount(), 0);
     EXPECT_TRUE(a.put_NewGraphEveryTime(true).ok());
     EXPECT_EQ(store.value("Orvo2010", "Fenwick", "NewGraphEveryTime"), "True");
     EXPECT_TRUE(b.get_NewGraphEveryTime());
