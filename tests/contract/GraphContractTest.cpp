@@ -186,7 +186,7 @@ protected:
     int ends = 0;
 };
 
-TEST_P(GraphContract, SourcesLoadTheirOwnKindAndOfferAPinOnceLoaded) {
+TEST_P(GraphContract, SourcesLoadTheirOwnKindAndConnectDirectJoinsOnlyAgreeingFreePinsOfOneGraph) {
     auto src = source("File Source (Async.)", "mp3");
     EXPECT_TRUE(src->isFileSource());
     EXPECT_EQ(src->fileName(), machine->file("mp3"));
@@ -197,10 +197,8 @@ TEST_P(GraphContract, SourcesLoadTheirOwnKindAndOfferAPinOnceLoaded) {
     EXPECT_TRUE(flac->pins().empty());
     EXPECT_FALSE(add("Wave Parser")->setFileName(machine->file("wav"))) << "a parser is no source";
     EXPECT_EQ(add("WM ASF READER")->name(), "WM ASF Reader") << "the reader reports its own name";
-}
 
-TEST_P(GraphContract, ConnectDirectJoinsOnlyAgreeingFreePinsOfOneGraph) {
-    auto src = source("File Source (Async.)", "mp3");
+    // Connect-direct joins only agreeing free pins of one graph.
     EXPECT_FALSE(out(src)->connectDirect(in(add("Wave Parser")))) << "the parser reads the header";
     EXPECT_FALSE(out(src)->isConnected());
 
@@ -417,7 +415,7 @@ TEST_P(GraphContract, TheCatalogueListsEveryFilterThePlayerAsksFor) {
     EXPECT_EQ(entries[1]->numSpeakers(), 2);
 }
 
-TEST_P(GraphContract, TheEventLoopRunsTasksInOrderAndQuitsFromAnotherThread) {
+TEST_P(GraphContract, TheEventLoopRunsTasksInOrderAndQuitsFromAnotherThreadAndTagsComeFromTheItem) {
     auto& loop = machine->platform().eventLoop();
     std::vector<int> order;
     loop.post([&] {
@@ -437,9 +435,8 @@ TEST_P(GraphContract, TheEventLoopRunsTasksInOrderAndQuitsFromAnotherThread) {
     loop.run();
     worker.join();
     EXPECT_EQ(ran.load(), 100);
-}
 
-TEST_P(GraphContract, TagsComeFromTheItem) {
+    // Tags come from the item.
     auto tags = machine->platform().createTagReader();
     std::string v = "x";
     EXPECT_FALSE(tags->artist(v)) << "nothing open";

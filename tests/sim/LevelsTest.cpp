@@ -107,7 +107,7 @@ TEST(SilenceDet, SavesOnReleaseAndIgnoresAFailedSave) {
 
 // ---- the level and seconds properties -----------------------------------------------------
 
-TEST(SilenceDet, LevelWriteCorrectsTheCallersValue) {
+TEST(SilenceDet, LevelAndSecondsWritesCorrectTheCallersValueOrOverflow) {
     const std::tuple<int32_t, int32_t, int16_t> cases[] = {
         {12, -12, 8231}, {-70, -50, 104}, {70, -50, 104}, {-50, -50, 104}, {-1, -1, 29205}};
     for (auto [in, out, threshold] : cases) {
@@ -119,9 +119,7 @@ TEST(SilenceDet, LevelWriteCorrectsTheCallersValue) {
         EXPECT_EQ(det.get_SilenceDetdBDownIsSilence(), out) << in;
         EXPECT_EQ(det.intValueSilence(), threshold) << in;
     }
-}
-
-TEST(SilenceDet, ZeroDecibelsOverflowsAndLeavesTheRecordAndSecondsBelowOneBecomeThirty) {
+    // Zero decibels overflows and leaves the record; seconds below one become thirty.
     SilenceStore store;
     store.putSilence("-20,5,False");
     clsSilenceDet det(store);
@@ -145,7 +143,7 @@ TEST(SilenceDet, ZeroDecibelsOverflowsAndLeavesTheRecordAndSecondsBelowOneBecome
 
 // ---- the silence decision ----------------------------------------------------------------
 
-TEST(SilenceCheck, DecisionTable) {
+TEST(SilenceCheck, DecisionTableAndContinuousSilenceRepeatingEveryPeriod) {
     using A = SilenceAction;
     struct Row {
         int32_t left, right;
@@ -174,10 +172,8 @@ TEST(SilenceCheck, DecisionTable) {
         EXPECT_EQ(d.action, r.action) << r.left << "," << r.right << " " << r.start << "->" << r.now;
         EXPECT_EQ(d.seconds, r.reported) << r.left << "," << r.right << " " << r.start;
     }
-}
 
-TEST(SilenceCheck, ContinuousSilenceRepeatsEveryPeriod) {
-    // A 20 Hz tick over 70 s of silence with 30 s set, applying each decision as a player.
+    // Continuous silence repeats every period: a 20 Hz tick over 70 s of silence with 30 s set, applying each decision as a player.
     double start = 0;
     std::vector<std::pair<double, int32_t>> raised;
     for (int tick = 1; tick <= 70 * 20; ++tick) {
@@ -235,7 +231,7 @@ TEST_F(SilenceDialogTest, ShowsThePositiveValuesAndUncheckingGreysAtOnce) {
     EXPECT_EQ(store.silence(), "-40,30,False");
 }
 
-TEST_F(SilenceDialogTest, OKCorrectsTheEntries) {
+TEST_F(SilenceDialogTest, OKCorrectsTheEntriesButZeroDecibelsKeepsTheDialogOpen) {
     struct Row {
         const char *dB, *secs;
         const char *showndB, *shownSecs, *saved;
@@ -257,9 +253,8 @@ TEST_F(SilenceDialogTest, OKCorrectsTheEntries) {
         EXPECT_TRUE(dlg.closed());
         EXPECT_EQ(store.silence(), r.saved) << r.dB << " / " << r.secs;
     }
-}
 
-TEST_F(SilenceDialogTest, ZeroDecibelsKeepsTheDialogOpenAndSavesNothing) {
+    // Zero decibels keeps the dialog open and saves nothing.
     open("-40,30,True");
     dlg.put_txtdB("35");
     dlg.put_chkEnable(0); // the click fills again: typed text is replaced
