@@ -132,7 +132,7 @@ TEST_F(TimerTest, OverflowIsRaisedAndStopLeavesTheTimerStopped) {
 
 // ---- persisted settings ----------------------------------------------------------------
 
-TEST(PlayerSettings, AFreshProfileReadsDefaultsAndValuesLiveWhereHostsLookUncached) {
+TEST(PlayerSettings, AFreshProfileReadsDefaultsValuesLiveWhereHostsLookUncachedInTheirTextForms) {
     sim::SimPlatform machine;
     auto& store = machine.settings();
     PlayerSettings a(store), b(store);
@@ -157,9 +157,8 @@ TEST(PlayerSettings, AFreshProfileReadsDefaultsAndValuesLiveWhereHostsLookUncach
 
     EXPECT_TRUE(a.writeSilenceData("-20,5,False").ok());
     EXPECT_EQ(store.value("Corvid", "Fenwick1", "SilenceData"), "-20,5,False");
-}
 
-TEST(PlayerSettings, TextForms) {
+    // Text forms.
     const std::pair<const char*, std::optional<bool>> cases[] = {
         {"True", true},  {"tRUE", true},   {" false ", false}, {"-1", true}, {"0", false},
         {"1", true},     {"yes", std::nullopt}, {"", std::nullopt}, {"Truee", std::nullopt}};
@@ -171,11 +170,9 @@ TEST(PlayerSettings, TextForms) {
             EXPECT_EQ(value, *expected) << text;
         }
     }
-    sim::SimPlatform machine;
-    PlayerSettings s(machine.settings());
     for (auto [stored, expected] : {std::pair{"TRUE", true}, {"-1", true}, {"garbage", false}}) {
-        machine.settings().preset("orvo2010", "fenwick", "newgrapheverytime", stored);
-        EXPECT_EQ(s.get_NewGraphEveryTime(), expected) << stored;
+        store.preset("orvo2010", "fenwick", "newgrapheverytime", stored);
+        EXPECT_EQ(b.get_NewGraphEveryTime(), expected) << stored;
     }
 
     double v = 0;
@@ -221,7 +218,7 @@ private:
     }
 };
 
-TEST(MediaTags, ReadsTheItemAndFallsBackForTheYear) {
+TEST(MediaTags, ReadsTheItemFallsBackForTheYearAndReadsEveryFailureEmpty) {
     FakeTags reader;
     reader.files["both.wma"] = {{"artist", "Ana"},
                                 {"title", "Song"},
@@ -246,16 +243,14 @@ TEST(MediaTags, ReadsTheItemAndFallsBackForTheYear) {
     EXPECT_EQ(tags.get_WMAYear(), "n/a"); // the fallback is returned as it is
     tags.Open("no-year.wma");
     EXPECT_EQ(tags.get_WMAYear(), "");
-}
 
-TEST(MediaTags, EveryFailureReadsEmpty) {
-    FakeTags reader;
+    // Every failure reads empty.
     reader.files["a.wma"] = {{"artist", "Ana"}, {"WM/OriginalReleaseYear", "throw"}};
-    MediaTags tags(reader);
+    MediaTags fresh(reader);
     using Getter = std::string (MediaTags::*)();
     for (Getter get : {&MediaTags::get_WMAArtist, &MediaTags::get_WMATitle,
                        &MediaTags::get_WMAYear, &MediaTags::get_WMAGenre})
-        EXPECT_EQ((tags.*get)(), "") << "nothing loaded";
+        EXPECT_EQ((fresh.*get)(), "") << "nothing loaded";
 
     tags.Open("a.wma");
     EXPECT_EQ(tags.get_WMAArtist(), "Ana");
