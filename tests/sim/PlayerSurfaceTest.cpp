@@ -31,12 +31,10 @@ TEST_F(PlayerSurfaceTest, ProcessWideSettingsAreSharedAndANewPlatformStartsAfres
     EXPECT_FALSE(second->get_SilenceDetEnabled());
     EXPECT_EQ(&first->get_SilenceDet(), &second->get_SilenceDet());
 
-    bool on = true, off = false;
-    first->put_AutoRenderAllowed(on);
-    first->put_HaldenSourcePrefer(on);
-    second->put_ASFReaderBanned(off);
-    int32_t thresh = 1200;
-    second->put_autoCueThresh(thresh);
+    first->put_AutoRenderAllowed(true);
+    first->put_HaldenSourcePrefer(true);
+    second->put_ASFReaderBanned(false);
+    second->put_autoCueThresh(1200);
     EXPECT_TRUE(second->get_AutoRenderAllowed());
     EXPECT_TRUE(second->get_HaldenSourcePrefer());
     EXPECT_FALSE(first->get_ASFReaderBanned());
@@ -121,27 +119,25 @@ TEST_F(PlayerSurfaceTest, PlaystateReportsPlayingWhileAStreamStartIsUnderWay) {
 TEST_F(PlayerSurfaceTest, PerUserSettingsUseTheirKeysAndTextForms) {
     auto deckA = makePlayer();
     auto deckB = makePlayer();
-    std::string a = "A", b = "B";
-    deckA->put_ID(a);
-    deckB->put_ID(b);
+    deckA->put_ID("A");
+    deckB->put_ID("B");
 
     // Fresh profile.
     EXPECT_FALSE(deckA->get_NewGraphEveryTime());
     EXPECT_FALSE(deckA->get_PipeSenderDownstreamMute());
 
-    bool on = true;
-    deckA->put_NewGraphEveryTime(on);
+    deckA->put_NewGraphEveryTime(true);
     EXPECT_EQ(sim->settings().read("Orvo2010", "Fenwick", "NewGraphEveryTime", ""), "True");
     EXPECT_TRUE(makePlayer()->get_NewGraphEveryTime());
 
     // The mute is refused while the pipe sender is not enabled, with the operator's text.
-    const auto e = raised([&] { deckA->put_PipeSenderDownstreamMute(on); });
+    const auto e = raised([&] { deckA->put_PipeSenderDownstreamMute(true); });
     EXPECT_EQ(e ? e->description() : "no error raised",
               "You must first enable Pipe2020. Find it from Orvo in Alt+C, cart options");
     EXPECT_FALSE(deckA->get_PipeSenderDownstreamMute());
 
-    deckA->put_Pipe2020(on);
-    deckA->put_PipeSenderDownstreamMute(on);
+    deckA->put_Pipe2020(true);
+    deckA->put_PipeSenderDownstreamMute(true);
     EXPECT_EQ(sim->settings().read("Orvo2020PLUS", "Player-Settings",
                                    "A : PipeSenderDownstreamMute", ""),
               "True");
@@ -150,8 +146,7 @@ TEST_F(PlayerSurfaceTest, PerUserSettingsUseTheirKeysAndTextForms) {
 
     // A store that refuses the write does not reach the host.
     sim->failAlways(sim::FaultPoint::SettingsWrite, "", {platform::hr::AccessDenied, "denied"});
-    bool off = false;
-    EXPECT_NO_THROW(deckA->put_NewGraphEveryTime(off));
+    EXPECT_NO_THROW(deckA->put_NewGraphEveryTime(false));
     EXPECT_TRUE(deckA->get_NewGraphEveryTime());
 }
 
