@@ -239,16 +239,15 @@ TEST_F(RoutingTest, APairWithoutItsSurroundFilterIsReportedAndDoesNotPlayHalfRou
         << player->get_LastError();
 }
 
-TEST_F(RoutingTest, AnUnknownOrOtherBracketedNameIsRefusedButRemembered) {
+TEST_F(RoutingTest, AnUnknownOrOtherBracketedNameIsRefusedButRememberedAndEnumRendersListsEachPair) {
     EXPECT_FALSE(setMain(std::string(SurroundDevice) + " [9-10]"));
     EXPECT_EQ(player->GetMainSoundcard(), std::string(SurroundDevice) + " [9-10]");
     EXPECT_FALSE(setMain("No Such Card"));
     EXPECT_EQ(player->GetMainSoundcard(), "No Such Card");
     EXPECT_TRUE(ops().messageBoxes().empty());
     EXPECT_FALSE(hasFilter(DefaultDevice));
-}
 
-TEST_F(RoutingTest, EnumRendersListsEachSpeakerPair) {
+    // EnumRenders lists each speaker pair.
     const SoundCardCollection renders = player->EnumRenders(false);
     const auto names = keys(renders);
     for (const char* suffix : {"", " [1-2]", " [3-4]", " [5-6]", " [7-8]"})
