@@ -42,7 +42,7 @@ TEST_F(TransportTest, ThePlaystateTableWithItsStopwatch) {
     EXPECT_EQ(host.playStates, States({{2, 0}}));
 }
 
-TEST_F(TransportTest, TheHelpersEndIsRaisedOncePerPlayAndLeavesThePlaystate) {
+TEST_F(TransportTest, TheHelpersEndIsRaisedOncePerPlayAndHostsStopFromInsideTheStateChange) {
     loadAndPlay();
     helper().fireEndOfStream();
     helper().fireEndOfStream();
@@ -52,9 +52,8 @@ TEST_F(TransportTest, TheHelpersEndIsRaisedOncePerPlayAndLeavesThePlaystate) {
     player->Pause(); // every playstate change re-arms it
     helper().fireEndOfStream();
     EXPECT_EQ(host.endOfStreams, (std::vector<int32_t>{1, 1}));
-}
 
-TEST_F(TransportTest, HostsThatStopFromInsideTheStateChange) {
+    // Hosts that stop from inside the state change.
     loadAndPlay();
     int calls = 0;
     host.onPlayStateChange = [&](int32_t, int32_t) { ++calls, player->StopPlaying(); };
