@@ -188,7 +188,7 @@ TEST_F(LoadTest, AStreamThatCanNoLongerBeCancelledIsLetGoByTheNextLoad) {
     EXPECT_TRUE(host.all.empty());
 }
 
-TEST_F(LoadTest, AWriteLeftBusyFromInsideTheAnnouncementMakesTheOuterWriteQuit) {
+TEST_F(LoadTest, AWriteLeftBusyInsideTheAnnouncementQuitsTheOuterWriteAndPlayInsideALoadFindsNothing) {
     logging(true);
     host.onLog = [&](const std::string& line) {
         if (line == std::string("Setting filename = ") + Mp3) load("/music/missing.mp3"); // fails, stays busy
@@ -197,10 +197,8 @@ TEST_F(LoadTest, AWriteLeftBusyFromInsideTheAnnouncementMakesTheOuterWriteQuit) 
     EXPECT_TRUE(host.logged("Filename: BUSY - quitting!"));
     EXPECT_FALSE(host.logged(std::string("Attempting to actually load file: ") + Mp3));
     EXPECT_EQ(player->get_FileName(), "");
-}
 
-TEST_F(LoadTest, PlayFromInsideALoadFindsNothingToPlayAndTheLoadGoesOn) {
-    logging(true);
+    // Play from inside a load finds nothing to play and the load goes on.
     host.onLog = [&](const std::string& line) {
         if (line == "Setting Helper's currentgraph... ") player->Play();
     };
