@@ -87,7 +87,7 @@ TEST_F(TransportTest, AGraphThatWillNotRunIsDestroyedUnlessTheErrorIsExpected) {
     EXPECT_EQ(host.count("StreamBufferingFinished"), 2);
 }
 
-TEST_F(TransportTest, TicksRaiseMetersOnlyWhilePlayingAndTheOverallLevelAlways) {
+TEST_F(TransportTest, TicksRaiseMetersOnlyWhilePlayingAndSeekElapsedAndRateArithmetic) {
     load(Mp3);
     helper().fireThreadEvent(-5000, 3000); // stopped: no meters
     EXPECT_TRUE(host.vuPeaks.empty());
@@ -102,9 +102,7 @@ TEST_F(TransportTest, TicksRaiseMetersOnlyWhilePlayingAndTheOverallLevelAlways) 
     EXPECT_EQ(host.timings, (std::vector<int32_t>{-5000, -900, 800, 7000}));
     EXPECT_NEAR(player->get_CurrentPosition(), 2.0, 1e-9);
 
-}
-
-TEST_F(TransportTest, SeekElapsedAndRateArithmetic) {
+    // Seek, elapsed and rate arithmetic.
     noPitchAdjuster();
     loadAndPlay();
     EXPECT_DOUBLE_EQ(set(&Player::put_Rate, 0.5), 0.9);
