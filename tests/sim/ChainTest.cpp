@@ -36,13 +36,8 @@ void PrintTo(const ChainCase& c, std::ostream* os) { *os << c.test; }
 
 void fault(GraphFixture& f, FaultPoint point, std::string subject, std::string object = {},
            Status status = kRefused, int times = -1) {
-    sim::Fault x;
-    x.point = point;
-    x.subject = std::move(subject);
-    x.object = std::move(object);
-    x.status = status;
-    x.times = times;
-    f.sim->inject(x);
+    f.sim->inject({.point = point, .subject = std::move(subject), .object = std::move(object), .status = status,
+                   .times = times});
 }
 void unbanReader(GraphFixture& f) { f.set(&Player::put_ASFReaderBanned, false); }
 // The file source refuses every connection: only the second build, through the reader, plays.
@@ -289,13 +284,10 @@ class ChainTest : public GraphFixture, public ::testing::WithParamInterface<Chai
 
 TEST_P(ChainTest, BuildsItsChainOrFailsAsTheOperatorReads) {
     const ChainCase& c = GetParam();
-    if (c.mediaType.rfind("stream:", 0) == 0) {
-        sim::SimStream stream;
-        if (c.mediaType.size() > 7) stream.mediaType = c.mediaType.substr(7);
-        sim->addStream(c.item, stream);
-    } else if (!c.mediaType.empty()) {
+    if (c.mediaType.rfind("stream:", 0) == 0)
+        sim->addStream(c.item, c.mediaType.size() > 7 ? sim::SimStream{.mediaType = c.mediaType.substr(7), .levels = {}} : sim::SimStream{});
+    else if (!c.mediaType.empty())
         sim->addFile(c.item, simFile(c.mediaType));
-    }
     if (c.arrange) c.arrange(*this);
 
     EXPECT_EQ(load(c.item), !c.chain.empty()) << player->get_LastError();
@@ -330,7 +322,7 @@ INSTANTIATE_TEST_SUITE_P(Items, ChainTest, ::testing::ValuesIn(kCases),
 
 class GraphSessionTest : public GraphFixture {};
 
-TEST_F(GraphSessionTest, ANewGraphIsStockedWithTheStandardFiltersAndHelpers) {
+TEST_F(GraphSessionTest, ANewGraphIsStockedWithTheStandardFiltersAndBadNamesFailCleanly) {
     player->CreateNewGraph(false);
     ASSERT_TRUE(player->mainGraph());
     for (const char* name : {"WMAudio Decoder DMO", "ACM Wrapper", "MPEG Layer-3 Decoder", "MPEG-I Stream Splitter",
@@ -340,6 +332,14 @@ TEST_F(GraphSessionTest, ANewGraphIsStockedWithTheStandardFiltersAndHelpers) {
     EXPECT_TRUE(sim->lastHelper(platform::GraphHelperKind::CueHelper));
     EXPECT_TRUE(ops().messageBoxes().empty());
     EXPECT_TRUE(ops().processes().empty());
+
+    // Bad names fail cleanly without throwing.
+    sim->addFile("/music/noext", simFile("stream/unknown"));
+    for (const std::string name : {"", "/music/noext", "icystream://", "http://", "/music/missing.wav"}) {
+        SCOPED_TRACE(name);
+        EXPECT_NO_THROW(EXPECT_FALSE(load(name)));
+        EXPECT_TRUE(links().empty());
+    }
 }
 
 TEST_F(GraphSessionTest, WithoutTheMp3DecoderASecondAcmWrapperDecodesAndUseAcmIsSet) {
@@ -404,15 +404,6 @@ TEST_F(GraphSessionTest, CapabilitiesReadTheCatalogueWhichOnlyARefreshRenews) {
     EXPECT_FALSE(player->IsOggCapable(true));
 }
 
-TEST_F(GraphSessionTest, BadNamesFailCleanlyWithoutThrowing) {
-    sim->addFile("/music/noext", simFile("stream/unknown"));
-    for (const std::string name : {"", "/music/noext", "icystream://", "http://", "/music/missing.wav"}) {
-        SCOPED_TRACE(name);
-        EXPECT_NO_THROW(EXPECT_FALSE(load(name)));
-        EXPECT_TRUE(links().empty());
-    }
-}
-
 TEST_F(GraphSessionTest, ReplacingAStandingGraphEndsItsItemAndTearsItDownInOrder) {
     ASSERT_TRUE(load(Mp3));
     const auto old = player->mainGraph();
@@ -435,9 +426,7 @@ TEST_F(GraphSessionTest, ReplacingAStandingGraphEndsItsItemAndTearsItDownInOrder
 }
 
 TEST_F(GraphSessionTest, WhileAStreamOpensTheGraphIsNeitherDestroyedNorReplaced) {
-    sim::SimStream stream;
-    stream.afterMs = 500;
-    sim->addStream(Stream, stream);
+    sim->addStream(Stream, {.afterMs = 500, .levels = {}});
     player->CreateNewGraph(false);
     const auto graph = player->mainGraph();
     sim->eventLoop().post([&] { EXPECT_NO_THROW(player->CreateNewGraph(false)); }); // a host during the wait
@@ -447,20 +436,13 @@ TEST_F(GraphSessionTest, WhileAStreamOpensTheGraphIsNeitherDestroyedNorReplaced)
 }
 
 TEST_F(GraphSessionTest, AStreamThatNeverOpensIsGivenUpAfterTenSecondsAndOneThatFailsSaysWhy) {
-    sim::SimStream never;
-    never.outcome = sim::SimStream::Outcome::NeverOpens;
-    sim->addStream(Stream, never);
+    sim->addStream(Stream, {.outcome = sim::SimStream::Outcome::NeverOpens, .levels = {}});
     EXPECT_FALSE(load(Stream));
-    EXPECT_NE(player->get_LastError().find(
-                  "Waiting too long for the stream to load"),
-              std::string::npos)
+    EXPECT_NE(player->get_LastError().find("Waiting too long for the stream to load"), std::string::npos)
         << player->get_LastError();
     EXPECT_EQ(sim->ticks().sleepCount(), 100);
 
-    sim::SimStream fails;
-    fails.outcome = sim::SimStream::Outcome::Fails;
-    fails.afterMs = 300;
-    sim->addStream("icystream://radio/fails", fails);
+    sim->addStream("icystream://radio/fails", {.outcome = sim::SimStream::Outcome::Fails, .afterMs = 300, .levels = {}});
     EXPECT_FALSE(load("icystream://radio/fails"));
     EXPECT_NE(player->get_LastError().find("The stream could not be opened."), std::string::npos)
         << player->get_LastError();

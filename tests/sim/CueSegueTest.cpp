@@ -43,8 +43,7 @@ TEST_F(CueSegueTest, ACueResultIsRaisedInSecondsAndANegativeOneIsNotFound) {
 }
 
 TEST_F(CueSegueTest, ASegueSearchDuringACueSearchWaitsForTheCueResult) {
-    int32_t segThresh = 700;
-    player->put_AutoSegThresh(segThresh);
+    set(&Player::put_AutoSegThresh, 700);
     player->AutoCueSearch();
     player->AutoSegSearch();
     EXPECT_EQ(searches(), 1u);
@@ -75,13 +74,11 @@ TEST_F(CueSegueTest, APendingSegueSearchGivesUpOnTheCueResultAfter5001Ms) {
 }
 
 TEST_F(CueSegueTest, SourceChoicesRetriesAndWhatSearchesNothing) {
-    bool prefer = true;
-    player->put_HaldenSourcePrefer(prefer);
+    set(&Player::put_HaldenSourcePrefer, true);
     load(Mp3B); // through the own reader
     player->AutoSegSearch();
     EXPECT_EQ(last().kind, Kind::SegueOwnSource);
-    prefer = false;
-    player->put_HaldenSourcePrefer(prefer);
+    set(&Player::put_HaldenSourcePrefer, false);
     load(Mp3);
     sim->failOnce(sim::FaultPoint::SegueSearch, "", platform::Status::failure(platform::hr::Fail, "no"));
     player->AutoSegSearch(); // one retry, through the ASF reader

@@ -67,7 +67,7 @@ TEST_F(EnumFiltersTest, DuplicateNamesAreKeptUnderANumberAndSkippedNamesNeverApp
     EXPECT_EQ(enummer.Report().find("Adding Video Renderer\r\n"), std::string::npos);
 }
 
-TEST_F(EnumFiltersTest, EveryStepGoesToTheDetectionReportAndCategoryEightToNothing) {
+TEST_F(EnumFiltersTest, EveryStepGoesToTheDetectionReportCategoryEightToNothingAndAFailureReturnsWhatItHas) {
     clsEnumFilters enummer(*sim);
     EXPECT_FALSE(enummer.EnumFilters(8));
     EXPECT_FALSE(ops().writtenFile(kReportPath));
@@ -88,25 +88,23 @@ TEST_F(EnumFiltersTest, EveryStepGoesToTheDetectionReportAndCategoryEightToNothi
     EXPECT_NE(report.find(std::string("Found ") + DefaultDevice + "\r\nAdding " + DefaultDevice + "\r\n"),
               std::string::npos);
     EXPECT_EQ(report.substr(report.size() - 17), "Detection Done!\r\n");
-}
 
-TEST_F(EnumFiltersTest, AFailingEnumerationReturnsWhatItHas) {
+    // A failing enumeration returns what it has.
     sim->failAlways(sim::FaultPoint::Enumerate, platform::category::AudioRenderers,
                     platform::Status::failure(platform::hr::Fail, "Injected failure."));
-    clsEnumFilters enummer(*sim);
-    const auto renderers = enummer.EnumFilters(5);
+    clsEnumFilters failing(*sim);
+    const auto renderers = failing.EnumFilters(5);
     ASSERT_TRUE(renderers);
     EXPECT_TRUE(renderers->empty());
-    EXPECT_NE(enummer.Report().find("Detection Done!"), std::string::npos);
+    EXPECT_NE(failing.Report().find("Detection Done!"), std::string::npos);
 }
 
 // ---- Sound card detection ----
 
 class CardsTest : public GraphFixture {};
 
-TEST_F(CardsTest, ThePlayerPassesTheProgressOnAndKeepsTheFiltersWeNeed) {
-    const SoundCardCollection cards = player->QuerySoundCards(false);
-    EXPECT_EQ(keys(cards), (std::vector<std::string>{DefaultDevice, DummyDevice, SurroundDevice}));
+TEST_F(CardsTest, ThePlayerPassesTheProgressOnAndAMachineWithoutCardsIsToldOnce) {
+    EXPECT_EQ(keys(player->QuerySoundCards(false)), (std::vector<std::string>{DefaultDevice, DummyDevice, SurroundDevice}));
     EXPECT_EQ(host.count("FinishedCountingFilters"), 1);
     EXPECT_EQ(host.count("GotTheFiltersWeNeed"), 1);
     EXPECT_GT(host.count("CountingFilters: "), 3);
@@ -119,9 +117,8 @@ TEST_F(CardsTest, ThePlayerPassesTheProgressOnAndKeepsTheFiltersWeNeed) {
     EXPECT_EQ(host.count("GotTheFiltersWeNeed"), 0);
     player->QuerySoundCards(true);
     EXPECT_EQ(host.count("GotTheFiltersWeNeed"), 1);
-}
 
-TEST_F(CardsTest, AMachineWithoutSoundCardsIsToldOnceAndGetsAnEmptyCollection) {
+    // A machine without sound cards is told once; a mixer that will not start is explained.
     for (const char* device : {DefaultDevice, DummyDevice, SurroundDevice}) sim->removeAudioRenderer(device);
     clsCards cards(*sim);
     EXPECT_TRUE(cards.GetSoundcards().empty());
@@ -131,9 +128,15 @@ TEST_F(CardsTest, AMachineWithoutSoundCardsIsToldOnceAndGetsAnEmptyCollection) {
     EXPECT_EQ(ops().messageBoxes()[0].title, "Orvo Can't find any soundcards!");
     EXPECT_EQ(ops().messageBoxes()[0].icon, platform::MessageIcon::Critical);
     EXPECT_TRUE(cards.FiltersWeNeed().empty());
+
+    // The volume mixer that will not start is explained.
+    sim->failAlways(sim::FaultPoint::StartProcess, "SNDVOL32.EXE",
+                    platform::Status::failure(platform::hr::FileNotFound, "not found"));
+    cards.AdjustVolumeSettings();
+    EXPECT_TRUE(boxShown("Can't open the Volume control program", "Sorry"));
 }
 
-TEST_F(CardsTest, AMissingSplitterStartsTheRepairEachTimeWithoutTheFiltersEvent) {
+TEST_F(CardsTest, AMissingSplitterStartsTheRepairEachTimeAndIsShownOnlyDuringIt) {
     sim->unregisterFilter("MPEG-I Stream Splitter");
     clsCards cards(*sim);
     int got = 0;
@@ -147,15 +150,8 @@ TEST_F(CardsTest, AMissingSplitterStartsTheRepairEachTimeWithoutTheFiltersEvent)
     EXPECT_EQ(got, 0);
     EXPECT_FALSE(boxShown("Cant find stream splitter!"));
     EXPECT_FALSE(cards.RepairInProgress());
-}
 
-TEST_F(CardsTest, TheSplitterMessageAppearsOnlyWhileTheRepairIsUnderWay) {
-    sim->unregisterFilter("MPEG-I Stream Splitter");
-    clsCards cards(*sim);
-    int got = 0;
-    CardsEvents events;
-    events.GotFiltersWeNeed = [&](FilterCatalogue&, NameCollection&) { ++got; };
-    // A detection that runs while the repair command is being started.
+    // The splitter message appears only while the repair is under way: a detection that runs while the repair command is being started.
     bool reentered = false;
     ops().onProcess([&](const sim::StartedProcess&) {
         if (std::exchange(reentered, true)) return;
@@ -166,22 +162,13 @@ TEST_F(CardsTest, TheSplitterMessageAppearsOnlyWhileTheRepairIsUnderWay) {
     EXPECT_EQ(got, 1);
 }
 
-TEST_F(CardsTest, TheVolumeMixerThatWillNotStartIsExplained) {
-    sim->failAlways(sim::FaultPoint::StartProcess, "SNDVOL32.EXE",
-                    platform::Status::failure(platform::hr::FileNotFound, "not found"));
-    clsCards cards(*sim);
-    cards.AdjustVolumeSettings();
-    EXPECT_TRUE(boxShown("Can't open the Volume control program", "Sorry"));
-}
-
 // ---- Main output ----
 
 class RoutingTest : public GraphFixture {
 protected:
     void SetUp() override {
         GraphFixture::SetUp();
-        std::string cart = "Cart 7";
-        player->put_ThisCartName(cart);
+        set(&Player::put_ThisCartName, "Cart 7");
     }
     bool setMain(std::string name) { return player->SetSoundcard(name); }
     bool setPfl(std::string name) { return player->SetPFLSoundcard(name); }
@@ -194,15 +181,26 @@ TEST_F(RoutingTest, AnEmptyNameIsTheDefaultDeviceAndTheCallerSeesIt) {
     EXPECT_EQ(player->GetMainSoundcard(), DefaultDevice);
     EXPECT_EQ(player->GetPFLSoundcard(), DefaultDevice);
     EXPECT_TRUE(player->DefaultSoundDeviceExists());
+    sim->removeAudioRenderer(DefaultDevice);
+    EXPECT_FALSE(player->DefaultSoundDeviceExists());
 }
 
-TEST_F(RoutingTest, ADeviceIsNotChangedWhileAnItemIsLoaded) {
+TEST_F(RoutingTest, ADeviceIsNotChangedWhileAnItemIsLoadedButTheDummyTakesOverAndTheRouterBringsItBack) {
     ASSERT_TRUE(load(Mp3));
     EXPECT_TRUE(setMain(DummyDevice));
     EXPECT_TRUE(boxShown("Cant Change cards while playing!", "Cart 7"));
     EXPECT_TRUE(hasFilter(DefaultDevice));
     EXPECT_FALSE(hasFilter(DummyDevice));
     EXPECT_EQ(player->GetMainSoundcard(), DefaultDevice);
+
+    // The dummy device takes over the chain and the router brings it back.
+    player->SoundCardNullSet();
+    EXPECT_TRUE(links().count(std::string("Halden Sample Grabber -> ") + DummyDevice));
+    EXPECT_FALSE(hasFilter(DefaultDevice));
+    EXPECT_EQ(player->GetMainSoundcard(), DefaultDevice); // the dummy is not the chosen device
+    player->SoundCardRouterSet();
+    EXPECT_TRUE(links().count(std::string("Halden Sample Grabber -> ") + DefaultDevice));
+    EXPECT_FALSE(hasFilter(DummyDevice));
 }
 
 TEST_F(RoutingTest, AnotherDeviceTakesTheRenderersPlaceAndIsKeptForLaterGraphs) {
@@ -248,16 +246,15 @@ TEST_F(RoutingTest, APairWithoutItsSurroundFilterIsReportedAndDoesNotPlayHalfRou
         << player->get_LastError();
 }
 
-TEST_F(RoutingTest, AnUnknownOrOtherBracketedNameIsRefusedButRemembered) {
+TEST_F(RoutingTest, AnUnknownOrOtherBracketedNameIsRefusedButRememberedAndEnumRendersListsEachPair) {
     EXPECT_FALSE(setMain(std::string(SurroundDevice) + " [9-10]"));
     EXPECT_EQ(player->GetMainSoundcard(), std::string(SurroundDevice) + " [9-10]");
     EXPECT_FALSE(setMain("No Such Card"));
     EXPECT_EQ(player->GetMainSoundcard(), "No Such Card");
     EXPECT_TRUE(ops().messageBoxes().empty());
     EXPECT_FALSE(hasFilter(DefaultDevice));
-}
 
-TEST_F(RoutingTest, EnumRendersListsEachSpeakerPair) {
+    // EnumRenders lists each speaker pair.
     const SoundCardCollection renders = player->EnumRenders(false);
     const auto names = keys(renders);
     for (const char* suffix : {"", " [1-2]", " [3-4]", " [5-6]", " [7-8]"})
@@ -272,48 +269,26 @@ TEST_F(RoutingTest, EnumRendersListsEachSpeakerPair) {
 
 // ---- Dummy output ----
 
-TEST_F(RoutingTest, TheDummyDeviceTakesOverTheChainAndTheRouterBringsItBack) {
-    ASSERT_TRUE(load(Mp3));
-    player->SoundCardNullSet();
-    EXPECT_TRUE(links().count(std::string("Halden Sample Grabber -> ") + DummyDevice));
-    EXPECT_FALSE(hasFilter(DefaultDevice));
-    EXPECT_EQ(player->GetMainSoundcard(), DefaultDevice); // the dummy is not the chosen device
-
-    player->SoundCardRouterSet();
-    EXPECT_TRUE(links().count(std::string("Halden Sample Grabber -> ") + DefaultDevice));
-    EXPECT_FALSE(hasFilter(DummyDevice));
-}
-
 TEST_F(RoutingTest, ADummyThatCannotRenderIsRaisedToTheHost) {
     player->QuerySoundCards(false);
     sim->failAlways(sim::FaultPoint::CreateFilter, DummyDevice,
                     platform::Status::failure(platform::hr::NoAudioHardware, "gone"));
-    try {
-        player->SoundCardNullSet();
-        FAIL() << "no error raised";
-    } catch (const AutomationError& e) {
-        EXPECT_EQ(e.number(), 963);
-        EXPECT_EQ(e.description(), "SoundCardRouterSet: Unexpected: Should ALWAYS be able to render to NULL (Dummy)!");
-    }
+    const auto e = raised([&] { player->SoundCardNullSet(); });
+    ASSERT_TRUE(e) << "no error raised";
+    EXPECT_EQ(e->number(), 963);
+    EXPECT_EQ(e->description(), "SoundCardRouterSet: Unexpected: Should ALWAYS be able to render to NULL (Dummy)!");
     EXPECT_TRUE(logged(std::string("WARNING: PLAYER CANNOT ADD SOUND CARD: ") + DummyDevice));
-}
-
-TEST_F(RoutingTest, WithoutTheDefaultDeviceDefaultSoundDeviceExistsSaysSo) {
-    sim->removeAudioRenderer(DefaultDevice);
-    EXPECT_FALSE(player->DefaultSoundDeviceExists());
 }
 
 // ---- PFL output ----
 
-TEST_F(RoutingTest, APflDeviceNeedsAMainDeviceFirst) {
+TEST_F(RoutingTest, APflDeviceNeedsAMainDeviceFirstThenGetsItsOwnGraphAndAsksForThePflButton) {
     EXPECT_TRUE(setPfl(DummyDevice));
     EXPECT_TRUE(boxShown("You Must Set a specific playback device for this player before setting the PFL device!",
                          "Set the Main output device first! - Cart 7"));
     EXPECT_EQ(player->GetPFLSoundcard(), DefaultDevice);
     EXPECT_TRUE(setPfl("")); // the default needs nothing
-}
 
-TEST_F(RoutingTest, APflDeviceGetsItsOwnGraphAndAsksForThePflButton) {
     ASSERT_TRUE(setMain(SurroundDevice));
     host.clear();
     ASSERT_TRUE(setPfl(DummyDevice));

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -21,11 +22,7 @@ namespace corvid::testing {
 
 inline sim::SimFile simFile(const std::string& mediaType, double seconds = 120.0,
                             std::map<std::string, std::string> tags = {}) {
-    sim::SimFile file;
-    file.mediaType = mediaType;
-    file.durationSeconds = seconds;
-    file.tags = std::move(tags);
-    return file;
+    return sim::SimFile(mediaType, seconds, {}, std::move(tags));
 }
 
 // The filters upstream of the renderer the graph plays to (a name starting with `device`),
@@ -71,12 +68,27 @@ public: // open to the tables' own checks
         return p;
     }
     sim::SimOperatorServices& ops() { return sim->operatorServices(); }
-    void set(void (Player::*setter)(bool&), bool value) { (player.get()->*setter)(value); }
+    // Writes through a setter as a host does; the value the setter left in the host's variable.
+    template <class T> T put(void (Player::*setter)(T&), T value) { return (player.get()->*setter)(value), value; }
+    bool set(void (Player::*setter)(bool&), bool value) { return put(setter, value); }
+    int32_t set(void (Player::*setter)(int32_t&), int32_t value) { return put(setter, value); }
+    float set(void (Player::*setter)(float&), float value) { return put(setter, value); }
+    double set(void (Player::*setter)(double&), double value) { return put(setter, value); }
+    std::string set(void (Player::*setter)(std::string&), std::string value) { return put(setter, value); }
 
     // Loads as a host does; true when FileName names the item afterwards.
     bool load(std::string name) {
         player->put_FileName(name);
         return player->get_FileName() == name && !name.empty();
+    }
+    // What a call raised towards the host, or nothing.
+    template <class F> static std::optional<AutomationError> raised(F&& call) {
+        try {
+            call();
+        } catch (const AutomationError& e) {
+            return e;
+        }
+        return std::nullopt;
     }
     std::string chain(const std::string& device = "Default DirectSound Device") {
         return chainToDevice(player->mainGraph(), device);

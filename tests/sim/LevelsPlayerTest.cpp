@@ -38,11 +38,9 @@ TEST_F(LevelsPlayerTest, NoSilenceWhileNotPlayingOrWithEitherSwitchOffAndEveryPl
     load(Mp3);
     tickEverySecond(5, 0);
     player->Play();
-    bool off = false;
-    player->put_SilenceDetEnabled(off);
+    set(&Player::put_SilenceDetEnabled, false);
     tickEverySecond(5, 0);
-    bool on = true;
-    player->put_SilenceDetEnabled(on);
+    set(&Player::put_SilenceDetEnabled, true);
     player->get_SilenceDet().put_SilenceDetectorEnabled(false);
     tickEverySecond(5, 0);
     EXPECT_TRUE(host.silences.empty());
@@ -55,7 +53,7 @@ TEST_F(LevelsPlayerTest, NoSilenceWhileNotPlayingOrWithEitherSwitchOffAndEveryPl
     EXPECT_EQ(host.silences, std::vector<int32_t>{2});
 }
 
-TEST_F(LevelsPlayerTest, TheDialogShowsTheSharedSettingsAndOkCorrectsBadEntries) {
+TEST_F(LevelsPlayerTest, TheDialogShowsTheSharedSettingsOkCorrectsBadEntriesAndTheYearFallsBack) {
     int shown = 0;
     player->setSilenceDialogPresenter([&](dlgSilence& dialog, void* owner) {
         ++shown;
@@ -83,9 +81,8 @@ TEST_F(LevelsPlayerTest, TheDialogShowsTheSharedSettingsAndOkCorrectsBadEntries)
     player->setSilenceDialogPresenter(nullptr);
     player->SilenceDetShowUI();
     EXPECT_EQ(host.count("PlayerLogInfo: SilenceDetShowUI:"), 1);
-}
 
-TEST_F(LevelsPlayerTest, TheYearFallsBackWhenTheOriginalReleaseYearIsNoNumber) {
+    // The year falls back when the original release year is no number.
     sim->addFile("/music/both.wma", simFile("stream/asf;wma", 100.0,
                                               {{"Artist", "Ana"}, {"WM/Genre", "Pop"},
                                                {"WM/OriginalReleaseYear", "1971"}, {"WM/Year", "1999"}}));

@@ -75,18 +75,6 @@ TEST(SilenceDet, LoadsTheStoredText) {
     }
 }
 
-TEST(SilenceDet, NoCommaStoresAnEmptyValueAndTheNextLoadCorrectsTheLevel) {
-    SilenceStore store;
-    store.putSilence("");
-    {
-        clsSilenceDet det(store);
-        EXPECT_EQ(store.silence(), "");
-    } // released: saved
-    EXPECT_EQ(store.silence(), "40,30,True");
-    clsSilenceDet again(store);
-    EXPECT_EQ(again.get_SilenceDetdBDownIsSilence(), -40);
-}
-
 TEST(SilenceDet, SavesOnReleaseAndIgnoresAFailedSave) {
     SilenceStore store;
     {
@@ -97,6 +85,15 @@ TEST(SilenceDet, SavesOnReleaseAndIgnoresAFailedSave) {
         det.put_SilenceDetectorEnabled(false);
     }
     EXPECT_EQ(store.silence(), "-20,5,False");
+
+    // No comma stores an empty value and the next load corrects the level.
+    store.putSilence("");
+    {
+        clsSilenceDet det(store);
+        EXPECT_EQ(store.silence(), "");
+    } // released: saved
+    EXPECT_EQ(store.silence(), "40,30,True");
+    EXPECT_EQ(clsSilenceDet(store).get_SilenceDetdBDownIsSilence(), -40);
 
     store.putSilence("-30,2.5,True");
     store.failWrites();
@@ -110,7 +107,7 @@ TEST(SilenceDet, SavesOnReleaseAndIgnoresAFailedSave) {
 
 // ---- the level and seconds properties -----------------------------------------------------
 
-TEST(SilenceDet, LevelWriteCorrectsTheCallersValue) {
+TEST(SilenceDet, LevelAndSecondsWritesCorrectTheCallersValueOrOverflow) {
     const std::tuple<int32_t, int32_t, int16_t> cases[] = {
         {12, -12, 8231}, {-70, -50, 104}, {70, -50, 104}, {-50, -50, 104}, {-1, -1, 29205}};
     for (auto [in, out, threshold] : cases) {
@@ -122,24 +119,15 @@ TEST(SilenceDet, LevelWriteCorrectsTheCallersValue) {
         EXPECT_EQ(det.get_SilenceDetdBDownIsSilence(), out) << in;
         EXPECT_EQ(det.intValueSilence(), threshold) << in;
     }
-}
-
-TEST(SilenceDet, ZeroDecibelsOverflowsAndLeavesTheRecord) {
+    // Zero decibels overflows and leaves the record; seconds below one become thirty.
     SilenceStore store;
     store.putSilence("-20,5,False");
     clsSilenceDet det(store);
-    int32_t v = 0;
-    EXPECT_TRUE(raisesOverflow([&] { det.put_SilenceDetdBDownIsSilence(v); }));
-    EXPECT_EQ(det.get_SilenceDetdBDownIsSilence(), -20);
-    EXPECT_EQ(det.intValueSilence(), 3277);
-    v = INT_MIN;
-    EXPECT_TRUE(raisesOverflow([&] { det.put_SilenceDetdBDownIsSilence(v); }));
-    EXPECT_EQ(det.get_SilenceDetdBDownIsSilence(), -20);
-}
-
-TEST(SilenceDet, SecondsBelowOneBecomeThirty) {
-    SilenceStore store;
-    clsSilenceDet det(store);
+    for (int32_t v : {0, INT_MIN}) {
+        EXPECT_TRUE(raisesOverflow([&] { det.put_SilenceDetdBDownIsSilence(v); })) << v;
+        EXPECT_EQ(det.get_SilenceDetdBDownIsSilence(), -20);
+        EXPECT_EQ(det.intValueSilence(), 3277);
+    }
     for (auto [in, out] : {std::pair{0, 30}, {-5, 30}, {1, 1}, {45, 45}}) {
         int32_t v = in;
         det.put_SilenceDetSecs(v);
@@ -155,7 +143,7 @@ TEST(SilenceDet, SecondsBelowOneBecomeThirty) {
 
 // ---- the silence decision ----------------------------------------------------------------
 
-TEST(SilenceCheck, DecisionTable) {
+TEST(SilenceCheck, DecisionTableAndContinuousSilenceRepeatingEveryPeriod) {
     using A = SilenceAction;
     struct Row {
         int32_t left, right;
@@ -184,10 +172,8 @@ TEST(SilenceCheck, DecisionTable) {
         EXPECT_EQ(d.action, r.action) << r.left << "," << r.right << " " << r.start << "->" << r.now;
         EXPECT_EQ(d.seconds, r.reported) << r.left << "," << r.right << " " << r.start;
     }
-}
 
-TEST(SilenceCheck, ContinuousSilenceRepeatsEveryPeriod) {
-    // A 20 Hz tick over 70 s of silence with 30 s set, applying each decision as a player.
+    // Continuous silence repeats every period: a 20 Hz tick over 70 s of silence with 30 s set, applying each decision as a player.
     double start = 0;
     std::vector<std::pair<double, int32_t>> raised;
     for (int tick = 1; tick <= 70 * 20; ++tick) {
@@ -220,7 +206,7 @@ protected:
     }
 };
 
-TEST_F(SilenceDialogTest, ShowsThePositiveValues) {
+TEST_F(SilenceDialogTest, ShowsThePositiveValuesAndUncheckingGreysAtOnce) {
     open("-40,30,True");
     EXPECT_EQ(dlg.lblNotes(), "Applies to every deck.");
     EXPECT_EQ(dlg.txtdB(), "40");
@@ -234,9 +220,8 @@ TEST_F(SilenceDialogTest, ShowsThePositiveValues) {
     EXPECT_EQ(dlg.txtdB(), "20");
     EXPECT_FALSE(dlg.txtdBEnabled() || dlg.txtSecsEnabled());
     EXPECT_EQ(dlg.get_chkEnable(), 0);
-}
 
-TEST_F(SilenceDialogTest, UncheckingGreysAtOnceAndOKSavesDisabled) {
+    // Unchecking greys at once and OK saves disabled.
     open("-40,30,True");
     dlg.put_chkEnable(0);
     EXPECT_FALSE(dlg.txtdBEnabled() || dlg.txtSecsEnabled());
@@ -246,7 +231,7 @@ TEST_F(SilenceDialogTest, UncheckingGreysAtOnceAndOKSavesDisabled) {
     EXPECT_EQ(store.silence(), "-40,30,False");
 }
 
-TEST_F(SilenceDialogTest, OKCorrectsTheEntries) {
+TEST_F(SilenceDialogTest, OKCorrectsTheEntriesButZeroDecibelsKeepsTheDialogOpen) {
     struct Row {
         const char *dB, *secs;
         const char *showndB, *shownSecs, *saved;
@@ -268,9 +253,8 @@ TEST_F(SilenceDialogTest, OKCorrectsTheEntries) {
         EXPECT_TRUE(dlg.closed());
         EXPECT_EQ(store.silence(), r.saved) << r.dB << " / " << r.secs;
     }
-}
 
-TEST_F(SilenceDialogTest, ZeroDecibelsKeepsTheDialogOpenAndSavesNothing) {
+    // Zero decibels keeps the dialog open and saves nothing.
     open("-40,30,True");
     dlg.put_txtdB("35");
     dlg.put_chkEnable(0); // the click fills again: typed text is replaced

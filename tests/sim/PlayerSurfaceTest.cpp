@@ -31,12 +31,10 @@ TEST_F(PlayerSurfaceTest, ProcessWideSettingsAreSharedAndANewPlatformStartsAfres
     EXPECT_FALSE(second->get_SilenceDetEnabled());
     EXPECT_EQ(&first->get_SilenceDet(), &second->get_SilenceDet());
 
-    bool on = true, off = false;
-    first->put_AutoRenderAllowed(on);
-    first->put_HaldenSourcePrefer(on);
-    second->put_ASFReaderBanned(off);
-    int32_t thresh = 1200;
-    second->put_autoCueThresh(thresh);
+    first->put_AutoRenderAllowed(true);
+    first->put_HaldenSourcePrefer(true);
+    second->put_ASFReaderBanned(false);
+    second->put_autoCueThresh(1200);
     EXPECT_TRUE(second->get_AutoRenderAllowed());
     EXPECT_TRUE(second->get_HaldenSourcePrefer());
     EXPECT_FALSE(first->get_ASFReaderBanned());
@@ -58,23 +56,17 @@ TEST_F(PlayerSurfaceTest, ProcessWideSettingsAreSharedAndANewPlatformStartsAfres
 }
 
 TEST_F(PlayerSurfaceTest, AdjustedAccessors) {
-    auto p = makePlayer();
-
-    int32_t thresh = -300;
-    p->put_autoCueThresh(thresh);
-    EXPECT_EQ(p->get_autoCueThresh(), 300);
-    thresh = 0;
-    p->put_autoCueThresh(thresh);
-    EXPECT_EQ(p->get_autoCueThresh(), 500);
-    thresh = INT32_MIN; // no absolute value: reads as the default
-    p->put_autoCueThresh(thresh);
-    EXPECT_EQ(p->get_autoCueThresh(), 500);
+    auto& p = player = makePlayer();
+    // No absolute value for the lowest: it reads as the default.
+    for (auto [in, out] : {std::pair{-300, 300}, {0, 500}, {INT32_MIN, 500}}) {
+        set(&Player::put_autoCueThresh, in);
+        EXPECT_EQ(p->get_autoCueThresh(), out) << in;
+    }
 
     // The fields and stored values read back what was written.
-    std::string id = "Deck A";
-    p->put_ID(id);
+    set(&Player::put_ID, "Deck A");
     EXPECT_EQ(p->get_ID(), "Deck A");
-    p->put_autoCueThresh(thresh);
+    set(&Player::put_autoCueThresh, INT32_MIN);
     NameCollection& names = p->get_FilterNamesWeNeed();
     EXPECT_EQ(names.Count(), 0u);
     names.Add("Wave Parser");
@@ -82,8 +74,7 @@ TEST_F(PlayerSurfaceTest, AdjustedAccessors) {
 
     // The meters read the helper's last peaks without their sign.
     sim->addFile("/music/a.mp3", {"stream/mpeg-audio", 60.0});
-    std::string item = "/music/a.mp3";
-    p->put_FileName(item);
+    load("/music/a.mp3");
     p->Play();
     auto helper = sim->lastHelper(platform::GraphHelperKind::Helper);
     helper->fireThreadEvent(-5000, 3000);
@@ -104,14 +95,12 @@ TEST_F(PlayerSurfaceTest, PluginsAreTheCataloguesListAndAddPluginIsTheInstancesO
 }
 
 TEST_F(PlayerSurfaceTest, PlaystateReportsPlayingWhileAStreamStartIsUnderWay) {
-    auto p = makePlayer();
+    auto& p = player = makePlayer();
     EXPECT_EQ(p->get_Playstate(), mpstopped);
     sim->addStream("http://radio/live", {});
-    bool off = false, on = true;
-    p->put_ASFReaderBanned(off);
-    p->put_LoggingEnabled(on);
-    std::string item = "http://radio/live";
-    p->put_FileName(item);
+    set(&Player::put_ASFReaderBanned, false);
+    set(&Player::put_LoggingEnabled, true);
+    load("http://radio/live");
     PlayCondition during = mpUnknown;
     host.onLog = [&](const std::string& line) {
         if (line == "Setting filename = http://radio/live") during = p->get_Playstate();
@@ -121,8 +110,7 @@ TEST_F(PlayerSurfaceTest, PlaystateReportsPlayingWhileAStreamStartIsUnderWay) {
     host.onLog = nullptr;
     p->StopPlaying();
     sim->addFile("/music/a.mp3", {"stream/mpeg-audio", 60.0});
-    item = "/music/a.mp3";
-    p->put_FileName(item);
+    load("/music/a.mp3");
     p->Play();
     p->Pause();
     EXPECT_EQ(p->get_Playstate(), mpPaused);
@@ -131,31 +119,25 @@ TEST_F(PlayerSurfaceTest, PlaystateReportsPlayingWhileAStreamStartIsUnderWay) {
 TEST_F(PlayerSurfaceTest, PerUserSettingsUseTheirKeysAndTextForms) {
     auto deckA = makePlayer();
     auto deckB = makePlayer();
-    std::string a = "A", b = "B";
-    deckA->put_ID(a);
-    deckB->put_ID(b);
+    deckA->put_ID("A");
+    deckB->put_ID("B");
 
     // Fresh profile.
     EXPECT_FALSE(deckA->get_NewGraphEveryTime());
     EXPECT_FALSE(deckA->get_PipeSenderDownstreamMute());
 
-    bool on = true;
-    deckA->put_NewGraphEveryTime(on);
+    deckA->put_NewGraphEveryTime(true);
     EXPECT_EQ(sim->settings().read("Orvo2010", "Fenwick", "NewGraphEveryTime", ""), "True");
     EXPECT_TRUE(makePlayer()->get_NewGraphEveryTime());
 
     // The mute is refused while the pipe sender is not enabled, with the operator's text.
-    try {
-        deckA->put_PipeSenderDownstreamMute(on);
-        FAIL() << "expected an automation error";
-    } catch (const AutomationError& e) {
-        EXPECT_EQ(e.description(),
-                  "You must first enable Pipe2020. Find it from Orvo in Alt+C, cart options");
-    }
+    const auto e = raised([&] { deckA->put_PipeSenderDownstreamMute(true); });
+    EXPECT_EQ(e ? e->description() : "no error raised",
+              "You must first enable Pipe2020. Find it from Orvo in Alt+C, cart options");
     EXPECT_FALSE(deckA->get_PipeSenderDownstreamMute());
 
-    deckA->put_Pipe2020(on);
-    deckA->put_PipeSenderDownstreamMute(on);
+    deckA->put_Pipe2020(true);
+    deckA->put_PipeSenderDownstreamMute(true);
     EXPECT_EQ(sim->settings().read("Orvo2020PLUS", "Player-Settings",
                                    "A : PipeSenderDownstreamMute", ""),
               "True");
@@ -164,8 +146,7 @@ TEST_F(PlayerSurfaceTest, PerUserSettingsUseTheirKeysAndTextForms) {
 
     // A store that refuses the write does not reach the host.
     sim->failAlways(sim::FaultPoint::SettingsWrite, "", {platform::hr::AccessDenied, "denied"});
-    bool off = false;
-    EXPECT_NO_THROW(deckA->put_NewGraphEveryTime(off));
+    EXPECT_NO_THROW(deckA->put_NewGraphEveryTime(false));
     EXPECT_TRUE(deckA->get_NewGraphEveryTime());
 }
 
@@ -203,12 +184,11 @@ protected:
 };
 
 TEST_F(PrintFiltersTest, ListsFiltersPinsAndConnectionsWhileLogging) {
-    auto p = makePlayer();
+    auto& p = player = makePlayer();
     add("Broken Filter");
     EXPECT_EQ(p->PrintFilters(graph), "Logging not enabled (m_bLoggingEnabled)");
 
-    bool on = true;
-    p->put_LoggingEnabled(on);
+    set(&Player::put_LoggingEnabled, true);
     const std::string sep = "---------------------------------------------------------";
     EXPECT_EQ(sep.size(), 57u);
     EXPECT_EQ(p->PrintFilters(graph),
@@ -227,19 +207,12 @@ TEST_F(PrintFiltersTest, ListsFiltersPinsAndConnectionsWhileLogging) {
     auto out = pin(grabber, platform::PinDirection::Output);
     auto in = pin(pitch, platform::PinDirection::Input);
     // The pass-through pair takes PCM once something feeds the grabber; connect a source.
-    sim::SimFile tone;
-    tone.mediaType = "stream/wave;pcm16";
-    tone.durationSeconds = 10.0;
-    sim->addFile("/music/tone.wav", tone);
+    sim->addFile("/music/tone.wav", testing::simFile("stream/wave;pcm16", 10.0));
     platform::FilterPtr source;
     ASSERT_TRUE(graph->addSourceFilter("/music/tone.wav", source).ok());
     auto parser = add("Wave Parser");
-    ASSERT_TRUE(pin(source, platform::PinDirection::Output)
-                    ->connectDirect(pin(parser, platform::PinDirection::Input))
-                    .ok());
-    ASSERT_TRUE(pin(parser, platform::PinDirection::Output)
-                    ->connectDirect(pin(grabber, platform::PinDirection::Input))
-                    .ok());
+    for (auto [from, to] : {std::pair{source, parser}, {parser, grabber}})
+        ASSERT_TRUE(pin(from, platform::PinDirection::Output)->connectDirect(pin(to, platform::PinDirection::Input)).ok());
     ASSERT_TRUE(out->connectDirect(in).ok());
 
     const std::string connected = p->PrintFilters(graph);
@@ -253,18 +226,16 @@ TEST_F(PrintFiltersTest, ListsFiltersPinsAndConnectionsWhileLogging) {
 }
 
 TEST_F(PlayerSurfaceTest, LogLinesFollowTheSwitchAndWriteLogDoesNot) {
-    auto p = makePlayer();
+    player = makePlayer();
     sim->addFile("/music/nine.xyz", {"stream/unknown", 60.0}); // no chain plays it: WriteLog tells
-    std::string item = "/music/nine.xyz";
-    p->put_FileName(item);
+    load("/music/nine.xyz");
     EXPECT_TRUE(host.log.empty());
     EXPECT_NE(std::find(host.writeLog.begin(), host.writeLog.end(),
                         "Getting desperate to render this file, doing automatically..."),
               host.writeLog.end());
 
-    bool on = true;
-    p->put_LoggingEnabled(on);
-    p->put_FileName(item);
+    set(&Player::put_LoggingEnabled, true);
+    load("/music/nine.xyz");
     EXPECT_TRUE(host.logged("Setting filename = /music/nine.xyz"));
 }
 

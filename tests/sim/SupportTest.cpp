@@ -62,18 +62,13 @@ protected:
     FakeTicks ticks;
 };
 
-TEST_F(TimerTest, NewTimerIsStoppedAtZero) {
-    ticks.now = 123456;
-    TimerClass1 t(ticks);
-    EXPECT_FALSE(t.running());
-    EXPECT_EQ(t.get_ElapsedTime(), 0);
-    ticks.now += 5000;
-    EXPECT_EQ(t.get_ElapsedTime(), 0);
-}
-
-TEST_F(TimerTest, AccumulatesIntervalsAndIgnoresRepeatedStartStop) {
+TEST_F(TimerTest, StartsStoppedAtZeroAccumulatesIntervalsAndIgnoresRepeatedStartStop) {
     ticks.now = 1000;
     TimerClass1 t(ticks);
+    EXPECT_FALSE(t.running());
+    ticks.now += 5000;
+    EXPECT_EQ(t.get_ElapsedTime(), 0);
+    ticks.now = 1000;
     t.StartTiming();
     ticks.now = 1100;
     t.StartTiming(); // does not restart the interval
@@ -87,12 +82,10 @@ TEST_F(TimerTest, AccumulatesIntervalsAndIgnoresRepeatedStartStop) {
     ticks.now = 9040;
     t.StopTiming();
     EXPECT_EQ(t.get_ElapsedTime(), 290);
-}
 
-TEST_F(TimerTest, ResetAndPresetStopARunningTimer) {
-    TimerClass1 t(ticks);
+    // Reset and preset stop a running timer.
     t.StartTiming();
-    ticks.now = 700;
+    ticks.now = 9700;
     t.Reset();
     EXPECT_FALSE(t.running());
     EXPECT_EQ(t.get_ElapsedTime(), 0);
@@ -139,20 +132,14 @@ TEST_F(TimerTest, OverflowIsRaisedAndStopLeavesTheTimerStopped) {
 
 // ---- persisted settings ----------------------------------------------------------------
 
-TEST(PlayerSettings, FreshProfileReadsDefaultsWithoutWriting) {
-    sim::SimPlatform machine;
-    auto& store = machine.settings();
-    PlayerSettings s(store);
-    EXPECT_FALSE(s.get_NewGraphEveryTime());
-    EXPECT_FALSE(s.get_PipeSenderDownstreamMute("Cart1"));
-    EXPECT_EQ(s.readSilenceData(), "40,30,-1");
-    EXPECT_EQ(store.writeCount(), 0);
-}
-
-TEST(PlayerSettings, ValuesLiveWhereHostsLookAndAreNotCached) {
+TEST(PlayerSettings, AFreshProfileReadsDefaultsValuesLiveWhereHostsLookUncachedInTheirTextForms) {
     sim::SimPlatform machine;
     auto& store = machine.settings();
     PlayerSettings a(store), b(store);
+    EXPECT_FALSE(a.get_NewGraphEveryTime());
+    EXPECT_FALSE(a.get_PipeSenderDownstreamMute("Cart1"));
+    EXPECT_EQ(a.readSilenceData(), "40,30,-1");
+    EXPECT_EQ(store.writeCount(), 0);
     EXPECT_TRUE(a.put_NewGraphEveryTime(true).ok());
     EXPECT_EQ(store.value("Orvo2010", "Fenwick", "NewGraphEveryTime"), "True");
     EXPECT_TRUE(b.get_NewGraphEveryTime());
@@ -170,9 +157,8 @@ TEST(PlayerSettings, ValuesLiveWhereHostsLookAndAreNotCached) {
 
     EXPECT_TRUE(a.writeSilenceData("-20,5,False").ok());
     EXPECT_EQ(store.value("Corvid", "Fenwick1", "SilenceData"), "-20,5,False");
-}
 
-TEST(PlayerSettings, TextForms) {
+    // Text forms.
     const std::pair<const char*, std::optional<bool>> cases[] = {
         {"True", true},  {"tRUE", true},   {" false ", false}, {"-1", true}, {"0", false},
         {"1", true},     {"yes", std::nullopt}, {"", std::nullopt}, {"Truee", std::nullopt}};
@@ -184,11 +170,9 @@ TEST(PlayerSettings, TextForms) {
             EXPECT_EQ(value, *expected) << text;
         }
     }
-    sim::SimPlatform machine;
-    PlayerSettings s(machine.settings());
     for (auto [stored, expected] : {std::pair{"TRUE", true}, {"-1", true}, {"garbage", false}}) {
-        machine.settings().preset("orvo2010", "fenwick", "newgrapheverytime", stored);
-        EXPECT_EQ(s.get_NewGraphEveryTime(), expected) << stored;
+        store.preset("orvo2010", "fenwick", "newgrapheverytime", stored);
+        EXPECT_EQ(b.get_NewGraphEveryTime(), expected) << stored;
     }
 
     double v = 0;
@@ -234,7 +218,7 @@ private:
     }
 };
 
-TEST(MediaTags, ReadsTheItemAndFallsBackForTheYear) {
+TEST(MediaTags, ReadsTheItemFallsBackForTheYearAndReadsEveryFailureEmpty) {
     FakeTags reader;
     reader.files["both.wma"] = {{"artist", "Ana"},
                                 {"title", "Song"},
@@ -259,16 +243,14 @@ TEST(MediaTags, ReadsTheItemAndFallsBackForTheYear) {
     EXPECT_EQ(tags.get_WMAYear(), "n/a"); // the fallback is returned as it is
     tags.Open("no-year.wma");
     EXPECT_EQ(tags.get_WMAYear(), "");
-}
 
-TEST(MediaTags, EveryFailureReadsEmpty) {
-    FakeTags reader;
+    // Every failure reads empty.
     reader.files["a.wma"] = {{"artist", "Ana"}, {"WM/OriginalReleaseYear", "throw"}};
-    MediaTags tags(reader);
+    MediaTags fresh(reader);
     using Getter = std::string (MediaTags::*)();
     for (Getter get : {&MediaTags::get_WMAArtist, &MediaTags::get_WMATitle,
                        &MediaTags::get_WMAYear, &MediaTags::get_WMAGenre})
-        EXPECT_EQ((tags.*get)(), "") << "nothing loaded";
+        EXPECT_EQ((fresh.*get)(), "") << "nothing loaded";
 
     tags.Open("a.wma");
     EXPECT_EQ(tags.get_WMAArtist(), "Ana");
