@@ -92,7 +92,7 @@ void PlayerCore::CreateHelpers() {
 void PlayerCore::AutoCueSearch(const std::string& sFile) {
     auto& ticks = platform_.ticks();
     const int32_t started = ticks.nowMs();
-    const std::string file = sFile.empty() ? g_.currentItem_ : sFile;
+    const std::string file = sFile.empty() ? g_.currentItem_.text() : sFile;
 
     // The player's own source filter when it uses one, else the source it loaded with.
     if (g_.CueHelper) {

@@ -186,7 +186,7 @@ void PlayerCore::LoadItemSteps(const std::string& newName, Reentrance::Operation
         if (logging()) Log("Attempting to actually load file: " + newName);
         if (!g_.currentItem_.empty()) {
             if (logging())
-                Log("Calling RemoveSourceFilter for existing filename " + g_.currentItem_ + " ...");
+                Log("Calling RemoveSourceFilter for existing filename " + g_.currentItem_.text() + " ...");
             session_.RemoveSourceFilter();
             Log("RemoveSourceFilter complete.");
         }

@@ -13,6 +13,7 @@
 #include <corvid/PlayerEvents.h>
 
 #include "platform/GraphHelper.h"
+#include "platform/ItemName.h"
 #include "platform/MediaGraph.h"
 #include "platform/Status.h"
 #include "support/Reentrance.h"
@@ -52,8 +53,8 @@ struct GraphModel {
 
     PendingError Err;
     std::string LastError_;
-    // The item FileName names: what the graph holds.
-    std::string currentItem_;
+    // The item FileName names: what the graph holds, parsed when the host named it.
+    item::Name currentItem_;
     // Loads and graph replacements register here, so that one made from inside an event
     // supersedes the one that raised it.
     Reentrance reentrance_;

@@ -6,6 +6,7 @@
 
 #include "devices/GraphModel.h"
 #include "devices/Routing.h"
+#include "platform/ItemName.h"
 #include "platform/MediaGraph.h"
 #include "platform/Platform.h"
 
@@ -17,7 +18,7 @@ namespace corvid {
 // What the chains ask of the graph session above them.
 class ChainGraph {
 public:
-    virtual bool AddSourceFilter(const std::string& FileName, bool& bMustUseASFReader) = 0;
+    virtual bool AddSourceFilter(const item::Name& item, bool& bMustUseASFReader) = 0;
     // Creates a registered filter in the main graph by display name, unless one of that name
     // is there already (pending error on failure).
     virtual platform::FilterPtr AddFilterByNameUnlessPresent(const std::string& displayName) = 0;
@@ -26,6 +27,15 @@ public:
 
 protected:
     ~ChainGraph() = default;
+};
+
+// The pins a chain works with: the dispatcher gathers them before the first chain, and each
+// chain hands back what it changed (a new grabber, a source it added itself). The chains bind
+// its members by position, under the names of their steps.
+struct ChainPins {
+    platform::PinPtr source, splitterIn, decoderIn, decoderOut, waveParserIn;
+    platform::PinPtr sgIn, sgOut, renderIn;
+    platform::FilterPtr grabber;
 };
 
 class FormatChains : public platform::ShoutcastCallback {
@@ -54,40 +64,27 @@ public:
     void MetaChangeCallback(const std::string& artistTitle, const std::string& url,
                             const std::string& fullMeta) override;
     void OdStreamSeg(double seg) override;
-    // How a chain starts: it takes the source pin it was given (and says so), or adds the source
-    // itself and takes its pin. The texts are the chain's own; false when no pin stands.
+    // How a chain starts: it takes the source pin it was given, or adds the source itself and
+    // takes its pin. The texts are the chain's own; false when no pin stands.
     struct SourcePinTexts {
         const char* cannotAdd;
-        const char* givenPrefix;
+        const char* forPrefix; // "<chain>, for: <item> Source is: <source>"
         const char* noPin;
+        bool namesAddedSource = false; // the "for" line also after adding the source itself
+        bool noPinInLastError = false; // the missing pin is added to LastError too
     };
-    bool TakeSourcePin(platform::PinPtr& sourcePin, const std::string& fileName,
-                       bool mustUseAsfReader, const SourcePinTexts& texts);
+    bool TakeSourcePin(platform::PinPtr& sourcePin, const item::Name& item, bool mustUseAsfReader,
+                       const SourcePinTexts& texts);
     static void GetPins(platform::PinPtr& inPin, platform::PinPtr& outPin,
                         const platform::FilterPtr& filter);
-    bool ConnectMp3Filters(platform::PinPtr& sourcePin, platform::PinPtr& splitterIn,
-                           platform::FilterPtr& splitter, platform::PinPtr& decoderIn,
-                           platform::PinPtr& decoderOut, platform::PinPtr& sgIn,
-                           platform::PinPtr& sgOut, platform::PinPtr& renderIn,
-                           platform::FilterPtr& sampleGrabber, bool& usingWM,
-                           const std::string& fileName);
-    bool ConnectWaveFilters(platform::PinPtr& sourcePin, platform::PinPtr& waveParserIn,
-                            platform::FilterPtr& waveParser, platform::PinPtr& sgIn,
-                            platform::PinPtr& sgOut, platform::PinPtr& renderIn,
-                            platform::FilterPtr& sampleGrabber, const std::string& fileName);
-    bool ConnectWMAFilters(platform::PinPtr& sourcePin, platform::PinPtr& sgIn,
-                           platform::PinPtr& sgOut, platform::PinPtr& renderIn,
-                           const std::string& fileName);
-    bool ConnectOggFilters(platform::PinPtr& sourcePin, platform::PinPtr& sgIn,
-                           platform::PinPtr& sgOut, platform::PinPtr& renderIn,
-                           const std::string& fileName);
-    bool ConnectMp4Filters(platform::PinPtr& sourcePin, platform::PinPtr& sgIn,
-                           platform::PinPtr& sgOut, platform::PinPtr& renderIn,
-                           platform::FilterPtr& sampleGrabber, const std::string& fileName);
-    bool ConnectStreamFilters(platform::PinPtr& sourcePin, platform::PinPtr& decoderIn,
-                              platform::PinPtr& decoderOut, platform::PinPtr& sgIn,
-                              platform::PinPtr& sgOut, platform::PinPtr& renderIn,
-                              platform::FilterPtr& sampleGrabber, const std::string& fileName);
+    // The chains, one per format (formats/*Chain.cpp); the registry (formats/ChainRegistry.h)
+    // says which runs first for an item and in which order the others follow.
+    bool ConnectMp3Filters(ChainPins& pins, bool& usingWM, const item::Name& item);
+    bool ConnectWaveFilters(ChainPins& pins, bool& usingWM, const item::Name& item);
+    bool ConnectWMAFilters(ChainPins& pins, bool& usingWM, const item::Name& item);
+    bool ConnectOggFilters(ChainPins& pins, bool& usingWM, const item::Name& item);
+    bool ConnectMp4Filters(ChainPins& pins, bool& usingWM, const item::Name& item);
+    bool ConnectStreamFilters(ChainPins& pins, bool& usingWM, const item::Name& item);
     void AddVorbisFilters(bool& force, bool& ok);
     void RemoveVorbisFilters();
     void AddMp4Filters(bool& force, bool& ok);

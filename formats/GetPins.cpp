@@ -22,20 +22,22 @@ void FormatChains::GetPins(platform::PinPtr& inPin, platform::PinPtr& outPin,
     }
 }
 
-bool FormatChains::TakeSourcePin(platform::PinPtr& sourcePin, const std::string& fileName,
-                           bool mustUseAsfReader, const SourcePinTexts& texts) {
-    if (!sourcePin) {
-        if (graph_.AddSourceFilter(fileName, mustUseAsfReader))
+bool FormatChains::TakeSourcePin(platform::PinPtr& sourcePin, const item::Name& item, bool mustUseAsfReader,
+                                 const SourcePinTexts& texts) {
+    const bool given = sourcePin != nullptr;
+    if (!given) {
+        if (graph_.AddSourceFilter(item, mustUseAsfReader))
             sourcePin = g_.MainSourcePin;
         else
             host_.Log(texts.cannotAdd);
-    } else if (host_.logging()) {
-        host_.Log(texts.givenPrefix + fileName + " Source is: " + formats::ownerName(sourcePin));
     }
     if (!sourcePin) {
+        if (texts.noPinInLastError) g_.LastError_ += texts.noPin;
         host_.Log(texts.noPin);
         return false;
     }
+    if ((given || texts.namesAddedSource) && host_.logging())
+        host_.Log(texts.forPrefix + item.text() + " Source is: " + formats::ownerName(sourcePin));
     return true;
 }
 

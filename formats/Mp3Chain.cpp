@@ -13,7 +13,6 @@
 #include "formats/FormatChains.h"
 #include "devices/FilterNames.h"
 #include "formats/ChainSupport.h"
-#include "support/Text.h"
 
 namespace corvid {
 
@@ -32,32 +31,22 @@ enum class Mp3Next {
 };
 } // namespace
 
-bool FormatChains::ConnectMp3Filters(platform::PinPtr& sourcePin, platform::PinPtr& splitterIn,
-                               platform::FilterPtr& splitter, platform::PinPtr& decoderIn,
-                               platform::PinPtr& decoderOut, platform::PinPtr& sgIn,
-                               platform::PinPtr& sgOut, platform::PinPtr& renderIn,
-                               platform::FilterPtr& sampleGrabber, bool& usingWM,
-                               const std::string& fileName) {
+bool FormatChains::ConnectMp3Filters(ChainPins& pins, bool& usingWM, const item::Name& item) {
     using namespace formats;
+    auto& [sourcePin, splitterIn, decoderIn, decoderOut, waveParserIn, sgIn, sgOut, renderIn, sampleGrabber] = pins;
+    const platform::FilterPtr& splitter = g_.fMpegSplitter;
+    const std::string& fileName = item.text();
 
-    const bool isFlac = text::endsWithNoCase(text::lastChars(fileName, 4), "flac");
+    const bool isFlac = item.extensionIs("flac");
 
     // The source: the dispatcher normally hands it over; without one the chain adds it.
-    if (!sourcePin) {
-        bool mustUseAsfReader = false;
-        if (graph_.AddSourceFilter(fileName, mustUseAsfReader))
-            sourcePin = g_.MainSourcePin;
-        else
-            host_.Log("Connectmp3Filters: cannot add source filter");
-    }
-    if (!sourcePin) {
-        const std::string noSource = "Connectmp3Filters: no source pin, cannot continue";
-        g_.LastError_ += noSource;
-        host_.Log(noSource);
+    if (!TakeSourcePin(sourcePin, item, false,
+                       {.cannotAdd = "Connectmp3Filters: cannot add source filter",
+                        .forPrefix = "Connectmp3Filters, for: ",
+                        .noPin = "Connectmp3Filters: no source pin, cannot continue",
+                        .namesAddedSource = true,
+                        .noPinInLastError = true}))
         return false;
-    }
-    if (host_.logging())
-        host_.Log("Connectmp3Filters, for: " + fileName + " Source is: " + ownerName(sourcePin));
 
     const bool usingHalden = get_UsingHaldenSource();
     const bool plainRoute = !(usingWM || usingHalden || isFlac);

@@ -7,7 +7,6 @@
 #include "formats/FormatChains.h"
 #include "devices/FilterNames.h"
 #include "formats/ChainSupport.h"
-#include "support/Text.h"
 
 namespace corvid {
 
@@ -42,10 +41,13 @@ void FormatChains::AddMp4Filters(bool& force, bool& ok) {
     ok = g_.fMp4Parser && g_.fMp4Decoder;
 }
 
-bool FormatChains::ConnectMp4Filters(platform::PinPtr& sourcePin, platform::PinPtr& sgIn,
-                               platform::PinPtr& sgOut, platform::PinPtr& renderIn,
-                               platform::FilterPtr& sampleGrabber, const std::string& fileName) {
+bool FormatChains::ConnectMp4Filters(ChainPins& pins, bool& /*usingWM*/, const item::Name& item) {
     using namespace formats;
+    platform::PinPtr& sourcePin = pins.source;
+    platform::PinPtr& sgIn = pins.sgIn;
+    platform::PinPtr& sgOut = pins.sgOut;
+    platform::PinPtr& renderIn = pins.renderIn;
+    platform::FilterPtr& sampleGrabber = pins.grabber;
 
     auto failWith = [&](const std::string& reason) -> bool {
         g_.LastError_ = reason;
@@ -54,9 +56,9 @@ bool FormatChains::ConnectMp4Filters(platform::PinPtr& sourcePin, platform::PinP
     };
 
     // Other MPEG-4 endings are left to the other routes, silently.
-    if (!text::equalsNoCase(text::lastChars(fileName, 3), "m4a")) return false;
+    if (!item.extensionIs("m4a")) return false;
 
-    if (!TakeSourcePin(sourcePin, fileName, false,
+    if (!TakeSourcePin(sourcePin, item, false,
                        {"ConnectMp4Filters: cannot add source filter",
                         "Connectmp4Filters, for: ",
                         "Connectmp4Filters: no source pin, cannot continue"}))

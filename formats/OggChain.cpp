@@ -5,8 +5,8 @@
 
 #include "formats/FormatChains.h"
 #include "devices/FilterNames.h"
+#include "formats/ChainRegistry.h"
 #include "formats/ChainSupport.h"
-#include "support/Text.h"
 
 namespace corvid {
 
@@ -69,10 +69,12 @@ void FormatChains::AddVorbisFilters(bool& force, bool& ok) {
     ok = !failed;
 }
 
-bool FormatChains::ConnectOggFilters(platform::PinPtr& sourcePin, platform::PinPtr& sgIn,
-                               platform::PinPtr& sgOut, platform::PinPtr& renderIn,
-                               const std::string& fileName) {
+bool FormatChains::ConnectOggFilters(ChainPins& pins, bool& /*usingWM*/, const item::Name& item) {
     using namespace formats;
+    platform::PinPtr& sourcePin = pins.source;
+    platform::PinPtr& sgIn = pins.sgIn;
+    platform::PinPtr& sgOut = pins.sgOut;
+    platform::PinPtr& renderIn = pins.renderIn;
 
     // The source filter stays in the graph: only our two filters go.
     auto fail = [&]() -> bool {
@@ -84,14 +86,13 @@ bool FormatChains::ConnectOggFilters(platform::PinPtr& sourcePin, platform::PinP
         return fail();
     };
 
-    if (!TakeSourcePin(sourcePin, fileName, false,
+    if (!TakeSourcePin(sourcePin, item, false,
                        {"ConnectOggFilters: cannot add source filter",
                         "ConnectOggFilters, for: ",
                         "ConnectOggFilters: no source pin, cannot continue"}))
         return false;
 
-    const auto ending = text::lastChars(fileName, 3);
-    if (!text::equalsNoCase(ending, "ogg") && !text::equalsNoCase(ending, "lac")) {
+    if (!isOggName(item)) {
         host_.Log("ConnectOggFilters: Path does not end in .ogg, returning false");
         return false;
     }

@@ -8,23 +8,19 @@
 // the graph so that the rest of the player still finds one.
 
 #include "formats/FormatChains.h"
-#include "platform/ItemName.h"
 #include "devices/FilterNames.h"
 #include "formats/ChainSupport.h"
 #include "platform/ItemName.h"
 #include <corvid/AutomationError.h>
-#include "support/Text.h"
 #include "support/TimerClass1.h"
 
 #include <limits>
 
 namespace corvid {
 
-bool FormatChains::ConnectStreamFilters(platform::PinPtr& sourcePin, platform::PinPtr& decoderIn,
-                                  platform::PinPtr& decoderOut, platform::PinPtr& sgIn,
-                                  platform::PinPtr& sgOut, platform::PinPtr& renderIn,
-                                  platform::FilterPtr& sampleGrabber, const std::string& fileName) {
+bool FormatChains::ConnectStreamFilters(ChainPins& pins, bool& /*usingWM*/, const item::Name& item) {
     using namespace formats;
+    auto& [sourcePin, splitterIn, decoderIn, decoderOut, waveParserIn, sgIn, sgOut, renderIn, sampleGrabber] = pins;
 
     // Whatever went wrong, the player keeps a sample grabber in the graph.
     auto fail = [&]() -> bool {
@@ -37,7 +33,7 @@ bool FormatChains::ConnectStreamFilters(platform::PinPtr& sourcePin, platform::P
         return false;
     };
 
-    if (!TakeSourcePin(sourcePin, fileName, false,
+    if (!TakeSourcePin(sourcePin, item, false,
                        {"ConnectStreamFilters: cannot add source filter",
                         "ConnectStreamFilters, for: ",
                         "ConnectStreamFilters: no source pin, cannot continue"}))
@@ -50,7 +46,7 @@ bool FormatChains::ConnectStreamFilters(platform::PinPtr& sourcePin, platform::P
     sgOut.reset();
     if (g_.errPending()) return fail();
 
-    if (item::isIcyStream(fileName))
+    if (item.isIcyStream())
         decoderOut = sourcePin;
     else
         g_.trap(connect(sourcePin, decoderIn));
@@ -157,7 +153,7 @@ void FormatChains::OdStreamSeg(double seg) {
 
 // ---- Stream properties ----------------------------------------------------------------------
 
-bool FormatChains::get_isStreaming() { return item::isAddress(host_.get_FileName()); }
+bool FormatChains::get_isStreaming() { return g_.currentItem_.isAddress(); }
 
 int16_t FormatChains::get_StreamBufferingPercent() { return g_.bufferingPercent_; }
 

@@ -11,11 +11,10 @@
 
 namespace corvid {
 
-bool FormatChains::ConnectWaveFilters(platform::PinPtr& sourcePin, platform::PinPtr& waveParserIn,
-                                platform::FilterPtr& waveParser, platform::PinPtr& sgIn,
-                                platform::PinPtr& sgOut, platform::PinPtr& renderIn,
-                                platform::FilterPtr& sampleGrabber, const std::string& fileName) {
+bool FormatChains::ConnectWaveFilters(ChainPins& pins, bool& /*usingWM*/, const item::Name& item) {
     using namespace formats;
+    auto& [sourcePin, splitterIn, decoderIn, decoderOut, waveParserIn, sgIn, sgOut, renderIn, sampleGrabber] = pins;
+    const platform::FilterPtr& waveParser = g_.fWaveParser;
 
     // Unlike the other failures, this one does not put a sample grabber back that the
     // conversion route removed: the dispatcher re-creates it before the next chain.
@@ -28,7 +27,7 @@ bool FormatChains::ConnectWaveFilters(platform::PinPtr& sourcePin, platform::Pin
     };
     auto renderName = [&] { return ownerName(renderIn); };
 
-    if (!TakeSourcePin(sourcePin, fileName, true,
+    if (!TakeSourcePin(sourcePin, item, true,
                        {"ConnectWavFilters: cannot add source filter",
                         "ConnectWavFilters, for: ",
                         "ConnectWMAFilters: no source pin, cannot continue"}))

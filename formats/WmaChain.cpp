@@ -8,10 +8,9 @@
 
 namespace corvid {
 
-bool FormatChains::ConnectWMAFilters(platform::PinPtr& sourcePin, platform::PinPtr& sgIn,
-                               platform::PinPtr& sgOut, platform::PinPtr& renderIn,
-                               const std::string& fileName) {
+bool FormatChains::ConnectWMAFilters(ChainPins& pins, bool& /*usingWM*/, const item::Name& item) {
     using namespace formats;
+    auto& [sourcePin, splitterIn, decoderIn, decoderOut, waveParserIn, sgIn, sgOut, renderIn, sampleGrabber] = pins;
 
     auto failWith = [&](const std::string& line) {
         g_.LastError_ += "\r\n" + line;
@@ -24,7 +23,7 @@ bool FormatChains::ConnectWMAFilters(platform::PinPtr& sourcePin, platform::PinP
         return false;
     };
 
-    if (!TakeSourcePin(sourcePin, fileName, true,
+    if (!TakeSourcePin(sourcePin, item, true,
                        {"ConnectWMAFilters: cannot add source filter",
                         "ConnectWMAFilters, for: ",
                         "ConnectWMAFilters: no source pin, cannot continue"}))

@@ -1,92 +1,41 @@
-// ConnectGraphFilters: which decoder chain joins the source to the output device, in which
-// order the others are tried when it fails, and, as the last resort where the caller allows
-// it, letting the platform render the item by itself.
+// ConnectGraphFilters: the registered chain that is the item's first choice joins the source to
+// the output device; when it fails, the registry's fallbacks follow in their order, and, as the
+// last resort where the caller allows it, the platform renders the item by itself.
 
 #include "graph/GraphSession.h"
-#include "support/ProcessState.h"
-#include "devices/FilterNames.h"
 
-#include "platform/ItemName.h"
-#include "support/Text.h"
+#include "devices/FilterNames.h"
+#include "formats/ChainRegistry.h"
+#include "support/ProcessState.h"
 
 namespace corvid {
 
 using namespace filters;
 
 namespace {
-
 constexpr int32_t kMissingFilter = 819;
-
-using item::isAddress;
-
-// The chain tried first, by the item's address scheme or the last four characters of its name.
-enum class FirstChoice { Stream, Mp3, Wave, Wma, Ogg, Mp4, None };
-
-FirstChoice firstChoiceFor(const std::string& fileName) {
-    if (isAddress(fileName)) return FirstChoice::Stream;
-    const std::string extension = text::toLower(text::lastChars(fileName, 4));
-    if (extension == ".mp3" || extension == "flac") return FirstChoice::Mp3; // FLAC deliberately
-    if (extension == ".wav") return FirstChoice::Wave;
-    if (extension == ".asf" || extension == ".wma") return FirstChoice::Wma;
-    if (extension == ".ogg") return FirstChoice::Ogg;
-    if (extension == ".m4a") return FirstChoice::Mp4;
-    return FirstChoice::None;
-}
-
 } // namespace
 
-bool GraphSession::ConnectGraphFilters(const std::string& FileName, bool CanUseAutoRender, bool bMustUseASFReader) {
+bool GraphSession::ConnectGraphFilters(const item::Name& item, bool CanUseAutoRender, bool bMustUseASFReader) {
     ChainPins pins;
     bool usingWM = bMustUseASFReader || g_.UsingASFReader_;
     try {
         // Every filter a chain may need, and its pins.
         if (!GatherChainPins(pins)) return ChainDispatchFailed();
 
-        // The first choice.
+        // The first choice, by the item's address scheme or extension.
         bool standing = false;
-        switch (firstChoiceFor(FileName)) {
-        case FirstChoice::Stream:
+        if (const FormatChain* first = chains::firstChoiceFor(item)) {
             RecreateGrabberIfMissing(pins);
-            if (chains_.ConnectStreamFilters(pins.source, pins.decoderIn, pins.decoderOut, pins.sgIn, pins.sgOut,
-                                     pins.renderIn, pins.grabber, FileName)) {
-                standing = true;
-                break;
+            if (first->announce) host_.Log(first->announce);
+            standing = RunChain(*first, pins, usingWM, item);
+            if (!standing && first->failureEndsDispatch) {
+                host_.RaiseWriteLog(first->failureEndsDispatch);
+                return ChainDispatchFailed();
             }
-            // A stream that does not connect is not a file: no other chain is tried.
-            host_.RaiseWriteLog("ConnectGraphFilters: ConnectStreamFilters Failed!");
-            return ChainDispatchFailed();
-        case FirstChoice::Mp3:
-            RecreateGrabberIfMissing(pins);
-            host_.Log("trying ConnectMp3Filters...");
-            standing = TryMp3Chain(pins, usingWM, FileName);
-            break;
-        case FirstChoice::Wave:
-            RecreateGrabberIfMissing(pins);
-            host_.Log("trying ConnectWavFilters...");
-            standing = TryWaveChain(pins, usingWM, FileName);
-            break;
-        case FirstChoice::Wma:
-            RecreateGrabberIfMissing(pins);
-            host_.Log("trying ConnectWMAFilters...");
-            standing = TryWmaChain(pins, usingWM, FileName);
-            break;
-        case FirstChoice::Ogg:
-            RecreateGrabberIfMissing(pins);
-            host_.Log("trying ConnectOggFilters...");
-            standing = TryOggChain(pins, usingWM, FileName);
-            break;
-        case FirstChoice::Mp4:
-            RecreateGrabberIfMissing(pins);
-            host_.Log("trying ConnectMp4Filters...");
-            standing = chains_.ConnectMp4Filters(pins.source, pins.sgIn, pins.sgOut, pins.renderIn, pins.grabber, FileName);
-            SyncChainPins(pins);
-            break;
-        case FirstChoice::None:
-            break;
         }
 
-        // The fallbacks, in their fixed order; MP4 and streams are never among them.
-        if (!standing) standing = ConnectFallbackChains(pins, usingWM, FileName, CanUseAutoRender);
+        if (!standing) standing = ConnectFallbackChains(pins, usingWM, item, CanUseAutoRender);
 
         if (!standing) return ChainDispatchFailed();
 
@@ -102,36 +51,24 @@ bool GraphSession::ConnectGraphFilters(const std::string& FileName, bool CanUseA
     return ChainDispatchFailed();
 }
 
-namespace {
-// The fallbacks after a failed first choice, in their fixed order; MP4 and streams are never
-// among them. MP3 runs again with the source as it stands (so an MP3 item runs it twice); each
-// of the others from a fresh source, which the chain adds itself.
-struct Fallback {
-    const char* announce;
-    bool freshSource;
-    bool listGraphAfter; // the graph's filters go to the log after it
-    bool (GraphSession::*run)(GraphSession::ChainPins&, bool& usingWM, const std::string& FileName);
-};
-constexpr Fallback kFallbacks[] = {
-    {"trying ConnectMp3Filters (after fail)...", false, false, &GraphSession::TryMp3Chain},
-    {"trying ConnectWaveFilters (after fail)...", true, false, &GraphSession::TryWaveChain},
-    {"trying ConnectWMAFilters (after fail)...", true, true, &GraphSession::TryWmaChain},
-    {"trying ConnectOggFilters (after fail)...", true, true, &GraphSession::TryOggChain},
-};
-} // namespace
+bool GraphSession::RunChain(const FormatChain& chain, ChainPins& pins, bool& usingWM, const item::Name& item) {
+    const bool standing = (chains_.*chain.connect)(pins, usingWM, item);
+    if (chain.handsBackPins) SyncChainPins(pins);
+    return standing;
+}
 
-bool GraphSession::ConnectFallbackChains(ChainPins& pins, bool& usingWM, const std::string& FileName,
-                                   bool CanUseAutoRender) {
+bool GraphSession::ConnectFallbackChains(ChainPins& pins, bool& usingWM, const item::Name& item,
+                                         bool CanUseAutoRender) {
     host_.RaisePlayerLogInfo("ConnectGraphFilters: ConnectGraphFilters failed: " + g_.LastError_);
 
     bool standing = false;
-    for (const Fallback& fallback : kFallbacks) {
+    for (const ChainFallback& fallback : chains::fallbacks()) {
         if (fallback.freshSource)
             ForgetSourceForNextChain(pins);
         else
             RecreateGrabberIfMissing(pins);
         host_.Log(fallback.announce);
-        standing = (this->*fallback.run)(pins, usingWM, FileName);
+        standing = RunChain(*fallback.chain, pins, usingWM, item);
         if (fallback.listGraphAfter && host_.logging()) host_.Log(host_.PrintFilters(g_.MainGraphMan));
         if (standing) break;
     }
@@ -142,7 +79,7 @@ bool GraphSession::ConnectFallbackChains(ChainPins& pins, bool& usingWM, const s
     if (!standing && CanUseAutoRender) {
         ForgetSourceForNextChain(pins);
         host_.RaiseWriteLog("Getting desperate to render this file, doing automatically...");
-        standing = RenderAutomatically(FileName, pins.sgIn, pins.sgOut);
+        standing = RenderAutomatically(item, pins.sgIn, pins.sgOut);
         host_.RaiseWriteLog("RenderAutomatically in ConnectGraphFilters completed...");
     }
     return standing;
@@ -245,36 +182,10 @@ void GraphSession::SyncChainPins(ChainPins& pins) {
     if (g_.fSampleGrabber != pins.grabber) pins.grabber = g_.fSampleGrabber;
 }
 
-bool GraphSession::TryMp3Chain(ChainPins& pins, bool& usingWM, const std::string& FileName) {
-    const bool standing = chains_.ConnectMp3Filters(pins.source, pins.splitterIn, g_.fMpegSplitter, pins.decoderIn,
-                                            pins.decoderOut, pins.sgIn, pins.sgOut, pins.renderIn, pins.grabber,
-                                            usingWM, FileName);
-    SyncChainPins(pins);
-    return standing;
-}
-
-bool GraphSession::TryWaveChain(ChainPins& pins, bool& /*usingWM*/, const std::string& FileName) {
-    const bool standing = chains_.ConnectWaveFilters(pins.source, pins.waveParserIn, g_.fWaveParser, pins.sgIn, pins.sgOut,
-                                             pins.renderIn, pins.grabber, FileName);
-    SyncChainPins(pins);
-    return standing;
-}
-
-bool GraphSession::TryWmaChain(ChainPins& pins, bool& /*usingWM*/, const std::string& FileName) {
-    const bool standing = chains_.ConnectWMAFilters(pins.source, pins.sgIn, pins.sgOut, pins.renderIn, FileName);
-    SyncChainPins(pins);
-    return standing;
-}
-
-bool GraphSession::TryOggChain(ChainPins& pins, bool& /*usingWM*/, const std::string& FileName) {
-    const bool standing = chains_.ConnectOggFilters(pins.source, pins.sgIn, pins.sgOut, pins.renderIn, FileName);
-    SyncChainPins(pins);
-    return standing;
-}
-
 // ---- RenderAutomatically ---------------------------------------------------------------------
 
-bool GraphSession::RenderAutomatically(const std::string& FileName, platform::PinPtr& sgIn, platform::PinPtr& sgOut) {
+bool GraphSession::RenderAutomatically(const item::Name& item, platform::PinPtr& sgIn, platform::PinPtr& sgOut) {
+    const std::string& FileName = item.text();
     // Only where the host allows the platform's own choice of filters.
     if (!host_.Process().AutoRenderAllowed) {
         g_.LastError_ += "\r\n" + FileName + " would need to be automatically rendered, but the setting is disabled.";
@@ -312,11 +223,11 @@ bool GraphSession::RenderAutomatically(const std::string& FileName, platform::Pi
         // A source, with the own reader's preference suspended for one retry if need be.
         if (!g_.MainSourcePin) {
             bool mustUseReader = false;
-            bool added = AddSourceFilter(FileName, mustUseReader);
+            bool added = AddSourceFilter(item, mustUseReader);
             if (!added && host_.Process().HaldenSourcePrefer) {
                 host_.Process().HaldenSourcePrefer = false;
                 mustUseReader = false;
-                added = AddSourceFilter(FileName, mustUseReader);
+                added = AddSourceFilter(item, mustUseReader);
                 host_.Process().HaldenSourcePrefer = true;
             }
             if (!added || !g_.MainSourcePin) {

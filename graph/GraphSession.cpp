@@ -28,11 +28,6 @@ constexpr const char* kBusyDestroy =
     "Never never destroy graph whilst its trying to add - wait for the timeout, or the success. "
     "Currently waiting for: ";
 
-// Milliseconds between two readings of the wrapping 32-bit tick counter.
-int32_t elapsedMs(int32_t start, int32_t now) {
-    return static_cast<int32_t>(static_cast<uint32_t>(now) - static_cast<uint32_t>(start));
-}
-
 } // namespace
 
 // ---- Busy guard ------------------------------------------------------------------------------
@@ -104,7 +99,9 @@ void GraphSession::ReplaceGraph(bool MakinPFLGraph) {
 
 // ---- BuildGraph ------------------------------------------------------------------------------
 
-bool GraphSession::BuildGraph(const std::string& FileName, bool bMustUseASFReader, bool CanUseAutoRender) {
+bool GraphSession::BuildGraph(const item::Name& item, bool bMustUseASFReader, bool CanUseAutoRender) {
+    const std::string& FileName = item.text();
+    if (RefuseUnplayableAddress(item)) return false;
     auto& ticks = platform_.ticks();
     int32_t started = ticks.nowMs();
     // The text that the failure path logs: the last timing line or the step under way.
@@ -118,8 +115,6 @@ bool GraphSession::BuildGraph(const std::string& FileName, bool bMustUseASFReade
     try {
         // A machine without MP3 decoder decodes through the ACM wrapper.
         if (routing_.Cards().MustUseACM()) g_.UseACM_ = true;
-
-        const std::string extension = text::toUpper(text::lastChars(FileName, 3));
 
         // The previous item's source goes.
         started = ticks.nowMs();
@@ -148,7 +143,7 @@ bool GraphSession::BuildGraph(const std::string& FileName, bool bMustUseASFReade
 
         // The source.
         pending = timing(2);
-        bool sourceAdded = AddSourceFilter(FileName, bMustUseASFReader);
+        bool sourceAdded = AddSourceFilter(item, bMustUseASFReader);
 
         // Once more without the Windows Media reader, where automatic rendering may follow.
         if (!sourceAdded) {
@@ -157,7 +152,7 @@ bool GraphSession::BuildGraph(const std::string& FileName, bool bMustUseASFReade
             if (!CanUseAutoRender) return failed();
             pending = "CanUseAutoRender: true: for " + FileName;
             bMustUseASFReader = false;
-            if (!AddSourceFilter(FileName, bMustUseASFReader)) return failed();
+            if (!AddSourceFilter(item, bMustUseASFReader)) return failed();
         }
 
         // From here failures are the chain's to judge.
@@ -166,17 +161,17 @@ bool GraphSession::BuildGraph(const std::string& FileName, bool bMustUseASFReade
         if (!g_.SoundCardInPin) routing_.AddSoundCard(routing_.GetMainSoundcard(), false);
 
         // The decoder chain.
-        if (ConnectGraphFilters(FileName, CanUseAutoRender, bMustUseASFReader)) {
+        if (ConnectGraphFilters(item, CanUseAutoRender, bMustUseASFReader)) {
             g_.graphBuilt_ = true;
             host_.Log("BuildGraph: ConnectGraphFilters Successful.");
             pending = timing(4);
         } else {
             // Ogg alone gets a second try from a fresh source.
             host_.Log("BuildGraph: Failed: ConnectGraphFilters *NOT* Successful.");
-            if (!text::equalsNoCase(extension, "OGG")) return failed();
+            if (!item.extensionIs("ogg")) return failed();
             RemoveSourceFilter();
             bool noReader = false;
-            if (!AddSourceFilter(FileName, noReader) || !ConnectGraphFilters(FileName, true, false)) {
+            if (!AddSourceFilter(item, noReader) || !ConnectGraphFilters(item, true, false)) {
                 host_.Log("BuildGraph: was NOT able to build ogg graph");
                 return failed();
             }

@@ -6,6 +6,7 @@
 
 #include "devices/GraphModel.h"
 #include "devices/Routing.h"
+#include "formats/ChainRegistry.h"
 #include "formats/FormatChains.h"
 #include "platform/Platform.h"
 
@@ -14,6 +15,11 @@
 
 namespace corvid {
 
+// Milliseconds between two readings of the wrapping 32-bit tick counter.
+inline int32_t elapsedMs(int32_t start, int32_t now) {
+    return static_cast<int32_t>(static_cast<uint32_t>(now) - static_cast<uint32_t>(start));
+}
+
 class GraphSession : public ChainGraph {
 public:
     GraphSession(GraphModel& g, GraphHost& host, DeviceRouting& routing, FormatChains& chains,
@@ -21,7 +27,7 @@ public:
         : g_(g), host_(host), routing_(routing), chains_(chains), platform_(platform) {}
 
     void CreateNewGraph(bool MakinPFLGraph);
-    bool BuildGraph(const std::string& FileName, bool bMustUseASFReader, bool CanUseAutoRender);
+    bool BuildGraph(const item::Name& item, bool bMustUseASFReader, bool CanUseAutoRender);
     bool BuildGraphFailed(const std::string& pendingMessage);
     void ReplaceGraph(bool MakinPFLGraph); // CreateNewGraph's work; raises 558 while busy
     void DestroyGraph(bool keepPlaystate = false);
@@ -32,37 +38,28 @@ public:
     // Raises 558 with the refusal (and the waiting item) while a source is being added.
     void BusyGuard(const char* refusal, bool quoteItem);
     // ---- Source selection (graph/SourceSelection.cpp) ----
-    bool AddSourceFilter(const std::string& FileName, bool& bMustUseASFReader) override;
+    bool AddSourceFilter(const item::Name& item, bool& bMustUseASFReader) override;
+    // An address of a scheme no source opens: says so (LastError, the log, the pending error)
+    // and rules out a second build.
+    bool RefuseUnplayableAddress(const item::Name& item);
     platform::FilterPtr AddFlacSource(const std::string& FileName);
     platform::FilterPtr AddFileSource(const std::string& FileName);
     platform::FilterPtr AddStreamSource(const std::string& address, GraphModel::PendingError& failure);
     bool WaitForStreamSource(const platform::FilterPtr& source, const std::string& address);
-    platform::FilterPtr AddReaderSource(const std::string& FileName, platform::CatalogueEntryPtr reader,
+    platform::FilterPtr AddReaderSource(const item::Name& item, platform::CatalogueEntryPtr reader,
                                         GraphModel::PendingError& failure);
     platform::FilterPtr AddOggSource(const std::string& FileName);
     void RemoveUnusableSources(const std::vector<platform::FilterPtr>& standing);
     // ---- Chain dispatch (graph/ChainDispatch.cpp) ----
-    // The dispatcher's own copies of the pins it hands to the chains.
-    struct ChainPins {
-        platform::PinPtr source, splitterIn, decoderIn, decoderOut, waveParserIn;
-        platform::PinPtr sgIn, sgOut, renderIn;
-        platform::FilterPtr grabber;
-    };
-    bool ConnectGraphFilters(const std::string& FileName, bool CanUseAutoRender,
-                             bool bMustUseASFReader);
-    bool ConnectFallbackChains(ChainPins& pins, bool& usingWM, const std::string& FileName,
-                               bool CanUseAutoRender);
+    bool ConnectGraphFilters(const item::Name& item, bool CanUseAutoRender, bool bMustUseASFReader);
+    bool RunChain(const FormatChain& chain, ChainPins& pins, bool& usingWM, const item::Name& item);
+    bool ConnectFallbackChains(ChainPins& pins, bool& usingWM, const item::Name& item, bool CanUseAutoRender);
     bool ChainDispatchFailed();
     bool GatherChainPins(ChainPins& pins);
     void RecreateGrabberIfMissing(ChainPins& pins);
     void ForgetSourceForNextChain(ChainPins& pins);
     void SyncChainPins(ChainPins& pins);
-    bool TryMp3Chain(ChainPins& pins, bool& usingWM, const std::string& FileName);
-    bool TryWaveChain(ChainPins& pins, bool& usingWM, const std::string& FileName);
-    bool TryWmaChain(ChainPins& pins, bool& usingWM, const std::string& FileName);
-    bool TryOggChain(ChainPins& pins, bool& usingWM, const std::string& FileName);
-    bool RenderAutomatically(const std::string& FileName, platform::PinPtr& sgIn,
-                             platform::PinPtr& sgOut);
+    bool RenderAutomatically(const item::Name& item, platform::PinPtr& sgIn, platform::PinPtr& sgOut);
     bool RenderAutomaticallyFailed(const GraphModel::PendingError& failure, bool grabberRemoved);
     // ---- Standard filters and inserts (graph/Inserts.cpp) ----
     void AddGraphFilters();

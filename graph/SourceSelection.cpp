@@ -9,12 +9,10 @@
 // the build reports why no source stands.
 
 #include "graph/GraphSession.h"
-#include "platform/ItemName.h"
-#include "support/ProcessState.h"
-#include "devices/FilterNames.h"
 
+#include "devices/FilterNames.h"
 #include "devices/clsCards.h"
-#include "platform/ItemName.h"
+#include "support/ProcessState.h"
 #include "support/Text.h"
 
 #include <algorithm>
@@ -26,12 +24,11 @@ using namespace filters;
 namespace {
 
 constexpr int32_t kBusyOrUnplayable = 558;
-// The stream source reports its state on the control thread; it is looked at this often,
-// and given up after this long.
-constexpr int32_t kStreamPollMs = 100;
+// The schemes a source opens: the stream source its own two, the Windows Media reader the
+// plain web ones.
+constexpr std::string_view kPlayableSchemes[] = {"http", "https", "icystream", "icystreams"};
+// The stream source reports its state on the control thread; it is given up after this long.
 constexpr int32_t kStreamTimeoutMs = 10000;
-
-using item::isAddress;
 
 std::string errText(int32_t number, const std::string& description) {
     return std::to_string(number) + " " + description;
@@ -39,12 +36,27 @@ std::string errText(int32_t number, const std::string& description) {
 
 } // namespace
 
-bool GraphSession::AddSourceFilter(const std::string& FileName, bool& bMustUseASFReader) {
-    const std::string last3 = text::toLower(text::lastChars(FileName, 3));
-    const std::string last4 = text::toLower(text::lastChars(FileName, 4));
-    const bool address = isAddress(FileName);
+bool GraphSession::RefuseUnplayableAddress(const item::Name& item) {
+    if (!item.isAddress()) return false;
+    std::string playable;
+    for (std::string_view scheme : kPlayableSchemes) {
+        if (text::equalsNoCase(item.scheme(), scheme)) return false;
+        playable += (playable.empty() ? "" : ", ") + std::string(scheme) + "://";
+    }
+    const std::string why = "The address " + item.text() + " cannot be played: no source takes " +
+                            std::string(item.scheme()) + ":// addresses. Addresses that play: " + playable + ".";
+    host_.Log("BuildGraph: " + why);
+    g_.LastError_ = why;
+    g_.trapError(kBusyOrUnplayable, why);
+    g_.streamAnswerFinal_ = true; // every source would answer the same
+    return true;
+}
 
-    if (last3 == "wma") bMustUseASFReader = true;
+bool GraphSession::AddSourceFilter(const item::Name& item, bool& bMustUseASFReader) {
+    const std::string& FileName = item.text();
+    const bool address = item.isAddress();
+
+    if (item.extensionIs("wma")) bMustUseASFReader = true;
     g_.UsingASFReader_ = false;
     g_.UsingHaldenSource_ = false;
     if (!g_.MainGraphMan) return false;
@@ -63,13 +75,13 @@ bool GraphSession::AddSourceFilter(const std::string& FileName, bool& bMustUseAS
     } clearAdding{g_.AddingSourceFilter};
 
     try {
-        if (last4 == "flac") {
+        if (item.extensionIs("flac")) {
             // FLAC decodes in its own source. Quick, so the busy flag stays down.
             host_.Log("flac file loading into madflac ...");
             source = AddFlacSource(FileName);
             if (!source) return false;
         } else {
-            if (last4 == ".m4a" && !chains_.IsMp4Capable()) {
+            if (item.extensionIs("m4a") && !chains_.IsMp4Capable()) {
                 g_.LastError_ = "Not mp4 capable";
                 return false;
             }
@@ -88,14 +100,14 @@ bool GraphSession::AddSourceFilter(const std::string& FileName, bool& bMustUseAS
             platform::CatalogueEntryPtr reader;
             if (host_.Process().HaldenSourcePrefer && !bMustUseASFReader) {
                 if (const platform::CatalogueEntryPtr* own = routing_.colDShowFilters().find(kOwnReader)) {
-                    if (!address && text::toUpper(last3) == "MP3") reader = *own;
+                    if (!address && item.extensionIs("mp3")) reader = *own;
                 } else {
                     host_.RaiseWriteLog("POTENTIAL TROUBLE: Halden's Source doesnt seem to be regged on this system!");
                 }
             }
 
-            const bool oggPath = !address && (last3 == "ogg" || last3 == "lac");
-            if (!reader && !bMustUseASFReader && (!address || item::isIcyStream(FileName))) {
+            const bool oggPath = !address && isOggName(item);
+            if (!reader && !bMustUseASFReader && (!address || item.isIcyStream())) {
                 if (oggPath)
                     source = AddOggSource(FileName);
                 else if (!address)
@@ -103,7 +115,7 @@ bool GraphSession::AddSourceFilter(const std::string& FileName, bool& bMustUseAS
                 else
                     source = AddStreamSource(FileName, failure);
             } else {
-                source = AddReaderSource(FileName, reader, failure);
+                source = AddReaderSource(item, reader, failure);
             }
         }
 
@@ -222,7 +234,8 @@ bool GraphSession::WaitForStreamSource(const platform::FilterPtr& source, const 
     platform::StreamSourceControl* control = source->streamSource();
     auto& ticks = platform_.ticks();
     auto& loop = platform_.eventLoop();
-    for (int32_t waited = 0;; waited += kStreamPollMs) {
+    const int32_t started = ticks.nowMs();
+    for (;;) {
         const auto state = control->openState();
         if (state == platform::StreamSourceControl::OpenState::Open) return true;
         if (state == platform::StreamSourceControl::OpenState::Failed) {
@@ -230,6 +243,7 @@ bool GraphSession::WaitForStreamSource(const platform::FilterPtr& source, const 
             g_.streamAnswerFinal_ = control->failureIsFinal();
             raise(why.number ? why.number : platform::hr::Fail, why.description);
         }
+        const int32_t waited = elapsedMs(started, ticks.nowMs());
         if (waited >= kStreamTimeoutMs) {
             g_.streamAnswerFinal_ = true; // a server this slow would be as slow for any source
             if (control->canCancel()) control->cancel(); // and its connection ends now
@@ -241,22 +255,23 @@ bool GraphSession::WaitForStreamSource(const platform::FilterPtr& source, const 
             loop.processPending();
         }
         g_.reentrance_.stopIfSuperseded();
-        ticks.sleepMs(kStreamPollMs);
+        control->waitForChange(kStreamTimeoutMs - waited);
     }
 }
 
 // The Windows Media readers: the player's own reader (when it is preferred for local MP3 files) or the platform's,
 // unless it is banned.
-platform::FilterPtr GraphSession::AddReaderSource(const std::string& FileName, platform::CatalogueEntryPtr reader,
+platform::FilterPtr GraphSession::AddReaderSource(const item::Name& item, platform::CatalogueEntryPtr reader,
                                             GraphModel::PendingError& failure) {
-    const std::string last3 = text::toLower(text::lastChars(FileName, 3));
+    const std::string& FileName = item.text();
+    const std::string& extension = item.extension();
 
     if (!reader) {
         if (host_.Process().ASFReaderBanned) {
             host_.Log("WARNING: WM ASF READER is too old for me to try to use it. Update Windows Media Player to 11 or more!");
             // Only the reader opens such addresses: say so rather than let the file route
             // report a missing file.
-            if (isAddress(FileName))
+            if (item.isAddress())
                 failure = GraphModel::PendingError{kBusyOrUnplayable, "The address " + FileName +
                                                               " needs the Windows Media reader, which is banned "
                                                               "(ASFReaderBanned); only icystream:// and icystreams:// "
@@ -287,12 +302,12 @@ platform::FilterPtr GraphSession::AddReaderSource(const std::string& FileName, p
 
     // The platform's reader hangs on some files: say so, but load them all the same.
     if (text::equalsNoCase(name, kWmReaderName)) {
-        if (last3 == "mp3" || last3 == "mp2" || last3 == "wma" || last3 == "asf") {
+        if (extension == "mp3" || extension == "mp2" || extension == "wma" || extension == "asf") {
             host_.Log("Being careful to check extension before loading into " + name +
                 " (Should be WM Reader) because of hangs...");
         } else {
-            host_.Log("NOT trying to load file, with extension: " + last3 + " into WM ASF Reader. It is delicate!");
-            if (last3 == "ogg" || last3 == "lac") {
+            host_.Log("NOT trying to load file, with extension: " + extension + " into WM ASF Reader. It is delicate!");
+            if (isOggName(item)) {
                 host_.Log("Trying the ogg subsystem...");
                 g_.MainGraphMan->removeFilter(source); // one source only
                 return AddOggSource(FileName);

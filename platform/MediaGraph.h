@@ -97,8 +97,13 @@ public:
     // audio, no answer in time, a certificate that fails). Opening the same address again,
     // through this source or another, would reach the same server.
     virtual bool failureIsFinal() const { return false; }
+    // Only while the open is under way: an open stream is stopped with its graph.
     virtual bool canCancel() const = 0;
     virtual Status cancel() = 0;
+    // Blocks the control thread until the open may have moved on (work arrived for the event
+    // loop, or the platform's clock reached the source's next step), at most timeoutMs; at once
+    // when no open is under way. The caller then pumps the loop and reads openState() again.
+    virtual void waitForChange(int32_t timeoutMs) = 0;
 };
 
 class Filter {

@@ -3,6 +3,7 @@
 
 #include <corvid/SimPlatform.h>
 
+#include "platform/ItemName.h"
 #include "platform/Text.h"
 #include "platform/sim/SimHelper.h"
 #include "platform/sim/SimPlatform.h"
@@ -17,8 +18,7 @@ std::string mediaTypeOf(const std::string& path) {
         {"flac", "stream/flac"},      {"m4a", "stream/mp4;aac"},    {"mp4", "stream/mp4;aac"},
         {"aac", "stream/mp4;aac"},    {"wma", "stream/asf;wma"},
     };
-    const auto dot = path.find_last_of('.');
-    const std::string extension = dot == std::string::npos ? std::string() : path.substr(dot + 1);
+    const std::string extension = item::extension(path);
     for (const auto& [kind, type] : kinds)
         if (text::equalsNoCase(extension, kind)) return type;
     return "stream/unknown";

@@ -328,24 +328,21 @@ void SimFilter::streamDue() {
     refreshPins();
 }
 
-bool SimFilter::canCancel() const {
-    return stream_.cancellable &&
-           (openState_ == OpenState::Opening || openState_ == OpenState::Open);
+Status SimFilter::cancel() {
+    if (!canCancel()) return fail(hr::WrongState, "There is nothing to cancel.");
+    openState_ = OpenState::Failed;
+    openFailure_ = fail(hr::Abort, "The stream open was cancelled.");
+    return Status::success();
 }
 
-Status SimFilter::cancel() {
-    ++cancelCount_;
-    if (!canCancel()) return fail(hr::WrongState, "There is nothing to cancel.");
-    if (openState_ == OpenState::Opening) {
-        openState_ = OpenState::Failed;
-        openFailure_ = fail(hr::Abort, "The stream open was cancelled.");
-    } else {
-        // An open stream that is cancelled stops delivering: its pins go.
-        openState_ = OpenState::Idle;
-        loadedType_.clear();
-        refreshPins();
-    }
-    return Status::success();
+// Nothing reaches the simulated machine from outside: time moves on to the open's outcome, or
+// by the whole timeout when the server never answers.
+void SimFilter::waitForChange(int32_t timeoutMs) {
+    if (openState_ != OpenState::Opening || timeoutMs <= 0) return;
+    int64_t waitMs = timeoutMs;
+    if (stream_.outcome != SimStream::Outcome::NeverOpens)
+        waitMs = std::clamp<int64_t>(openDueAt_ - world_->elapsedMs, 1, timeoutMs);
+    world_->advance(waitMs);
 }
 
 bool SimFilter::fireStreamBuffering(int32_t percent) {

@@ -102,7 +102,6 @@ public:
                         const std::string& fullMeta);
     bool fireOdStreamSeg(double seg);
     platform::ShoutcastCallback* registeredCallback() const { return callback_; }
-    int cancelCount() const { return cancelCount_; }
 
     // Pitch shifter and pipe sender state as last set.
     double pitchRate() const { return pitchRate_; }
@@ -143,8 +142,9 @@ private:
     bool failureIsFinal() const override {
         return openState_ == OpenState::Failed && (stream_.finalFailure || openFailure_.number == platform::hr::Abort);
     }
-    bool canCancel() const override;
+    bool canCancel() const override { return openState_ == OpenState::Opening; }
     Status cancel() override;
+    void waitForChange(int32_t timeoutMs) override;
 
     std::shared_ptr<detail::World> world_;
     std::shared_ptr<detail::Registration> reg_;
@@ -170,7 +170,6 @@ private:
     Status openFailure_;
     int64_t openDueAt_ = 0;
     SimStream stream_;
-    int cancelCount_ = 0;
 };
 
 class SimGraph : public platform::Graph,

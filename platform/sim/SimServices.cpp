@@ -14,7 +14,6 @@ namespace hr = platform::hr;
 int32_t SimTickCounter::nowMs() { return world_.nowMs(); }
 
 void SimTickCounter::sleepMs(int32_t ms) {
-    ++sleeps_;
     world_.advance(ms);
 }
 

@@ -35,11 +35,9 @@ public:
     int32_t nowMs() override;
     void sleepMs(int32_t ms) override;
     double secondsSinceMidnight() override;
-    int sleepCount() const { return sleeps_; }
 
 private:
     detail::World& world_;
-    int sleeps_ = 0;
 };
 
 class SimSettingsStore : public platform::SettingsStore {

@@ -63,7 +63,6 @@ struct SimStream {
     // Live streams report 525600 (one year of minutes) as the stream client does.
     double durationSeconds = LiveDuration;
     std::vector<LevelPoint> levels;
-    bool cancellable = true;
     // A failure that is the server's last word (see StreamSourceControl::failureIsFinal).
     bool finalFailure = false;
 

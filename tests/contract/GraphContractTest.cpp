@@ -8,6 +8,7 @@
 #include "platform/sim/SimPlatform.h"
 #ifdef CORVID_CONTRACT_NATIVE
 #include "../native/NativeTestSupport.h"
+#include "../native/StreamServer.h"
 #endif
 
 #include <gtest/gtest.h>
@@ -42,6 +43,8 @@ public:
     // A file of a kind: "mp3", "wav", "wide.wav" (samples no renderer takes), "wma", "flac",
     // "ogg", "m4a"; or a name that does not exist.
     virtual std::string file(const std::string& kind) = 0;
+    // An address whose stream opens a moment after it is asked for.
+    virtual std::string stream() = 0;
     // Lets the machine run until `done` holds, for at most `ms` of its time.
     virtual bool runUntil(const std::function<bool()>& done, int ms) = 0;
 };
@@ -56,9 +59,11 @@ public:
         const std::map<std::string, std::string> tags = {
             {"Artist", "Test Artist"}, {"Title", "Test Title"}, {"WM/Year", "2001"}, {"WM/Genre", "Jazz"}};
         for (const auto& [kind, type] : kinds) sim_->addFile(file(kind), sim::SimFile{type, kSeconds, {}, tags});
+        sim_->addStream(stream(), {.afterMs = 300, .levels = {}});
     }
     platform::Platform& platform() override { return *sim_; }
     std::string file(const std::string& kind) override { return "/m/tone." + kind; }
+    std::string stream() override { return "icystream://127.0.0.1:8000/live"; }
     bool runUntil(const std::function<bool()>& done, int ms) override {
         for (int waited = 0; !done(); waited += 10) {
             if (waited >= ms) return false;
@@ -87,11 +92,18 @@ public:
         if (kind == "none") return native::test::workDir() + "/media/none.mp3";
         return native::test::mediaPath("tone." + kind);
     }
+    std::string stream() override {
+        if (!server_)
+            server_ = std::make_unique<native::test::StreamServer>(native::test::StreamServer::Mode::File,
+                                                                   native::test::mediaPath("tone.mp3"));
+        return server_->address();
+    }
     bool runUntil(const std::function<bool()>& done, int ms) override {
         return platform_->loop().runUntil(done, ms);
     }
 
 private:
+    std::unique_ptr<native::test::StreamServer> server_; // outlives the platform's connections
     std::unique_ptr<native::NativePlatform> platform_;
 };
 #endif
@@ -452,6 +464,28 @@ TEST_P(GraphContract, TheEventLoopRunsTasksInOrderTheCatalogueListsEveryFilterAn
     EXPECT_FALSE(tags->artist(v));
     EXPECT_EQ(v, "") << "a closed reader empties what it is asked for";
     EXPECT_FALSE(tags->open(machine->file("none")));
+}
+
+// A stream source can be cancelled only while it opens; its wait ends when the open moves on.
+TEST_P(GraphContract, AStreamSourceWaitsForItsOpenAndCancelsOnlyWhileItOpens) {
+    using OpenState = platform::StreamSourceControl::OpenState;
+    auto* opened = add("_DShowShoutCast")->streamSource();
+    auto* cancelled = add("_DShowShoutCast")->streamSource();
+    ASSERT_TRUE(opened && cancelled);
+    EXPECT_FALSE(opened->canCancel()) << "nothing to cancel yet";
+    ASSERT_TRUE(opened->open(machine->stream()));
+    EXPECT_TRUE(opened->canCancel());
+    for (int pass = 0; pass < 100 && opened->openState() == OpenState::Opening; ++pass) {
+        opened->waitForChange(100);
+        machine->platform().eventLoop().processPending();
+    }
+    ASSERT_EQ(opened->openState(), OpenState::Open) << opened->openFailure().description;
+    EXPECT_FALSE(opened->canCancel() || opened->cancel()) << "an open stream stops with its graph";
+
+    ASSERT_TRUE(cancelled->open(machine->stream()));
+    ASSERT_TRUE(cancelled->cancel());
+    EXPECT_EQ(cancelled->openFailure().number, hr::Abort);
+    EXPECT_FALSE(cancelled->canCancel());
 }
 
 INSTANTIATE_TEST_SUITE_P(Platforms, GraphContract, ::testing::ValuesIn(kMachines),

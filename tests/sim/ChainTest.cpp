@@ -435,18 +435,5 @@ TEST_F(GraphSessionTest, WhileAStreamOpensTheGraphIsNeitherDestroyedNorReplaced)
     EXPECT_TRUE(links().count("_DShowShoutCast -> Brindle Pitch Shifter"));
 }
 
-TEST_F(GraphSessionTest, AStreamThatNeverOpensIsGivenUpAfterTenSecondsAndOneThatFailsSaysWhy) {
-    sim->addStream(Stream, {.outcome = sim::SimStream::Outcome::NeverOpens, .levels = {}});
-    EXPECT_FALSE(load(Stream));
-    EXPECT_NE(player->get_LastError().find("Waiting too long for the stream to load"), std::string::npos)
-        << player->get_LastError();
-    EXPECT_EQ(sim->ticks().sleepCount(), 100);
-
-    sim->addStream("icystream://radio/fails", {.outcome = sim::SimStream::Outcome::Fails, .afterMs = 300, .levels = {}});
-    EXPECT_FALSE(load("icystream://radio/fails"));
-    EXPECT_NE(player->get_LastError().find("The stream could not be opened."), std::string::npos)
-        << player->get_LastError();
-}
-
 } // namespace
 } // namespace corvid::testing

@@ -177,7 +177,7 @@ TEST_F(LoadTest, ANewGraphForEveryItemDestroysTheLastOne) {
 }
 
 TEST_F(LoadTest, AStreamThatCanNoLongerBeCancelledIsLetGoByTheNextLoad) {
-    sim->addStream("icystream://radio/fixed", {.levels = {}, .cancellable = false});
+    sim->addStream("icystream://radio/fixed", {});
     load("icystream://radio/fixed");
     ASSERT_EQ(player->get_FileName(), "icystream://radio/fixed") << player->get_LastError();
     const auto source = sim->lastStreamSource();

@@ -1,5 +1,6 @@
 #include "platform/native/graph/Graph.h"
 
+#include "platform/ItemName.h"
 #include "platform/Text.h"
 #include "platform/native/Registry.h"
 #include "platform/native/renderers/AudioRenderer.h"
@@ -13,13 +14,6 @@
 namespace corvid::native {
 
 using platform::GraphEvent;
-
-namespace {
-std::string lowerExt(const std::string& file) {
-    auto dot = file.find_last_of('.');
-    return dot == std::string::npos ? std::string() : text::toLower(file.substr(dot + 1));
-}
-} // namespace
 
 NativeGraph::NativeGraph(GraphContext context) : context_(std::move(context)) {}
 
@@ -43,7 +37,7 @@ std::vector<AudioRenderer*> NativeGraph::activeRenderers() const {
 
 Status NativeGraph::addSourceFilter(const std::string& fileName, platform::FilterPtr& source) {
     source.reset();
-    const std::string ext = lowerExt(fileName);
+    const std::string ext = item::extension(fileName);
     const char* which = "File Source (Async.)";
     if (ext == "flac") which = "Native FLAC Decoder";
     else if (ext == "wma" || ext == "asf") which = "WM ASF READER";

@@ -17,6 +17,9 @@
 #include "platform/native/stream/Icy.h"
 #include "platform/native/stream/Session.h"
 
+#include <cerrno>
+#include <poll.h>
+
 namespace corvid::native {
 
 namespace {
@@ -73,6 +76,16 @@ public:
     // Every failure once the open began is the server's answer or the host's cancel.
     bool failureIsFinal() const override { return state_ == OpenState::Failed && finalFailure_; }
     bool canCancel() const override { return state_ == OpenState::Opening; }
+
+    // The open's outcome reaches this thread as a task of the graph's loop: wait for the
+    // loop's wakeup descriptor.
+    void waitForChange(int32_t timeoutMs) override {
+        auto loop = graph() ? graph()->loop() : nullptr;
+        if (state_ != OpenState::Opening || !loop || timeoutMs <= 0) return;
+        pollfd wakeup{loop->wakeupFd(), POLLIN, 0};
+        while (::poll(&wakeup, 1, timeoutMs) < 0 && errno == EINTR) {
+        }
+    }
 
     Status cancel() override {
         if (!canCancel()) return Status::failure(hr::WrongState, "The stream is not opening.");
