@@ -194,9 +194,10 @@ void PlayerCore::LoadItemSteps(const std::string& newName, Reentrance::Operation
         routing_.ApplyPendingSoundCards();
 
         // Build, and once more through the other source filter.
+        const item::Name item(newName);
         const int32_t buildStart = ticks.nowMs();
         g_.streamAnswerFinal_ = false;
-        bool built = session_.BuildGraph(newName, false, false);
+        bool built = session_.BuildGraph(item, false, false);
         if (logging()) Log("BuildGraph took " + elapsedSince(buildStart) + " ms.");
         if (!built) {
             if (!RetryThroughOtherSource()) {
@@ -204,7 +205,7 @@ void PlayerCore::LoadItemSteps(const std::string& newName, Reentrance::Operation
                 return;
             }
             Log("BuildGraph DIDNT succeed - lets try again with a different source filter...");
-            if (session_.BuildGraph(newName, true, true)) {
+            if (session_.BuildGraph(item, true, true)) {
                 UsingASFReaderAsFallback_ = true;
             } else {
                 Log("BuildGraph DIDNT succeed - even with a different source filter failing "
@@ -215,7 +216,7 @@ void PlayerCore::LoadItemSteps(const std::string& newName, Reentrance::Operation
         }
 
         // Success.
-        LoadSucceeded(newName);
+        LoadSucceeded(item);
     } catch (const AutomationError& e) {
         g_.LastError_ = e.description();
         FailLoad(newName);
@@ -225,14 +226,15 @@ void PlayerCore::LoadItemSteps(const std::string& newName, Reentrance::Operation
     }
 }
 
-void PlayerCore::LoadSucceeded(const std::string& name) {
+void PlayerCore::LoadSucceeded(const item::Name& item) {
+    const std::string& name = item.text();
     auto& ticks = platform_.ticks();
 
     if (logging()) Log(name + "Succeeded to build the graph.  ");
     LogCheckpoint(2);
 
     // Tags of a Windows Media item; the duration (one fixed value for every stream).
-    if (text::equalsNoCase(text::lastChars(name, 3), "wma")) {
+    if (item.extensionIs("wma")) {
         try {
             (void)Tags().Open(name);
         } catch (...) {
@@ -327,7 +329,7 @@ void PlayerCore::LoadSucceeded(const std::string& name) {
     }
     graphLoaded_ = true;
     loadBusy_ = false;
-    g_.currentItem_ = name;
+    g_.currentItem_ = item;
     if (logging())
         Log("Filename (Let) in Player succeeded: in " +
             std::to_string(int64_t{ticks.nowMs()} - loadStart_) + " ms.");

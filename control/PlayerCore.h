@@ -209,7 +209,7 @@ private:
     static constexpr double StreamDurationSeconds = 216000.0;
     void LoadItem(const std::string& newName);
     void LoadItemSteps(const std::string& newName, Reentrance::Operation& load);
-    void LoadSucceeded(const std::string& name);
+    void LoadSucceeded(const item::Name& item);
     void UnloadItem();
     void FailLoad(const std::string& name);
     bool RetryThroughOtherSource();

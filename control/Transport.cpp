@@ -452,7 +452,7 @@ void PlayerCore::put_Rate(double& value) {
 
     // Otherwise the graph's own rate; Windows Media files play at their own speed only.
     if (!graphLoaded_ || !g_.MainGraphMan) return;
-    if (text::endsWithNoCase(g_.currentItem_, ".wma")) value = 1.0;
+    if (g_.currentItem_.extensionIs("wma")) value = 1.0;
     g_.trap(g_.MainGraphMan->setRate(value));
     g_.clearErr();
     cachedRate_ = value;
