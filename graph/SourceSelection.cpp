@@ -45,10 +45,10 @@ bool GraphSession::RefuseUnplayableAddress(const item::Name& item) {
     }
     const std::string why = "The address " + item.text() + " cannot be played: no source takes " +
                             std::string(item.scheme()) + ":// addresses. Addresses that play: " + playable + ".";
-    host_.Log("BuildGraph: " + why);
     g_.LastError_ = why;
     g_.trapError(kBusyOrUnplayable, why);
     g_.streamAnswerFinal_ = true; // every source would answer the same
+    host_.Log("BuildGraph: " + why);
     return true;
 }
 

@@ -9,7 +9,7 @@
 
 namespace corvid::text {
 
-// The last n characters (all of s when shorter), as the extension tests take them.
+// The last n characters (all of s when shorter), as a device name's speaker-pair suffix is read.
 std::string_view lastChars(std::string_view s, std::size_t n);
 // "True" / "False", the words in which booleans are logged and stored.
 inline const char* boolWord(bool b) { return b ? "True" : "False"; }
