@@ -37,7 +37,7 @@ constexpr const char* kUsage =
     "Plays files and stream addresses one after another.\n"
     "\n"
     "options:\n"
-    "  -d, --device NAME   output device: a name that --list-devices prints\n"
+    "  -d, --device NAME   output device as --list-devices names it, or a sink name\n"
     "      --silent        play to the silent device, without a sound server\n"
     "      --segue         start each next item at the segue point of the one before\n"
     "      --list-devices  list the output devices\n"
