@@ -166,7 +166,7 @@ std::optional<clsDShowRender> DeviceRouting::FindDevice(const std::string& name)
 bool DeviceRouting::DeviceExists(const std::string& name) { return FindDevice(name).has_value(); }
 
 std::string DeviceRouting::ListedName(const std::string& name) {
-    if (DeviceExists(name) || !soundCards_) return name;
+    if (routing::IsDefaultDevice(name) || DeviceExists(name) || !soundCards_) return name;
     const std::string base = routing::BaseDeviceName(name);
     if (base.empty()) return name;
     for (const auto& card : *soundCards_)
