@@ -165,6 +165,16 @@ std::optional<clsDShowRender> DeviceRouting::FindDevice(const std::string& name)
 
 bool DeviceRouting::DeviceExists(const std::string& name) { return FindDevice(name).has_value(); }
 
+std::string DeviceRouting::ListedName(const std::string& name) {
+    if (routing::IsDefaultDevice(name) || DeviceExists(name) || !soundCards_) return name;
+    const std::string base = routing::BaseDeviceName(name);
+    if (base.empty()) return name;
+    for (const auto& card : *soundCards_)
+        if (card.value.entry() && sameKey(card.value.entry()->alias(), base))
+            return card.key + name.substr(base.size());
+    return name;
+}
+
 bool DeviceRouting::DefaultSoundDeviceExists() {
     try {
         if (!soundCards_ || soundCards_->empty()) {
@@ -199,6 +209,7 @@ bool DeviceRouting::SetSoundcard(std::string& NewSoundCardName) {
         }
         // An empty name is the default device, and the caller sees so.
         if (NewSoundCardName.empty()) NewSoundCardName = kDefaultDevice;
+        NewSoundCardName = ListedName(NewSoundCardName);
         return RouteMainOutput(NewSoundCardName);
     } catch (const std::exception& e) {
         host_.Log(std::string("SetSoundcard: ") + e.what());
@@ -284,6 +295,7 @@ bool DeviceRouting::SetPFLSoundcard(std::string& NewPFLCard) {
             return true;
         }
         if (NewPFLCard.empty()) NewPFLCard = kDefaultDevice;
+        NewPFLCard = ListedName(NewPFLCard);
         return RoutePflOutput(NewPFLCard);
     } catch (const std::exception& e) {
         host_.Log(std::string("SetPFLSoundcard: ") + e.what());

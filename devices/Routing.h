@@ -54,6 +54,9 @@ public:
     CardsEvents CardsEventsForThisPlayer();
     void OnCardsGotFiltersWeNeed(FilterCatalogue& found, NameCollection& weNeed);
     std::optional<clsDShowRender> FindDevice(const std::string& name);
+    // The name under which the device is listed: `name` itself, or the listed name of the device
+    // whose alias (the sound server's name for it) `name` is, with any speaker-pair suffix kept.
+    std::string ListedName(const std::string& name);
     bool DeviceExists(const std::string& name);
     // Adds the device's renderer to the main or the PFL graph in place of the current one; a
     // main renderer added with `remember` becomes the main card name.

@@ -29,6 +29,9 @@ public:
     virtual std::string name() const = 0;
     // Speaker channels of an audio renderer; 0 for other filters.
     virtual int32_t numSpeakers() const = 0;
+    // A second name a host may give an audio renderer, the sound server's own name for the
+    // device where it lists the device by another; empty when there is none.
+    virtual std::string alias() const { return {}; }
     // Makes an instance and adds it to `graph` under the entry's name.
     virtual Status createIn(Graph& graph, FilterPtr& filter) = 0;
 };

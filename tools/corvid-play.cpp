@@ -37,7 +37,7 @@ constexpr const char* kUsage =
     "Plays files and stream addresses one after another.\n"
     "\n"
     "options:\n"
-    "  -d, --device NAME   output device: a name that --list-devices prints\n"
+    "  -d, --device NAME   output device as --list-devices names it, or a sink name\n"
     "      --silent        play to the silent device, without a sound server\n"
     "      --segue         start each next item at the segue point of the one before\n"
     "      --list-devices  list the output devices\n"
@@ -187,6 +187,9 @@ struct Deck : corvid::PlayerEvents {
     int32_t left = 0, right = 0;
     int32_t silenceSecs = 0;
     int32_t state = corvid::mpstopped;
+    // The rate last written, as the write adjusted it: `Rate` reads the graph's own rate, which
+    // stays 1.0 while the pitch filter carries the rate.
+    double rate = 1.0;
 
     void PlayerLogInfo(std::string& info) override {
         if (log) std::cerr << lineStart() << "[log] " << info << "\n";
@@ -269,7 +272,7 @@ void printStatus(Deck& deck, bool tty) {
     const double dur = player.get_Duration();
     char settings[64];
     std::snprintf(settings, sizeof settings, "vol %.1f dB  rate %.2f", player.get_Volume() / 100.0,
-                  player.get_Rate());
+                  deck.rate);
     std::string line = clock(pos) + " / " + clock(dur) + "  -" + clock(dur - pos) + "  " +
                        settings + "  L [" + meter(deck.left) + "] R [" + meter(deck.right) + "]";
     if (player.get_mute()) line += "  muted";
@@ -284,7 +287,6 @@ void handleKey(char key, Deck& deck, bool& quit, bool& skip) {
     corvid::Player& player = deck.player;
     double pos = player.get_CurrentPosition();
     int32_t volume = player.get_Volume();
-    double rate = player.get_Rate();
     bool mute = !player.get_mute();
     switch (key) {
     case 'q': quit = true; break;
@@ -299,9 +301,9 @@ void handleKey(char key, Deck& deck, bool& quit, bool& skip) {
     case '9': volume -= 300; player.put_Volume(volume); break;
     case '0': volume = std::min(volume + 300, 0); player.put_Volume(volume); break;
     case 'm': player.put_mute(mute); break;
-    case '[': rate -= 0.05; player.put_Rate(rate); break;
-    case ']': rate += 0.05; player.put_Rate(rate); break;
-    case 127: case '\b': rate = 1.0; player.put_Rate(rate); break;
+    case '[': deck.rate -= 0.05; player.put_Rate(deck.rate); break;
+    case ']': deck.rate += 0.05; player.put_Rate(deck.rate); break;
+    case 127: case '\b': deck.rate = 1.0; player.put_Rate(deck.rate); break;
     default: break;
     }
 }

@@ -1,6 +1,9 @@
 #include "platform/native/NativeCatalogue.h"
 
 #include "platform/native/Registry.h"
+#include "platform/Text.h"
+
+#include <algorithm>
 
 namespace corvid::native {
 
@@ -11,11 +14,13 @@ namespace {
 
 class Entry final : public platform::CatalogueEntry {
 public:
-    Entry(std::string name, int speakers, std::string instance, std::function<NativeFilterPtr()> make)
+    Entry(std::string name, int speakers, std::string instance, std::function<NativeFilterPtr()> make,
+          std::string alias = {})
         : name_(std::move(name)), speakers_(speakers), instance_(std::move(instance)),
-          make_(std::move(make)) {}
+          make_(std::move(make)), alias_(std::move(alias)) {}
     std::string name() const override { return name_; }
     int32_t numSpeakers() const override { return speakers_; }
+    std::string alias() const override { return alias_; }
     Status createIn(platform::Graph& graph, platform::FilterPtr& filter) override {
         filter.reset();
         auto made = make_();
@@ -31,6 +36,7 @@ private:
     int speakers_;
     std::string instance_;
     std::function<NativeFilterPtr()> make_;
+    std::string alias_;
 };
 
 const char* kPairSuffixes[] = {" [1-2]", " [3-4]", " [5-6]", " [7-8]"};
@@ -55,11 +61,20 @@ void NativeCatalogue::enumerateDevices() {
         devices_.push_back({kDefaultDeviceName, def.channels, [def](const std::string& n, int pair) {
                                 return makePulseRenderer(n, def, pair);
                             }});
-        for (auto& sink : sinks)
-            devices_.push_back({sink.description.empty() ? sink.name : sink.description, sink.channels,
+        // Listed by description, as operators know their devices; the sink's name is the
+        // alias a host may give instead. A description taken already lists by the name, so
+        // that two cards of one model both stay reachable.
+        for (auto& sink : sinks) {
+            const bool taken = std::any_of(devices_.begin(), devices_.end(), [&](const Device& d) {
+                return text::equalsNoCase(d.name, sink.description);
+            });
+            const bool byName = sink.description.empty() || taken;
+            devices_.push_back({byName ? sink.name : sink.description, sink.channels,
                                 [sink](const std::string& n, int pair) {
                                     return makePulseRenderer(n, sink, pair);
-                                }});
+                                },
+                                byName ? std::string() : sink.name});
+        }
     } else {
         if (!saidSilent_ && report_ && backend_ != OutputBackend::Silent)
             report_("no sound server (" + s.description +
@@ -83,7 +98,7 @@ Status NativeCatalogue::enumerate(const std::string& categoryId,
             auto make = d.make;
             auto name = d.name;
             entries.push_back(std::make_shared<Entry>(d.name, d.channels, d.name,
-                                                      [make, name] { return make(name, -1); }));
+                                                      [make, name] { return make(name, -1); }, d.alias));
         }
         return Status::success();
     }

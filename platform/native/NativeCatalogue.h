@@ -41,6 +41,7 @@ private:
         std::string name;
         int channels = 2;
         std::function<NativeFilterPtr(const std::string& name, int pair)> make;
+        std::string alias; // the sink's name, when the device is listed by its description
     };
     void enumerateDevices();
 

@@ -1,6 +1,7 @@
-"""corvid-play as an operator meets it: the command line, keys and signals under a
-pseudo-terminal, and two items in a row with a segue, all on the silent device."""
+"""corvid-play as an operator meets it: the command line, and under a pseudo-terminal keys,
+signals and two items in a row with a segue, all on the silent device."""
 
+import contextlib
 import fcntl
 import os
 import re
@@ -42,25 +43,18 @@ def read_until(fd, pattern, seconds=20):
     return seen
 
 
-def test_keys_work_and_ctrl_c_gives_the_terminal_back(tmp_path):
-    item = make_item(tmp_path / "long.wav", [(30, True)])
+@contextlib.contextmanager
+def on_terminal(args):
+    """corvid-play with a pseudo-terminal as its controlling terminal: (child, master, slave)."""
     master, slave = os.openpty()
-    before = termios.tcgetattr(slave)
 
     def controlling_terminal():
         fcntl.ioctl(0, termios.TIOCSCTTY, 0)
 
-    child = subprocess.Popen([PLAY, "--silent", item], stdin=slave, stdout=slave, stderr=slave,
+    child = subprocess.Popen([PLAY, "--silent"] + args, stdin=slave, stdout=slave, stderr=slave,
                              start_new_session=True, preexec_fn=controlling_terminal)
     try:
-        assert "vol 0.0 dB" in read_until(master, r"vol 0\.0 dB")
-        for key, shown in [(b"9", r"vol -3\.0 dB"), (b"m", r"muted"),
-                           (b" ", r"paused")]:
-            os.write(master, key)
-            assert re.search(shown, read_until(master, shown)), key
-        os.write(master, b"\x03")  # Ctrl-C through the terminal's own line discipline
-        assert child.wait(timeout=20) == 130
-        assert termios.tcgetattr(slave) == before
+        yield child, master, slave
     finally:
         if child.poll() is None:
             child.kill()
@@ -68,15 +62,28 @@ def test_keys_work_and_ctrl_c_gives_the_terminal_back(tmp_path):
         os.close(slave)
 
 
+def test_keys_work_and_ctrl_c_gives_the_terminal_back(tmp_path):
+    item = make_item(tmp_path / "long.wav", [(30, True)])
+    with on_terminal([item]) as (child, master, slave):
+        before = termios.tcgetattr(slave)
+        assert "vol 0.0 dB" in read_until(master, r"vol 0\.0 dB")
+        for key, shown in [(b"9", r"vol -3\.0 dB"), (b"m", r"muted"), (b"[[[", r"rate 0\.90"),
+                           (b"]", r"rate 0\.95"), (b" ", r"paused")]:
+            os.write(master, key)
+            assert re.search(shown, read_until(master, shown)), key
+        os.write(master, b"\x03")  # Ctrl-C through the terminal's own line discipline
+        assert child.wait(timeout=20) == 130
+        assert termios.tcgetattr(slave) == before
+
+
 def test_segue_starts_the_next_item_at_the_segue_point(tmp_path):
     first = make_item(tmp_path / "first.wav", [(2.5, True), (2.0, False)])
     second = make_item(tmp_path / "second.wav", [(1.0, True), (0.5, False)])
-    done = subprocess.run([PLAY, "--silent", "--segue", "--quiet", first, second],
-                          capture_output=True, text=True, timeout=60)
-    assert done.returncode == 0, done.stderr
-    segue = float(re.search(r"segue: ([\d.]+) s in " + first, done.stdout).group(1))
-    started = re.search(r"segue to (\S+) at ([\d.]+) s of (\S+)", done.stdout)
-    assert started, done.stdout
+    with on_terminal(["--segue", first, second]) as (child, master, _):
+        shown = read_until(master, r"playing " + re.escape(second))
+        assert child.wait(timeout=20) == 0, shown
+    segue = float(re.search(r"segue: ([\d.]+) s in " + re.escape(first), shown).group(1))
+    started = re.search(r"segue to (\S+) at ([\d.]+) s of (\S+)", shown)
+    assert started, shown
     assert (started.group(1), started.group(3)) == (second, first)
     assert segue <= float(started.group(2)) < segue + 0.5
-    assert "playing " + second in done.stdout

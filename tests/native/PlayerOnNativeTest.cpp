@@ -1,6 +1,7 @@
 // The player itself on the native runtime, heard at a real sink: its own chains play every
-// format; what a host sets (volume, mute, rate, pause, a seek, a speaker pair) is what arrives;
-// the meters, the end and the silence alarm come from the audio; a stream address opens.
+// format; what a host sets (volume, mute, rate, pause, a seek, a speaker pair by its sink's
+// name) is what arrives; the meters, the end and the silence alarm come from the audio; a
+// stream address opens.
 
 #include "NativeTestSupport.h"
 #include "StreamServer.h"
@@ -181,9 +182,11 @@ TEST_F(PlayerOnNative, PauseHoldsThePositionAndASeekMovesIt) {
     EXPECT_NEAR(rest.loudSeconds, kToneSeconds - 1.5, 0.25) << "only what follows the seek plays";
 }
 
+// Given by the sink's name, the pair is routed under the listed description.
 TEST_F(PlayerOnNative, ASpeakerPairGetsItsRouterAndOnlyItsTwoChannels) {
-    std::string pair = std::string(kSink8Description) + " [3-4]";
+    std::string pair = std::string(kSink8) + " [3-4]";
     ASSERT_TRUE(player_->SetSoundcard(pair));
+    EXPECT_EQ(pair, std::string(kSink8Description) + " [3-4]");
     ASSERT_NO_FATAL_FAILURE(load(mediaPath("tone.wav")));
     const auto samples = playToEnd(kSink8, 8);
     for (int ch = 0; ch < 8; ++ch) {

@@ -1,9 +1,10 @@
 """import corvid as a Python host uses it: a made file played on the silent device and on a
-private PulseAudio null sink with its events delivered through asyncio, and a host test on the
-simulation."""
+private PulseAudio null sink with its events delivered through asyncio, a host test on the
+simulation, and the segue example."""
 
 import asyncio
 import os
+import re
 import subprocess
 import sys
 
@@ -86,3 +87,14 @@ def test_a_host_on_the_simulation():
     assert sim.heard_ms("Default DirectSound Device", "/music/a.mp3") >= 9000
     with pytest.raises(ValueError):
         player.on("NoSuchEvent", print)
+
+
+def test_the_segue_example_starts_the_second_item_at_the_segue_point(tmp_path):
+    first = make_item(tmp_path / "first.wav", [(2.5, True), (2.0, False)])
+    second = make_item(tmp_path / "second.wav", [(1.0, True), (0.5, False)])
+    script = os.path.join(os.path.dirname(__file__), "..", "..", "examples", "segue.py")
+    done = subprocess.run([sys.executable, script, first, second, "--silent"],
+                          capture_output=True, text=True, timeout=60)
+    assert done.returncode == 0, done.stderr
+    segue = float(re.search(r"segue point of \S+ at ([\d.]+) s", done.stdout).group(1))
+    assert segue <= float(re.search(r"from ([\d.]+) s of", done.stdout).group(1)) < segue + 0.5
