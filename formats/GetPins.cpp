@@ -28,12 +28,12 @@ bool FormatChains::TakeSourcePin(platform::PinPtr& sourcePin, const std::string&
         if (graph_.AddSourceFilter(fileName, mustUseAsfReader))
             sourcePin = g_.MainSourcePin;
         else
-            host_.Log(texts.cannotAdd);
-    } else if (host_.logging()) {
-        host_.Log(texts.givenPrefix + fileName + " Source is: " + formats::ownerName(sourcePin));
+            events_.Log(texts.cannotAdd);
+    } else if (events_.logging()) {
+        events_.Log(texts.givenPrefix + fileName + " Source is: " + formats::ownerName(sourcePin));
     }
     if (!sourcePin) {
-        host_.Log(texts.noPin);
+        events_.Log(texts.noPin);
         return false;
     }
     return true;

@@ -31,7 +31,7 @@ bool FormatChains::ConnectStreamFilters(platform::PinPtr& sourcePin, platform::P
         g_.fSampleGrabber = CreateSampleGrabberTrapped();
         sampleGrabber = g_.fSampleGrabber;
         if (!g_.fSampleGrabber)
-            host_.RaisePlayerLogInfo("CRITICAL: ConnectStreamFilters: cannot create Sample Grabber");
+            events_.RaisePlayerLogInfo("CRITICAL: ConnectStreamFilters: cannot create Sample Grabber");
         else
             GetPins(sgIn, sgOut, g_.fSampleGrabber);
         return false;
@@ -102,7 +102,7 @@ void FormatChains::IShoutcastCallback_StreamBuffering(int32_t BufferPercentFull)
 
     if (was == -1 && now > 0) {
         playTime().StopTiming();
-        host_.raiseEvent([](PlayerEvents& e) { e.StreamBufferingStarted(); });
+        events_.raiseEvent([](PlayerEvents& e) { e.StreamBufferingStarted(); });
     }
     if (was != -1 && now == -1) playTime().StartTiming();
     // A report of 0 while idle starts the clock of a phase without announcing it.
@@ -116,7 +116,7 @@ void FormatChains::IShoutcastCallback_StreamBuffering(int32_t BufferPercentFull)
         throw overflowError();
     g_.bufferingPercent_ = static_cast<int16_t>(now);
     int16_t percent = g_.bufferingPercent_;
-    host_.raiseEvent([&](PlayerEvents& e) { e.StreamBuffering(percent); });
+    events_.raiseEvent([&](PlayerEvents& e) { e.StreamBuffering(percent); });
     if (now == 100) g_.bufferingPercent_ = -1;
 }
 
@@ -126,11 +126,11 @@ void FormatChains::IShoutcastCallback_MetaChangeCallback(const std::string& sArt
     std::string artistTitle = sArtistTitle;
     std::string url = sURL;
     std::string fullMeta = sFullMeta;
-    host_.raiseEvent([&](PlayerEvents& e) { e.ShoutCastMeta(artistTitle, url, fullMeta); });
+    events_.raiseEvent([&](PlayerEvents& e) { e.ShoutCastMeta(artistTitle, url, fullMeta); });
 }
 
 void FormatChains::IShoutcastCallback_OdStreamSeg(double Seg) {
-    host_.raiseEvent([&](PlayerEvents& e) { e.StreamOnDemandSegFound(Seg); });
+    events_.raiseEvent([&](PlayerEvents& e) { e.StreamOnDemandSegFound(Seg); });
 }
 
 // The stream client calls these. An error of ours goes back to the client, which does not
@@ -157,7 +157,7 @@ void FormatChains::OdStreamSeg(double seg) {
 
 // ---- Stream properties ----------------------------------------------------------------------
 
-bool FormatChains::get_isStreaming() { return item::isAddress(host_.get_FileName()); }
+bool FormatChains::get_isStreaming() { return item::isAddress(g_.currentItem_); }
 
 int16_t FormatChains::get_StreamBufferingPercent() { return g_.bufferingPercent_; }
 
