@@ -102,7 +102,6 @@ struct GraphModel {
     platform::GraphHelperPtr CueHelper;
     bool AddingSourceFilter = false;
     std::string addingItemName_;
-    bool graphBuilt_ = false;
     bool UsingASFReader_ = false;
     bool UsingHaldenSource_ = false;
 
@@ -114,7 +113,6 @@ struct GraphModel {
     bool streamAnswerFinal_ = false;
     bool TryingToPlay_ = false;
     int16_t bufferingPercent_ = -1;
-    double bufferingStart_ = 0;
     int16_t bufferingRestarts_ = 0;
     std::unique_ptr<TimerClass1> playTimeStopwatch_;
 };

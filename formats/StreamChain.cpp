@@ -105,8 +105,6 @@ void FormatChains::IShoutcastCallback_StreamBuffering(int32_t BufferPercentFull)
         events_.raiseEvent([](PlayerEvents& e) { e.StreamBufferingStarted(); });
     }
     if (was != -1 && now == -1) playTime().StartTiming();
-    // A report of 0 while idle starts the clock of a phase without announcing it.
-    if (now != -1 && was == -1) g_.bufferingStart_ = platform_.ticks().secondsSinceMidnight();
     if (was != -1 && now == -1) {
         if (g_.bufferingRestarts_ == std::numeric_limits<int16_t>::max()) throw overflowError();
         ++g_.bufferingRestarts_;

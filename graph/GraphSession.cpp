@@ -85,7 +85,6 @@ void GraphSession::ReplaceGraph(bool MakinPFLGraph) {
         g_.currentItem_.clear();
         g_.trap(g_.MainGraphMan->stop());
         if (g_.Helper) g_.trap(g_.Helper->stop());
-        g_.graphBuilt_ = false;
         transport_.ResetPlaystateBookkeeping();
         DestroyGraph();
         if (!g_.m_Endraised) events_.raiseEvent([](PlayerEvents& e) { e.EndOfStream(0); });
@@ -167,7 +166,6 @@ bool GraphSession::BuildGraph(const std::string& FileName, bool bMustUseASFReade
 
         // The decoder chain.
         if (ConnectGraphFilters(FileName, CanUseAutoRender, bMustUseASFReader)) {
-            g_.graphBuilt_ = true;
             events_.Log("BuildGraph: ConnectGraphFilters Successful.");
             pending = timing(4);
         } else {
@@ -181,7 +179,6 @@ bool GraphSession::BuildGraph(const std::string& FileName, bool bMustUseASFReade
                 return failed();
             }
             events_.Log("BuildGraph: was able to build ogg graph");
-            g_.graphBuilt_ = true;
         }
 
         // A playable graph stands.
@@ -236,7 +233,6 @@ void GraphSession::PruneUnconnectedFilters() {
 void GraphSession::DestroyGraph(bool keepPlaystate) {
     BusyGuard(kBusyDestroy, true);
     g_.reentrance_.supersedeOuter();
-    g_.graphBuilt_ = false;
 
     events_.Log("DestroyGraph: stopping the graph");
     if (g_.MainGraphMan) g_.trap(g_.MainGraphMan->stop());
@@ -329,7 +325,6 @@ void GraphSession::RemoveSourceFilter() {
         g_.trap(g_.MainGraphMan->stop());
         DisconnectAllFilters(g_.MainGraphMan);
         g_.clearErr();
-        g_.graphBuilt_ = false;
     }
 
     // A removal that fails keeps both references, so that the next attempt can try again.
