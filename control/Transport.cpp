@@ -235,9 +235,7 @@ void Transport::StopPlaying() {
 }
 
 void Transport::Pause() {
-    if (!graphLoaded_) return;
-
-    if (!g_.MainGraphMan) return;
+    if (!graphLoaded_ || !g_.MainGraphMan) return;
 
     // A stream is never paused: pausing it stops it, unless it stands stopped at its start.
     if (isAddress(g_.currentItem_)) {
@@ -260,7 +258,7 @@ void Transport::Pause() {
     SetPlaystate(mpPaused);
     if (events_.logging())
         events_.Log("Pause took: " + std::to_string(int64_t{platform_.ticks().nowMs()} - started) +
-            " ms.");
+                    " ms.");
 }
 
 // ---- The helper's tick and end ----
@@ -386,9 +384,8 @@ void Transport::put_Volume(int32_t& value) {
 
 int32_t Transport::get_Volume() {
     if (!graphLoaded_) return storedVolume_;
-    const platform::GraphPtr& graph = g_.MainGraphMan;
     int32_t level = 0;
-    if (!graph || !graph->volume(level).ok()) return 0;
+    if (!g_.MainGraphMan || !g_.MainGraphMan->volume(level).ok()) return 0;
     return level;
 }
 
