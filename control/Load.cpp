@@ -14,50 +14,16 @@
 // write owns the load, a write from inside its events supersedes it (support/Reentrance.h).
 
 #include "control/PlayerCore.h"
-#include "platform/ItemName.h"
 
-#include "support/ProcessState.h"
-#include "support/MediaTags.h"
 #include "platform/ItemName.h"
+#include "support/MediaTags.h"
 #include "support/Text.h"
 
-#include <charconv>
-#include <cmath>
 #include <string>
 
 namespace corvid {
 
-namespace {
-
 using item::isAddress;
-
-// A number as the log shows it: whole values without a decimal point, others in their
-// shortest form.
-std::string numberText(double value) {
-    if (std::isfinite(value) && value == std::trunc(value) && std::fabs(value) < 1e15)
-        return std::to_string(static_cast<long long>(value));
-    char buf[64];
-    auto res = std::to_chars(buf, buf + sizeof buf, value);
-    return std::string(buf, res.ptr);
-}
-
-// Keeps a flag set for the extent of a scope and restores what it was before (a write may
-// run inside another write).
-class FlagScope {
-public:
-    explicit FlagScope(bool& flag) : flag_(flag), saved_(flag) { flag_ = true; }
-    ~FlagScope() { flag_ = saved_; }
-    FlagScope(const FlagScope&) = delete;
-    FlagScope& operator=(const FlagScope&) = delete;
-
-private:
-    bool& flag_;
-    bool saved_;
-};
-
-} // namespace
-
-std::string PlayerCore::get_FileName() { return g_.currentItem_; }
 
 void PlayerCore::put_FileName(std::string& value) {
     try {
@@ -70,10 +36,10 @@ void PlayerCore::put_FileName(std::string& value) {
 }
 
 void PlayerCore::LogCheckpoint(int n) {
-    if (!logging()) return;
+    if (!events.logging()) return;
     const int64_t ms = int64_t{platform_.ticks().nowMs()} - loadStart_;
     // No blank between the count and its marker: operators' log filters expect it so.
-    Log("Filename Let In Player: took: " + std::to_string(ms) + "(" + std::to_string(n) +
+    events.Log("Filename Let In Player: took: " + std::to_string(ms) + "(" + std::to_string(n) +
         ") so far...");
 }
 
@@ -85,64 +51,61 @@ void PlayerCore::LoadItem(const std::string& newNameArg) {
     // graph, and a graph replacement, under way outside it give way to it. A write while a
     // load waits for its stream to open only gives up on that stream: the waiting load sees
     // the cancel and ends with it as its reason.
-    const bool cancelsStreamWait = g_.AddingSourceFilter && g_.streamControl_ && g_.streamControl_->canCancel();
-    if (!cancelsStreamWait) g_.reentrance_.supersedeOuter();
+    const bool cancelsStreamWait = g.AddingSourceFilter && g.streamControl_ && g.streamControl_->canCancel();
+    if (!cancelsStreamWait) g.reentrance_.supersedeOuter();
     {
-        Reentrance::Operation load(g_.reentrance_, false);
+        Reentrance::Operation load(g.reentrance_, false);
         try {
             LoadItemSteps(newName, load);
             return;
         } catch (const Superseded&) {
         }
     }
-    Log("Filename: BUSY - quitting!");
-    g_.reentrance_.stopIfSuperseded();
+    events.Log("Filename: BUSY - quitting!");
+    g.reentrance_.stopIfSuperseded();
 }
 
 void PlayerCore::LoadItemSteps(const std::string& newName, Reentrance::Operation& load) {
-    FlagScope writing(loading_);
     auto& ticks = platform_.ticks();
     auto elapsedSince = [&](int32_t start) {
         return std::to_string(int64_t{ticks.nowMs()} - start);
     };
 
     // A fresh LastError; the catalogue must exist before anything is routed.
-    g_.LastError_.clear();
-    if (!Process().cards) Init();
+    g.LastError_.clear();
+    if (!g.process->cards) Init();
 
     // Load start, for the checkpoint lines.
     loadStart_ = ticks.nowMs();
 
     // A stream source of an earlier stream item that is still starting is cancelled
     // instead of loading; one that can no longer be cancelled is let go.
-    if (g_.streamControl_) {
-        if (g_.streamControl_->canCancel()) {
+    if (g.streamControl_) {
+        if (g.streamControl_->canCancel()) {
             // A write while the load waits for that stream is the host giving up on it.
-            if (!g_.streamControl_->canCancel() || g_.AddingSourceFilter) {
-                g_.streamControl_->cancel();
-                streamStartCancelled_ = true;
+            if (!g.streamControl_->canCancel() || g.AddingSourceFilter) {
+                g.streamControl_->cancel();
                 return;
             }
         } else {
-            g_.streamControl_->registerCallback(nullptr);
-            g_.streamControl_ = nullptr;
-            g_.streamSource_.reset();
+            g.streamControl_->registerCallback(nullptr);
+            g.streamControl_ = nullptr;
+            g.streamSource_.reset();
         }
     }
 
     try {
         // Take out the previous item's source and its per-item inserts.
-        session_.RemoveSourceFilter();
-        for (platform::FilterPtr* insert : {&g_.fPitchShifter, &g_.fPipeSender}) {
-            if (*insert && g_.MainGraphMan) g_.MainGraphMan->removeFilter(*insert);
+        session.RemoveSourceFilter();
+        for (platform::FilterPtr* insert : {&g.fPitchShifter, &g.fPipeSender}) {
+            if (*insert && g.MainGraphMan) g.MainGraphMan->removeFilter(*insert);
             insert->reset();
         }
-        AutoCueBusy_ = false;
-        seguePending_ = false;
+        cueSegue.forgetSearches();
 
         // Loading over a loaded item: unload the old one first (the unload runs as a write
         // of its own).
-        if (!newName.empty() && !g_.currentItem_.empty()) {
+        if (!newName.empty() && !g.currentItem_.empty()) {
             try {
                 std::string empty;
                 put_FileName(empty);
@@ -150,32 +113,32 @@ void PlayerCore::LoadItemSteps(const std::string& newName, Reentrance::Operation
                 throw;
             } catch (...) {
             }
-            g_.currentItem_.clear();
+            g.currentItem_.clear();
         }
 
         // Announce the write.
-        loadBusy_ = false;
-        UsingASFReaderAsFallback_ = false;
-        if (logging()) Log("Setting filename = " + newName);
+        transport.loadBusy = false;
+        usedOtherSource_ = false;
+        if (events.logging()) events.Log("Setting filename = " + newName);
 
         // A write the host made from inside that announcement and left busy (it failed):
         // this one gives way.
-        if (loadBusy_) {
-            Log("Filename: BUSY - quitting!");
+        if (transport.loadBusy) {
+            events.Log("Filename: BUSY - quitting!");
             return;
         }
 
         // From here this write owns the load.
-        AutoCuePos_ = 0;
-        loadBusy_ = true;
+        cueSegue.forgetCuePoint();
+        transport.loadBusy = true;
         load.claim();
 
         // A new graph for every item, when the user asks for it.
-        if (get_NewGraphEveryTime()) {
-            Log(std::string("Player Setting: NewGraphEveryTime = ") + text::boolWord(true));
-            Log("NewGraphEveryTime means we destroy the graph...");
-            session_.DestroyGraph();
-            Log("Graph Destroyed.");
+        if (options.get_NewGraphEveryTime()) {
+            events.Log(std::string("Player Setting: NewGraphEveryTime = ") + text::boolWord(true));
+            events.Log("NewGraphEveryTime means we destroy the graph...");
+            session.DestroyGraph();
+            events.Log("Graph Destroyed.");
         }
 
         // An empty name unloads.
@@ -183,32 +146,32 @@ void PlayerCore::LoadItemSteps(const std::string& newName, Reentrance::Operation
             UnloadItem();
             return;
         }
-        if (logging()) Log("Attempting to actually load file: " + newName);
-        if (!g_.currentItem_.empty()) {
-            if (logging())
-                Log("Calling RemoveSourceFilter for existing filename " + g_.currentItem_.text() + " ...");
-            session_.RemoveSourceFilter();
-            Log("RemoveSourceFilter complete.");
+        if (events.logging()) events.Log("Attempting to actually load file: " + newName);
+        if (!g.currentItem_.empty()) {
+            if (events.logging())
+                events.Log("Calling RemoveSourceFilter for existing filename " + g.currentItem_.text() + " ...");
+            session.RemoveSourceFilter();
+            events.Log("RemoveSourceFilter complete.");
         }
         // Devices asked for while the last item played take effect with this one.
-        routing_.ApplyPendingSoundCards();
+        routing.ApplyPendingSoundCards();
 
         // Build, and once more through the other source filter.
         const item::Name item(newName);
         const int32_t buildStart = ticks.nowMs();
-        g_.streamAnswerFinal_ = false;
-        bool built = session_.BuildGraph(item, false, false);
-        if (logging()) Log("BuildGraph took " + elapsedSince(buildStart) + " ms.");
+        g.streamAnswerFinal_ = false;
+        bool built = session.BuildGraph(item, false, false);
+        if (events.logging()) events.Log("BuildGraph took " + elapsedSince(buildStart) + " ms.");
         if (!built) {
             if (!RetryThroughOtherSource()) {
                 FailLoad(newName);
                 return;
             }
-            Log("BuildGraph DIDNT succeed - lets try again with a different source filter...");
-            if (session_.BuildGraph(item, true, true)) {
-                UsingASFReaderAsFallback_ = true;
+            events.Log("BuildGraph DIDNT succeed - lets try again with a different source filter...");
+            if (session.BuildGraph(item, true, true)) {
+                usedOtherSource_ = true;
             } else {
-                Log("BuildGraph DIDNT succeed - even with a different source filter failing "
+                events.Log("BuildGraph DIDNT succeed - even with a different source filter failing "
                     "this file...");
                 FailLoad(newName);
                 return;
@@ -218,10 +181,10 @@ void PlayerCore::LoadItemSteps(const std::string& newName, Reentrance::Operation
         // Success.
         LoadSucceeded(item);
     } catch (const AutomationError& e) {
-        g_.LastError_ = e.description();
+        g.LastError_ = e.description();
         FailLoad(newName);
     } catch (const std::exception& e) {
-        g_.LastError_ = e.what();
+        g.LastError_ = e.what();
         FailLoad(newName);
     }
 }
@@ -230,7 +193,7 @@ void PlayerCore::LoadSucceeded(const item::Name& item) {
     const std::string& name = item.text();
     auto& ticks = platform_.ticks();
 
-    if (logging()) Log(name + "Succeeded to build the graph.  ");
+    if (events.logging()) events.Log(name + "Succeeded to build the graph.  ");
     LogCheckpoint(2);
 
     // Tags of a Windows Media item; the duration (one fixed value for every stream).
@@ -242,111 +205,112 @@ void PlayerCore::LoadSucceeded(const item::Name& item) {
         }
     }
     if (isAddress(name)) {
-        cachedDuration_ = StreamDurationSeconds;
+        transport.setDuration(StreamDurationSeconds);
     } else {
         double seconds = 0;
-        if (g_.MainGraphMan && g_.trap(g_.MainGraphMan->duration(seconds))) cachedDuration_ = seconds;
+        if (g.MainGraphMan && g.trap(g.MainGraphMan->duration(seconds))) transport.setDuration(seconds);
     }
 
-    if (logging()) Log("Setting Volume --  " + name);
-    ApplyStoredVolume();
+    if (events.logging()) events.Log("Setting Volume --  " + name);
+    transport.ApplyStoredVolume();
     LogCheckpoint(3);
 
     // The automatic cue search (files only). The item is not yet the current one, so
     // it is named.
-    if (!name.empty() && UseAutoCue && CanCueIn && !isAddress(name)) {
-        if (logging()) Log("Performing AutoCueSearch --  " + name);
-        AutoCueSearch(name);
-        if (logging()) Log("After Performing AutoCueSearch --  " + name);
+    if (!name.empty() && options.UseAutoCue && options.CanCueIn && !isAddress(name)) {
+        if (events.logging()) events.Log("Performing AutoCueSearch --  " + name);
+        cueSegue.AutoCueSearch(name);
+        if (events.logging()) events.Log("After Performing AutoCueSearch --  " + name);
     }
     LogCheckpoint(4);
 
     // A loaded item stands stopped.
-    if (logging())
-        Log("Err here (may well be none!) is: " + std::to_string(g_.Err.number) + " " +
-            g_.Err.description);
-    if (playstate_ != mpstopped) {
-        Log("Setting playstate to stopped... ");
-        SetPlaystate(mpstopped);
-        Log("Set playstate to stopped... ");
+    if (events.logging())
+        events.Log("Err here (may well be none!) is: " + std::to_string(g.Err.number) + " " +
+            g.Err.description);
+    if (transport.storedPlaystate() != mpstopped) {
+        events.Log("Setting playstate to stopped... ");
+        transport.SetPlaystate(mpstopped);
+        events.Log("Set playstate to stopped... ");
     }
     LogCheckpoint(5);
 
     // Pitch options: the pitch filter carries rate and pitch, except for Windows Media
     // streams, which it passes through.
-    if (!text::containsNoCase(name, "icyx://") && g_.UsePitchAdjuster_) {
-        Log("Setting pitch adjust options(1)... ");
-        ApplyPitchOptions(name);
-        Log("Set pitch adjust options. ");
+    if (!text::containsNoCase(name, "icyx://") && g.UsePitchAdjuster_) {
+        events.Log("Setting pitch adjust options(1)... ");
+        transport.ApplyPitchOptions(name);
+        events.Log("Set pitch adjust options. ");
     } else {
-        Log("Set pitch adjust options(2)... ");
-        ApplyPitchOptions(name);
-        Log("Set pitch adjust options.(2) ");
+        events.Log("Set pitch adjust options(2)... ");
+        transport.ApplyPitchOptions(name);
+        events.Log("Set pitch adjust options.(2) ");
     }
 
     // The helper follows the new graph; the pitch and pipe inserts go in.
-    Log("Setting Helper's currentgraph... ");
+    events.Log("Setting Helper's currentgraph... ");
     LogCheckpoint(6);
-    if (g_.Helper) {
+    if (g.Helper) {
         LogCheckpoint(7);
-        Log("Setting CurrentGraph on MainGraphMan...");
-        g_.Helper->setCurrentGraph(g_.MainGraphMan);
-        Log("Have Set CurrentGraph on MainGraphMan.");
+        events.Log("Setting CurrentGraph on MainGraphMan...");
+        g.Helper->setCurrentGraph(g.MainGraphMan);
+        events.Log("Have Set CurrentGraph on MainGraphMan.");
         LogCheckpoint(8);
-        if (logging()) Log(PrintFilters(g_.MainGraphMan));
-        session_.SetupPitchAndPipeSender();
+        if (events.logging()) events.Log(events.PrintFilters(g.MainGraphMan));
+        session.SetupPitchAndPipeSender();
         // The inserts are new: give them the pitch options set above.
-        ApplyPitchOptions(name);
+        transport.ApplyPitchOptions(name);
     }
     LogCheckpoint(9);
-    Log("Set Helper's currentgraph... ");
+    events.Log("Set Helper's currentgraph... ");
 
     // The pitch value, for files.
-    if (!isAddress(name) && g_.UsePitchAdjuster_) {
-        if (logging()) Log("Setting Pitch...to " + numberText(pitchValue_) + " ");
-        if (auto* pitch = PitchControl()) g_.trap(pitch->setPitchSemitones(pitchValue_));
-        Log("Set Pitch... ");
+    if (!isAddress(name) && g.UsePitchAdjuster_) {
+        // Files play at their own pitch.
+        events.Log("Setting Pitch...to 0 ");
+        if (g.fPitchShifter)
+            if (auto* pitch = g.fPitchShifter->pitchShifter()) g.trap(pitch->setPitchSemitones(0));
+        events.Log("Set Pitch... ");
     }
     LogCheckpoint(8);
 
     // The graphs as they now stand.
-    loadBusy_ = false;
-    if (logging()) {
-        Log("Apparently succeeded to load: " + name);
-        Log("\r\nFilters in MainGraphMan: " + PrintFilters(g_.MainGraphMan));
-        if (g_.Helper && g_.CueHelper) {
-            Log("\r\nFilters in Helper Graph: " + PrintFilters(g_.Helper->currentGraph()));
-            Log("\r\nFilters in CueHelper Graph: " + PrintFilters(g_.CueHelper->currentGraph()));
+    transport.loadBusy = false;
+    if (events.logging()) {
+        events.Log("Apparently succeeded to load: " + name);
+        events.Log("\r\nFilters in MainGraphMan: " + events.PrintFilters(g.MainGraphMan));
+        if (g.Helper && g.CueHelper) {
+            events.Log("\r\nFilters in Helper Graph: " + events.PrintFilters(g.Helper->currentGraph()));
+            events.Log("\r\nFilters in CueHelper Graph: " + events.PrintFilters(g.CueHelper->currentGraph()));
         }
     }
 
     // Done.
-    if (logging()) Log("Here we are, at 'done' - this is a successful load...: " + name);
-    if (item::isIcyStream(name) && g_.fSourceFilter) {
+    if (events.logging()) events.Log("Here we are, at 'done' - this is a successful load...: " + name);
+    if (item::isIcyStream(name) && g.fSourceFilter) {
         // Kept so that the next write can cancel a start that is still under way.
-        g_.streamSource_ = g_.fSourceFilter;
-        g_.streamControl_ = g_.fSourceFilter->streamSource();
+        g.streamSource_ = g.fSourceFilter;
+        g.streamControl_ = g.fSourceFilter->streamSource();
     }
-    graphLoaded_ = true;
-    loadBusy_ = false;
-    g_.currentItem_ = item;
-    if (logging())
-        Log("Filename (Let) in Player succeeded: in " +
+    transport.loaded();
+    transport.loadBusy = false;
+    g.currentItem_ = item;
+    if (events.logging())
+        events.Log("Filename (Let) in Player succeeded: in " +
             std::to_string(int64_t{ticks.nowMs()} - loadStart_) + " ms.");
 }
 
 // The unload of an empty write.
 void PlayerCore::UnloadItem() {
-    g_.UsingASFReader_ = false;
-    Log("NewFileName is NULL, so removesourcefilter et al...");
-    g_.m_Endraised = false;
-    playstate_ = mpstopped; // stored without an event
-    graphLoaded_ = false;
-    g_.currentItem_.clear();
+    g.UsingASFReader_ = false;
+    events.Log("NewFileName is NULL, so removesourcefilter et al...");
+    g.m_Endraised = false;
+    transport.unloaded();
+    g.currentItem_.clear();
     if (tags_) tags_->Clear();
     int32_t left = 0, right = 0;
-    raiseEvent([&](PlayerEvents& e) { e.VUPeak(left, right); });
-    loadBusy_ = false;
+    events.raise([&](PlayerEvents& e) { e.VUPeak(left, right); });
+    transport.loadBusy = false;
 }
 
 // The failure path: the graph goes, the item is left empty and stopped. The load-busy
@@ -354,51 +318,37 @@ void PlayerCore::UnloadItem() {
 void PlayerCore::FailLoad(const std::string& name) {
     // A pending error explains the failure best; without one, what the build left in
     // LastError stands.
-    if (g_.errPending()) g_.LastError_ = g_.Err.description;
-    if (logging()) {
-        Log("Last Error: " + g_.LastError_ + "  ");
-        Log("Here we are, at 'Fail:' - this is a *NOT* successful load...: " + std::string(" ") +
+    if (g.errPending()) g.LastError_ = g.Err.description;
+    if (events.logging()) {
+        events.Log("Last Error: " + g.LastError_ + "  ");
+        events.Log("Here we are, at 'Fail:' - this is a *NOT* successful load...: " + std::string(" ") +
             name);
-        Log(name + " - this is a *NOT* successful load...: ");
+        events.Log(name + " - this is a *NOT* successful load...: ");
     }
-    Log("What happens here, is we destroy the graph...");
+    events.Log("What happens here, is we destroy the graph...");
     try {
-        session_.DestroyGraph();
+        session.DestroyGraph();
     } catch (const AutomationError& e) {
-        if (logging()) Log(e.description());
+        if (events.logging()) events.Log(e.description());
     }
-    Log("Ok, back at the end of filename property let now...");
-    g_.clearErr();
-    Log("Done with filename let now");
-    g_.currentItem_.clear();
-    graphLoaded_ = false;
-    playstate_ = mpstopped;
+    events.Log("Ok, back at the end of filename property let now...");
+    g.clearErr();
+    events.Log("Done with filename let now");
+    g.currentItem_.clear();
+    transport.unloaded();
 }
 
 // Whether a build that failed is tried once more through the other source filter. Without a
 // graph manager there is nothing to retry in. The one place where a failure rules the retry out.
 bool PlayerCore::RetryThroughOtherSource() {
-    if (!g_.MainGraphMan) return false;
+    if (!g.MainGraphMan) return false;
     // A stream whose open was cancelled or answered for good would only reach the same server
     // again through the other source filter.
-    if (g_.streamAnswerFinal_) {
-        Log("BuildGraph DIDNT succeed - the stream's answer is final, not trying another source filter.");
+    if (g.streamAnswerFinal_) {
+        events.Log("BuildGraph DIDNT succeed - the stream's answer is final, not trying another source filter.");
         return false;
     }
     return true;
-}
-
-// Rate and pitch go to the pitch filter, or it passes the audio through: Windows Media streams
-// and a player told not to adjust pitch.
-void PlayerCore::ApplyPitchOptions(const std::string& name) {
-    auto* pitch = PitchControl();
-    if (!pitch) return;
-    if (!text::containsNoCase(name, "icyx://") && g_.UsePitchAdjuster_) {
-        g_.trap(pitch->setPassThrough(false));
-        g_.trap(pitch->setRate(pitchRate_));
-    } else {
-        g_.trap(pitch->setPassThrough(true));
-    }
 }
 
 } // namespace corvid

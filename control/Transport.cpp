@@ -1,18 +1,11 @@
-// The transport: Play, Pause and StopPlaying, the one place the playstate changes, the helper's
-// tick and end, and position, duration, elapsed time, volume, mute and rate.
-//
-// There is no timer in the player: all periodic work runs in the helper tick, at the helper's
-// rate. Events are raised synchronously and hosts call back into the player from inside them,
-// so the transport guards itself with flags (stop-busy, seek, reload), never with locks.
+// The transport's work: playing, pausing, stopping, seeking, the level and the rate.
 
-#include "control/PlayerCore.h"
-#include "platform/ItemName.h"
+#include "control/Transport.h"
 
 #include "levels/Peaks.h"
-#include "support/CheckedInt.h"
 #include "platform/ItemName.h"
+#include "support/CheckedInt.h"
 #include "support/Text.h"
-#include "support/TimerClass1.h"
 
 #include <string>
 
@@ -39,66 +32,60 @@ constexpr int32_t GraphBusy = 558;
 
 } // namespace
 
-TimerClass1& PlayerCore::Stopwatch() {
-    if (!stopwatch_) stopwatch_ = std::make_unique<TimerClass1>(platform_.ticks());
-    return *stopwatch_;
-}
+Transport::Transport(GraphModel& g, EventChannel& events, GraphSession& session, FormatChains& chains,
+                     Levels& levels, platform::Platform& platform,
+                     std::function<void(std::string&)> reload)
+    : g_(g), events_(events), session_(session), chains_(chains), levels_(levels),
+      platform_(platform), reload_(std::move(reload)), stopwatch_(platform.ticks()) {}
 
-platform::PitchShifterControl* PlayerCore::PitchControl() {
+platform::PitchShifterControl* Transport::PitchControl() {
     return g_.fPitchShifter ? g_.fPitchShifter->pitchShifter() : nullptr;
 }
 
 // ---- Playstate ----
 
-void PlayerCore::SetPlaystate(PlayCondition newState) {
-    stateChanging_ = true;
+void Transport::SetPlaystate(PlayCondition newState) {
     g_.m_Endraised = false;
     const PlayCondition oldState = playstate_;
     playstate_ = newState;
     try {
         switch (newState) {
-        case MpPlaying:
-            (void)get_FileName();
-            Stopwatch().StartTiming();
-            break;
-        case mpPaused: Stopwatch().StopTiming(); break;
-        case mpstopped: Stopwatch().Reset(); break;
+        case MpPlaying: stopwatch_.StartTiming(); break;
+        case mpPaused: stopwatch_.StopTiming(); break;
+        case mpstopped: stopwatch_.Reset(); break;
         default: break;
         }
     } catch (const AutomationError&) {
         // An overflowing stopwatch loses its timing, not the state change.
     }
-    struct Clear {
-        bool& flag;
-        ~Clear() { flag = false; }
-    } clear{stateChanging_};
-    raiseEvent([&](PlayerEvents& e) { e.PlayStateChange(oldState, newState); });
+    events_.raise([&](PlayerEvents& e) { e.PlayStateChange(oldState, newState); });
 }
 
 // What a graph teardown resets: nothing is playing and nothing has been timed.
-void PlayerCore::ResetPlaystateBookkeeping() {
+void Transport::ResetPlaystateBookkeeping() {
     playstate_ = mpstopped;
     graphLoaded_ = false;
-    cachedPosition_ = 0;
-    if (stopwatch_) stopwatch_->Reset();
+    position_ = 0;
+    stopwatch_.Reset();
 }
 
 // A source whose pins all went (a stream start the host cancelled) plays nothing: running the
 // graph would report "playing" over silence.
-bool PlayerCore::SourceFeedsGraph() const {
+bool Transport::SourceFeedsGraph() const {
     if (!g_.fSourceFilter) return true;
     for (const auto& pin : g_.fSourceFilter->pins())
         if (pin && pin->isConnected()) return true;
     return false;
 }
 
-void PlayerCore::ApplyStoredVolume() {
+void Transport::ApplyStoredVolume() {
     if (g_.MainGraphMan) g_.trap(g_.MainGraphMan->setVolume(storedVolume_));
 }
 
 // ---- Play ----
 
-bool PlayerCore::IsExpectedPlayError(int32_t number) {
+// Whether a Play error leaves the graph standing.
+static bool IsExpectedPlayError(int32_t number) {
     switch (number) {
     case 0:                        // nothing loaded: there is no graph worth destroying
     case platform::hr::Timeout:    // the stream server was slow; the graph is sound
@@ -109,8 +96,8 @@ bool PlayerCore::IsExpectedPlayError(int32_t number) {
     }
 }
 
-void PlayerCore::Play() {
-    if (logging()) Log(PrintFilters(g_.MainGraphMan));
+void Transport::Play() {
+    if (events_.logging()) events_.Log(events_.PrintFilters(g_.MainGraphMan));
 
     // The volume again; a mute is re-applied with its own marker level.
     if (g_.MainGraphMan) g_.trap(g_.MainGraphMan->setVolume(get_mute() ? PlayMuteLevel : storedVolume_));
@@ -127,7 +114,7 @@ void PlayerCore::Play() {
             Reentrance::Operation reload(g_.reentrance_);
             std::string again = g_.currentItem_;
             try {
-                put_FileName(again);
+                reload_(again);
             } catch (const Superseded&) {
                 superseded = true;
             }
@@ -142,7 +129,7 @@ void PlayerCore::Play() {
         if (!text::equalsNoCase(g_.currentItem_, before)) {
             playstate_ = mpUnknown; // stored without an event
             g_.currentItem_ = "Stream FAIL";
-            raiseEvent([](PlayerEvents& e) { e.StreamBufferingFinished(); });
+            events_.raise([](PlayerEvents& e) { e.StreamBufferingFinished(); });
             throw AutomationError(StreamNotFound, "The stream cannot be found.");
         }
     }
@@ -151,8 +138,8 @@ void PlayerCore::Play() {
     g_.TryingToPlay_ = true;
     g_.clearErr();
     if (g_.Helper && !g_.currentItem_.empty()) {
-        Log("Calling run on helper...");
-        raiseEvent([](PlayerEvents& e) { e.PlayAboutToHappen(); });
+        events_.Log("Calling run on helper...");
+        events_.raise([](PlayerEvents& e) { e.PlayAboutToHappen(); });
         g_.trap(g_.Helper->run());
     }
     if (!g_.currentItem_.empty() && !g_.errPending()) {
@@ -174,34 +161,34 @@ void PlayerCore::Play() {
                 ? std::string("The data from the streaming server could not be buffered quickly "
                               "enough.")
                 : failure.description;
-        if (logging()) Log("Play: " + std::to_string(failure.number) + " " + reason);
-        raiseEvent([](PlayerEvents& e) { e.StreamBufferingFinished(); });
+        if (events_.logging()) events_.Log("Play: " + std::to_string(failure.number) + " " + reason);
+        events_.raise([](PlayerEvents& e) { e.StreamBufferingFinished(); });
     }
 
     // Nothing to play, or it would not run.
     if (g_.currentItem_.empty() || failure.number != 0) {
         if (IsExpectedPlayError(failure.number)) {
-            Log("There was an Expected error here, so not destroying graph");
+            events_.Log("There was an Expected error here, so not destroying graph");
         } else {
-            Log("ERROR: After a catastrophic play error, the graph will be destroyed ... ");
-            Log("Filename is set to nothing here, here comes the destroy ...");
+            events_.Log("ERROR: After a catastrophic play error, the graph will be destroyed ... ");
+            events_.Log("Filename is set to nothing here, here comes the destroy ...");
             try {
                 session_.DestroyGraph();
             } catch (const AutomationError& e) {
-                if (logging()) Log(e.description());
+                if (events_.logging()) events_.Log(e.description());
             }
-            Log("Graph destroyed.");
+            events_.Log("Graph destroyed.");
         }
-        silenceStart_ = platform_.ticks().secondsSinceMidnight();
+        levels_.restartSilenceCount();
         return;
     }
 
     // Playing, unless the host changed the item from inside PlayStateChange.
     SetPlaystate(MpPlaying);
     // The silence count starts again with every play.
-    silenceStart_ = platform_.ticks().secondsSinceMidnight();
+    levels_.restartSilenceCount();
     if (get_Playstate() != MpPlaying) {
-        raiseEvent([](PlayerEvents& e) { e.StreamBufferingFinished(); });
+        events_.raise([](PlayerEvents& e) { e.StreamBufferingFinished(); });
         throw AutomationError(FileNameChangedWhilePlaying,
                               "FileName got changed whilst playstate changing");
     }
@@ -209,7 +196,12 @@ void PlayerCore::Play() {
 
 // ---- Stop and pause ----
 
-void PlayerCore::StopPlaying() {
+void Transport::RaiseEndOfStream() {
+    SetPlaystate(mpstopped);
+    events_.raise([](PlayerEvents& e) { e.EndOfStream(0); });
+}
+
+void Transport::StopPlaying() {
     // A stop from inside the events of a stop does nothing. The flag is held until the
     // playstate change has been raised, so that a host stopping from its PlayStateChange
     // handler does not recurse.
@@ -224,10 +216,7 @@ void PlayerCore::StopPlaying() {
     if (g_.AddingSourceFilter) chains_.StreamingCancelPlay();
 
     // The helper stops the graph it follows; a graph it does not follow is stopped here.
-    if (g_.Helper) {
-        (void)get_FileName();
-        g_.Helper->stop();
-    }
+    if (g_.Helper) g_.Helper->stop();
     if (g_.MainGraphMan && g_.MainGraphMan->state() != platform::GraphState::Stopped)
         g_.MainGraphMan->stop();
 
@@ -235,7 +224,7 @@ void PlayerCore::StopPlaying() {
     if (g_.MainGraphMan && graphLoaded_ && isAddress(g_.currentItem_) && !playingOverride_)
         g_.MainGraphMan->setCurrentPosition(0);
 
-    cachedPosition_ = 0;
+    position_ = 0;
     if (g_.MainGraphMan) {
         double position = 0;
         if (g_.MainGraphMan->currentPosition(position).ok() && position != 0)
@@ -245,15 +234,8 @@ void PlayerCore::StopPlaying() {
     SetPlaystate(mpstopped);
 }
 
-void PlayerCore::Pause() {
-    if (!graphLoaded_) return;
-
-    if (pflGraph_) {
-        if (g_.PFLGraphMan) g_.trap(g_.PFLGraphMan->pause());
-        SetPlaystate(mpPaused);
-        return;
-    }
-    if (!g_.MainGraphMan) return;
+void Transport::Pause() {
+    if (!graphLoaded_ || !g_.MainGraphMan) return;
 
     // A stream is never paused: pausing it stops it, unless it stands stopped at its start.
     if (isAddress(g_.currentItem_)) {
@@ -271,60 +253,54 @@ void PlayerCore::Pause() {
     if (g_.MainGraphMan->state() != platform::GraphState::Paused) g_.trap(g_.MainGraphMan->pause());
     if (g_.UseACM_) {
         double position = 0;
-        if (g_.MainGraphMan->currentPosition(position).ok()) cachedPosition_ = position;
+        if (g_.MainGraphMan->currentPosition(position).ok()) position_ = position;
     }
     SetPlaystate(mpPaused);
-    if (logging())
-        Log("Pause took: " + std::to_string(int64_t{platform_.ticks().nowMs()} - started) +
-            " ms.");
+    if (events_.logging())
+        events_.Log("Pause took: " + std::to_string(int64_t{platform_.ticks().nowMs()} - started) +
+                    " ms.");
 }
 
 // ---- The helper's tick and end ----
 
-void PlayerCore::helperTick(int32_t left, int32_t right) {
-    leftPeak_ = left;
-    rightPeak_ = right;
+void Transport::helperTick(int32_t left, int32_t right) {
+    levels_.setPeaks(left, right);
 
     // A seek under way owns the position; a load under way owns the graph.
     if (seeking_) return;
-    if (get_Playstate() != mpstopped && g_.MainGraphMan && !loadBusy_) {
+    if (get_Playstate() != mpstopped && g_.MainGraphMan && !loadBusy) {
         double position = 0;
-        if (g_.MainGraphMan->currentPosition(position).ok()) cachedPosition_ = position;
+        if (g_.MainGraphMan->currentPosition(position).ok()) position_ = position;
     }
 
     // Meters only while playing. The host may change the values; what it leaves is used.
-    if (playstate_ == MpPlaying) raiseEvent([&](PlayerEvents& e) { e.VUPeak(left, right); });
+    if (playstate_ == MpPlaying) events_.raise([&](PlayerEvents& e) { e.VUPeak(left, right); });
 
     // The overall level, on every tick.
     try {
         int32_t level = peaks::overallLevel(left, right);
-        raiseEvent([&](PlayerEvents& e) { e.Timing(level); });
+        events_.raise([&](PlayerEvents& e) { e.Timing(level); });
     } catch (const AutomationError&) {
         // A peak without a magnitude (the most negative value) is no level at all.
     }
 
-    if (get_Playstate() == MpPlaying) SilenceCheck(left, right);
+    if (get_Playstate() == MpPlaying) levels_.checkSilence(left, right);
 }
 
-void PlayerCore::helperEnd() {
+void Transport::helperEnd() {
     // Once per play, and never for the end of a stream that Play is reloading.
     if (reloading_ || g_.m_Endraised) return;
-    if (events_) {
-        raiseEvent([](PlayerEvents& e) { e.EndOfStream(1); });
+    if (events_.hasReceiver()) {
+        events_.raise([](PlayerEvents& e) { e.EndOfStream(1); });
         int32_t left = 0, right = 0;
-        raiseEvent([&](PlayerEvents& e) { e.VUPeak(left, right); });
+        events_.raise([&](PlayerEvents& e) { e.VUPeak(left, right); });
     }
     g_.m_Endraised = true;
 }
 
 // ---- Position, duration, elapsed time ----
 
-double PlayerCore::get_CurrentPosition() {
-    (void)get_Playstate();
-    return cachedPosition_;
-}
-
-void PlayerCore::put_CurrentPosition(double& value) {
+void Transport::put_CurrentPosition(double& value) {
     if (isAddress(g_.currentItem_)) return;
     struct Seeking {
         bool& flag;
@@ -336,23 +312,18 @@ void PlayerCore::put_CurrentPosition(double& value) {
     // Setting the elapsed time stops the stopwatch; a seek while playing goes on counting from
     // the new place, as an operator watching the elapsed time expects.
     auto rebaseElapsed = [&](double seconds) {
-        Stopwatch().put_ElapsedTime(checked::toInt32(seconds * 1000));
-        if (playstate_ == MpPlaying) Stopwatch().StartTiming();
+        stopwatch_.put_ElapsedTime(checked::toInt32(seconds * 1000));
+        if (playstate_ == MpPlaying) stopwatch_.StartTiming();
     };
     try {
-        if (pflGraph_ && g_.PFLGraphMan) {
-            g_.m_Endraised = false;
-            g_.trap(g_.PFLGraphMan->setCurrentPosition(value));
-            value = value / cachedRate_;
-            rebaseElapsed(value);
-        } else if (g_.MainGraphMan) {
-            if (cachedRate_ <= 0) cachedRate_ = 1.0;
+        if (g_.MainGraphMan) {
+            if (rate_ <= 0) rate_ = 1.0;
             g_.m_Endraised = false;
             g_.trap(g_.MainGraphMan->setCurrentPosition(value));
             double position = 0;
-            if (g_.trap(g_.MainGraphMan->currentPosition(position))) cachedPosition_ = position;
+            if (g_.trap(g_.MainGraphMan->currentPosition(position))) position_ = position;
             // Elapsed counts play time: at a faster rate a position is reached sooner.
-            value = value / cachedRate_;
+            value = value / rate_;
             rebaseElapsed(value);
         }
     } catch (const AutomationError&) {
@@ -360,73 +331,70 @@ void PlayerCore::put_CurrentPosition(double& value) {
     }
 }
 
-double PlayerCore::get_GraphPosition() {
+double Transport::get_GraphPosition() {
     double seconds = 0;
     if (!g_.MainGraphMan || !g_.MainGraphMan->currentPosition(seconds).ok()) return 0;
     return seconds;
 }
 
-double PlayerCore::get_GraphDuration() {
+double Transport::get_GraphDuration() {
     double seconds = 0;
     if (!g_.MainGraphMan || !g_.MainGraphMan->duration(seconds).ok()) return 0;
     return seconds;
 }
 
-double PlayerCore::get_Duration() {
+double Transport::get_Duration() {
     if (chains_.get_StreamingIsOnDemandFile()) return get_GraphDuration();
-    return cachedDuration_;
+    return duration_;
 }
 
-float PlayerCore::get_Elapsed() {
+float Transport::get_Elapsed() {
     try {
-        return static_cast<float>(Stopwatch().get_ElapsedTime()) / 1000.0f;
+        return static_cast<float>(stopwatch_.get_ElapsedTime()) / 1000.0f;
     } catch (const AutomationError&) {
         return 0;
     }
 }
 
-void PlayerCore::put_ElapsedForcedChange(float& value) {
+void Transport::put_ElapsedForcedChange(float& value) {
     value = value * 1000;
     // Milliseconds and the seconds already elapsed are added as they are: hosts send the
     // correction they have measured against this sum.
     const float seconds = get_Elapsed();
     try {
-        Stopwatch().put_ElapsedTime(checked::toInt32(static_cast<double>(value) + seconds));
+        stopwatch_.put_ElapsedTime(checked::toInt32(static_cast<double>(value) + seconds));
     } catch (const AutomationError&) {
     }
 }
 
 // ---- Volume and mute ----
 
-void PlayerCore::put_Volume(int32_t& value) {
+void Transport::put_Volume(int32_t& value) {
     if (value > 0) value = 0;
     if (value > QuietestRemembered) storedVolume_ = value;
-    if (graphLoaded_ && !pflGraph_) {
+    if (graphLoaded_) {
         if (g_.MainGraphMan) g_.trap(g_.MainGraphMan->setVolume(value));
         if (g_.Helper) {
             auto helperGraph = g_.Helper->currentGraph();
             if (helperGraph && helperGraph != g_.MainGraphMan) g_.trap(helperGraph->setVolume(value));
         }
-    } else if (pflGraph_ && g_.PFLGraphMan) {
-        g_.trap(g_.PFLGraphMan->setVolume(value));
     }
     g_.clearErr();
 }
 
-int32_t PlayerCore::get_Volume() {
+int32_t Transport::get_Volume() {
     if (!graphLoaded_) return storedVolume_;
-    const platform::GraphPtr& graph = pflGraph_ ? g_.PFLGraphMan : g_.MainGraphMan;
     int32_t level = 0;
-    if (!graph || !graph->volume(level).ok()) return 0;
+    if (!g_.MainGraphMan || !g_.MainGraphMan->volume(level).ok()) return 0;
     return level;
 }
 
-void PlayerCore::put_mute(bool& value) {
+void Transport::put_mute(bool& value) {
     if (!graphLoaded_ || !g_.MainGraphMan) return;
     g_.MainGraphMan->setVolume(value ? MuteLevel : storedVolume_);
 }
 
-bool PlayerCore::get_mute() {
+bool Transport::get_mute() {
     if (!graphLoaded_ || !g_.MainGraphMan) return false;
     int32_t level = 0;
     if (!g_.MainGraphMan->volume(level).ok()) return false;
@@ -435,7 +403,7 @@ bool PlayerCore::get_mute() {
 
 // ---- Rate ----
 
-void PlayerCore::put_Rate(double& value) {
+void Transport::put_Rate(double& value) {
     // Fast play is allowed only where the marker file is.
     auto& services = platform_.operatorServices();
     if (value >= 1.1 && services.fileExists(services.markerFilePath())) value = 2.0;
@@ -455,22 +423,34 @@ void PlayerCore::put_Rate(double& value) {
     if (g_.currentItem_.extensionIs("wma")) value = 1.0;
     g_.trap(g_.MainGraphMan->setRate(value));
     g_.clearErr();
-    cachedRate_ = value;
+    rate_ = value;
     pitchCarriesRate_ = false;
     // Elapsed goes on from where it was, now counting at the new rate.
     try {
-        const int32_t elapsed = Stopwatch().get_ElapsedTime();
-        Stopwatch().StopTiming();
-        Stopwatch().put_ElapsedTime(elapsed);
-        if (playstate_ == MpPlaying) Stopwatch().StartTiming();
+        const int32_t elapsed = stopwatch_.get_ElapsedTime();
+        stopwatch_.StopTiming();
+        stopwatch_.put_ElapsedTime(elapsed);
+        if (playstate_ == MpPlaying) stopwatch_.StartTiming();
     } catch (const AutomationError&) {
     }
 }
 
-double PlayerCore::get_Rate() {
+// Windows Media streams, and a player told not to adjust pitch, pass the audio through.
+void Transport::ApplyPitchOptions(const std::string& name) {
+    auto* pitch = PitchControl();
+    if (!pitch) return;
+    if (!text::containsNoCase(name, "icyx://") && g_.UsePitchAdjuster_) {
+        g_.trap(pitch->setPassThrough(false));
+        g_.trap(pitch->setRate(pitchRate_));
+    } else {
+        g_.trap(pitch->setPassThrough(true));
+    }
+}
+
+double Transport::get_Rate() {
     if (pitchCarriesRate_) return 1.0;
     double rate = 0;
-    if (!g_.MainGraphMan) return cachedRate_;
+    if (!g_.MainGraphMan) return rate_;
     if (!g_.MainGraphMan->rate(rate).ok()) return 0;
     return rate;
 }

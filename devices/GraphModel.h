@@ -5,28 +5,29 @@
 // one graph: the filters and pins the player holds in it, its helpers, the source being added,
 // the pending error of the operation under way. That state lives here, in the lowest layer that
 // works on it, and each part is handed a reference to it; an empty reference means the thing is
-// absent. What the parts need from above (the log, the events, the playstate, a new graph) they
-// ask through GraphHost, which the player implements: nothing below control/ knows the player.
+// absent. The events go out through the EventChannel; what the parts need from above (the
+// playstate, a new graph, the helpers) they ask through the narrow views below: nothing below
+// control/ knows the player.
 
 #include <corvid/AutomationError.h>
 #include <corvid/PlayCondition.h>
-#include <corvid/PlayerEvents.h>
+#include "support/EventChannel.h"
 
 #include "platform/GraphHelper.h"
 #include "platform/ItemName.h"
 #include "platform/MediaGraph.h"
 #include "platform/Status.h"
+#include "support/ProcessState.h"
 #include "support/Reentrance.h"
 #include "support/TimerClass1.h"
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 
 namespace corvid {
 
-struct PlayerProcessState;
+
 
 // Throws the numbered error to the caller's handler.
 [[noreturn]] inline void raise(int32_t number, std::string description) {
@@ -53,6 +54,8 @@ struct GraphModel {
 
     PendingError Err;
     std::string LastError_;
+    // What all players of the process share.
+    std::shared_ptr<PlayerProcessState> process;
     // The item FileName names: what the graph holds, parsed when the host named it.
     item::Name currentItem_;
     // Loads and graph replacements register here, so that one made from inside an event
@@ -100,7 +103,6 @@ struct GraphModel {
     platform::GraphHelperPtr CueHelper;
     bool AddingSourceFilter = false;
     std::string addingItemName_;
-    bool graphBuilt_ = false;
     bool UsingASFReader_ = false;
     bool UsingHaldenSource_ = false;
 
@@ -112,36 +114,44 @@ struct GraphModel {
     bool streamAnswerFinal_ = false;
     bool TryingToPlay_ = false;
     int16_t bufferingPercent_ = -1;
-    double bufferingStart_ = 0;
     int16_t bufferingRestarts_ = 0;
     std::unique_ptr<TimerClass1> playTimeStopwatch_;
 };
 
-// What the graph work asks of the player above it. Each call may reach the host, which may
-// call back into the player: after it returns, re-check what the graph holds.
-class GraphHost {
-public:
-    virtual bool logging() const = 0;
-    virtual void Log(const std::string& text) = 0;         // PlayerLogInfo, only while logging
-    virtual void RaisePlayerLogInfo(std::string text) = 0; // PlayerLogInfo regardless of the switch
-    virtual void RaiseWriteLog(std::string text) = 0;
-    virtual void raiseEvent(const std::function<void(PlayerEvents&)>& call) = 0;
-    virtual std::string PrintFilters(const platform::GraphPtr& graph) = 0;
-    virtual PlayerProcessState& Process() = 0;
+// What the layers below control/ ask of the parts above them, one narrow view each. Every call
+// may reach the host, which may call back into the player: after it returns, re-check what the
+// graph holds.
 
+// The transport, as the graph work sees it.
+class TransportHost {
+public:
     virtual PlayCondition get_Playstate() = 0;
-    virtual std::string get_FileName() = 0;
     // The graph went away under the transport: playstate and positions start over.
     virtual void ResetPlaystateBookkeeping() = 0;
     virtual void StopPlaying() = 0;
+
+protected:
+    ~TransportHost() = default;
+};
+
+// The graph's life, as the routing sees it: a new device may need a new graph.
+class RoutingHost {
+public:
+    virtual void CreateNewGraph(bool MakinPFLGraph) = 0;
+    virtual void DestroyGraph(bool keepPlaystate) = 0;
+
+protected:
+    ~RoutingHost() = default;
+};
+
+// What a new graph asks of the player: its helpers and the pipe sender's mute setting.
+class GraphHost {
+public:
     // A new graph needs its Helper and CueHelper, wired to the player's events.
     virtual void CreateHelpers() = 0;
     // The player's mute state of the pipe sender, kept per player ID; a new sender takes it.
     virtual bool get_PipeSenderDownstreamMute() = 0;
     virtual void put_PipeSenderDownstreamMute(bool& value) = 0;
-    // The graph session's operations, for the routing below it.
-    virtual void CreateNewGraph(bool MakinPFLGraph) = 0;
-    virtual void DestroyGraph(bool keepPlaystate) = 0;
 
 protected:
     ~GraphHost() = default;

@@ -69,13 +69,13 @@ CardsEvents DeviceRouting::CardsEventsForThisPlayer() {
         OnCardsGotFiltersWeNeed(found, weNeed);
     };
     sink.StartedCounting = [this](int32_t& count) {
-        host_.raiseEvent([&](PlayerEvents& e) { e.StartedCountingFilters(count); });
+        events_.raiseEvent([&](PlayerEvents& e) { e.StartedCountingFilters(count); });
     };
     sink.Counting = [this](int32_t index) {
-        host_.raiseEvent([&](PlayerEvents& e) { e.CountingFilters(index); });
+        events_.raiseEvent([&](PlayerEvents& e) { e.CountingFilters(index); });
     };
     sink.FinishedCountingFilters = [this] {
-        host_.raiseEvent([](PlayerEvents& e) { e.FinishedCountingFilters(); });
+        events_.raiseEvent([](PlayerEvents& e) { e.FinishedCountingFilters(); });
     };
     return sink;
 }
@@ -84,11 +84,11 @@ void DeviceRouting::OnCardsGotFiltersWeNeed(FilterCatalogue& /*found*/, NameColl
     // Kept alive across the event: the host may replace the list from inside.
     const std::shared_ptr<NameCollection> names = std::make_shared<NameCollection>(weNeed);
     FilterNamesWeNeed_ = names;
-    host_.raiseEvent([&](PlayerEvents& e) { e.GotTheFiltersWeNeed(*names); });
+    events_.raiseEvent([&](PlayerEvents& e) { e.GotTheFiltersWeNeed(*names); });
 }
 
 clsCards& DeviceRouting::Cards() {
-    PlayerProcessState& process = host_.Process();
+    PlayerProcessState& process = *g_.process;
     if (!process.cards) {
         // Stored before the detection runs, so that a host re-entering from a progress event
         // finds the catalogue instead of starting a second detection.
@@ -107,7 +107,7 @@ SoundCardCollection DeviceRouting::QuerySoundCards(bool ForceEnum) {
     try {
         if (ForceEnum || !soundCards_) {
             // A catalogue made just now has detected already: its cards are fresh.
-            const bool fresh = !host_.Process().cards;
+            const bool fresh = !g_.process->cards;
             clsCards& cards = Cards();
             const CardsEvents sink = CardsEventsForThisPlayer();
             soundCards_ = std::make_unique<SoundCardCollection>(fresh ? cards.SoundCards()
@@ -115,7 +115,7 @@ SoundCardCollection DeviceRouting::QuerySoundCards(bool ForceEnum) {
         }
         return *soundCards_;
     } catch (const std::exception& e) {
-        host_.Log(std::string("QuerySoundCards: ") + e.what());
+        events_.Log(std::string("QuerySoundCards: ") + e.what());
         return soundCards_ ? *soundCards_ : SoundCardCollection{};
     }
 }
@@ -128,7 +128,7 @@ SoundCardCollection DeviceRouting::EnumRenders(bool ForceRefresh) {
     try {
         if (ForceRefresh || !renderEnum_) {
             platform_.catalogue().refresh();
-            const bool fresh = !host_.Process().cards;
+            const bool fresh = !g_.process->cards;
             clsCards& cards = Cards();
             const CardsEvents sink = CardsEventsForThisPlayer();
             if (!fresh) cards.GetSoundcards(&sink);
@@ -145,7 +145,7 @@ SoundCardCollection DeviceRouting::EnumRenders(bool ForceRefresh) {
         renderEnum_ = std::move(renders);
         return *renderEnum_;
     } catch (const std::exception& e) {
-        host_.Log(std::string("EnumRenders: ") + e.what());
+        events_.Log(std::string("EnumRenders: ") + e.what());
         return renderEnum_ ? *renderEnum_ : SoundCardCollection{};
     }
 }
@@ -192,7 +192,7 @@ bool DeviceRouting::DefaultSoundDeviceExists() {
         platform::FilterPtr renderer;
         return device->entry()->createIn(*scratch, renderer).ok() && renderer;
     } catch (const std::exception& e) {
-        host_.Log(std::string("DefaultSoundDeviceExists: ") + e.what());
+        events_.Log(std::string("DefaultSoundDeviceExists: ") + e.what());
         return false;
     }
 }
@@ -203,7 +203,7 @@ bool DeviceRouting::SetSoundcard(std::string& NewSoundCardName) {
     try {
         // Not while an item is loaded or playing. True all the same: the host counts the call
         // as handled.
-        if (host_.get_Playstate() == MpPlaying || !g_.currentItem_.empty()) {
+        if (transport_.get_Playstate() == MpPlaying || !g_.currentItem_.empty()) {
             platform_.operatorServices().messageBox(kCantChange, g_.ThisCartName_, platform::MessageIcon::None);
             return true;
         }
@@ -212,7 +212,7 @@ bool DeviceRouting::SetSoundcard(std::string& NewSoundCardName) {
         NewSoundCardName = ListedName(NewSoundCardName);
         return RouteMainOutput(NewSoundCardName);
     } catch (const std::exception& e) {
-        host_.Log(std::string("SetSoundcard: ") + e.what());
+        events_.Log(std::string("SetSoundcard: ") + e.what());
         return false;
     }
 }
@@ -245,7 +245,7 @@ bool DeviceRouting::RouteMainOutput(const std::string& name) {
     }
 
     // Playing now (a host that started playback from one of our events): next item.
-    if (host_.get_Playstate() == MpPlaying) {
+    if (transport_.get_Playstate() == MpPlaying) {
         pendingMainCard_ = name;
         platform_.operatorServices().messageBox(std::string(kNextCut) + "\r\n" + "----Main Graph Manager----",
                                                 g_.ThisCartName_ + " is currently playing",
@@ -255,7 +255,7 @@ bool DeviceRouting::RouteMainOutput(const std::string& name) {
 
     // Default device: the next load builds a graph around the default renderer.
     if (isDefault) {
-        host_.DestroyGraph(false);
+        session_.DestroyGraph(false);
         return result;
     }
 
@@ -270,7 +270,7 @@ bool DeviceRouting::RouteMainOutput(const std::string& name) {
         // A speaker pair: a new graph is stocked with the pair's surround filter, and the
         // renderer goes in again there.
         g_.SurroundRenderName_ = name;
-        host_.CreateNewGraph(false);
+        session_.CreateNewGraph(false);
         result = AddSoundCard(GetMainSoundcard(), false);
     } else {
         g_.SurroundRenderName_.clear();
@@ -290,7 +290,7 @@ std::string DeviceRouting::GetMainSoundcard() {
 bool DeviceRouting::SetPFLSoundcard(std::string& NewPFLCard) {
     try {
         // Paused counts as busy here too.
-        if (host_.get_Playstate() != mpstopped) {
+        if (transport_.get_Playstate() != mpstopped) {
             platform_.operatorServices().messageBox(kCantChange, g_.ThisCartName_, platform::MessageIcon::None);
             return true;
         }
@@ -298,7 +298,7 @@ bool DeviceRouting::SetPFLSoundcard(std::string& NewPFLCard) {
         NewPFLCard = ListedName(NewPFLCard);
         return RoutePflOutput(NewPFLCard);
     } catch (const std::exception& e) {
-        host_.Log(std::string("SetPFLSoundcard: ") + e.what());
+        events_.Log(std::string("SetPFLSoundcard: ") + e.what());
         return false;
     }
 }
@@ -317,7 +317,7 @@ bool DeviceRouting::RoutePflOutput(const std::string& name) {
             RaiseIsPFLButtonRequired(false);
             return true;
         }
-        if (host_.get_Playstate() == MpPlaying) {
+        if (transport_.get_Playstate() == MpPlaying) {
             pendingPflCard_ = name;
             platform_.operatorServices().messageBox(std::string(kNextCut) + "\r\n" + "----PFL Graph Manager----",
                                                     g_.ThisCartName_ + " is currently playing",
@@ -343,7 +343,7 @@ bool DeviceRouting::PFLButtonRequired() const {
 }
 
 void DeviceRouting::RaiseIsPFLButtonRequired(bool required) {
-    host_.raiseEvent([&](PlayerEvents& e) { e.IsPFLButtonRequired(required); });
+    events_.raiseEvent([&](PlayerEvents& e) { e.IsPFLButtonRequired(required); });
 }
 
 // ---- Dummy output ----------------------------------------------------------------------------
@@ -358,7 +358,7 @@ void DeviceRouting::SoundCardRouterSet() {
     try {
         AddSoundCard(GetMainSoundcard(), false);
     } catch (const std::exception& e) {
-        host_.Log(std::string("SoundCardRouterSet: ") + e.what());
+        events_.Log(std::string("SoundCardRouterSet: ") + e.what());
     }
 }
 
@@ -368,20 +368,20 @@ void DeviceRouting::ApplyPendingSoundCards() {
     try {
         if (!pendingMainCard_.empty()) {
             const std::string name = std::exchange(pendingMainCard_, std::string());
-            host_.Log("Applying the main output device asked for while playing: " + name);
-            if (!RouteMainOutput(name)) host_.Log("WARNING: PLAYER CANNOT ADD SOUND CARD: " + name);
+            events_.Log("Applying the main output device asked for while playing: " + name);
+            if (!RouteMainOutput(name)) events_.Log("WARNING: PLAYER CANNOT ADD SOUND CARD: " + name);
         }
         if (!pendingPflCard_.empty()) {
             const std::string name = std::exchange(pendingPflCard_, std::string());
             const bool inPlace = g_.fPFLSoundCard && text::equalsNoCase(g_.fPFLSoundCard->name(), name) &&
                                  text::equalsNoCase(pflCardName_, name);
             if (!inPlace) {
-                host_.Log("Applying the PFL output device asked for while playing: " + name);
+                events_.Log("Applying the PFL output device asked for while playing: " + name);
                 RoutePflOutput(name);
             }
         }
     } catch (const std::exception& e) {
-        host_.Log(std::string("ApplyPendingSoundCards: ") + e.what());
+        events_.Log(std::string("ApplyPendingSoundCards: ") + e.what());
     }
 }
 
@@ -403,14 +403,14 @@ bool DeviceRouting::AddSoundCard(const std::string& name, bool forPFL, bool reme
     const std::string device =
         name.empty() || text::containsNoCase(name, kDefaultDevice) ? std::string(kDefaultDevice) : name;
     const auto cannotAdd = [&] {
-        host_.Log("WARNING: PLAYER CANNOT ADD SOUND CARD: " + name);
+        events_.Log("WARNING: PLAYER CANNOT ADD SOUND CARD: " + name);
         return false;
     };
     try {
         // The device's renderer, made in the graph it is for (made first if need be).
         const std::optional<clsDShowRender> found = FindDevice(device);
         if (!found || !found->entry()) return cannotAdd();
-        if (!(forPFL ? g_.PFLGraphMan : g_.MainGraphMan)) host_.CreateNewGraph(forPFL);
+        if (!(forPFL ? g_.PFLGraphMan : g_.MainGraphMan)) session_.CreateNewGraph(forPFL);
         // Held for the whole change: the host may replace the player's graph from inside an event.
         const platform::GraphPtr graph = forPFL ? g_.PFLGraphMan : g_.MainGraphMan;
         if (!graph) return cannotAdd();

@@ -36,8 +36,9 @@ namespace corvid {
 // graphs, and the catalogue of devices and filters the player reads them from.
 class DeviceRouting {
 public:
-    DeviceRouting(GraphModel& g, GraphHost& host, platform::Platform& platform)
-        : g_(g), host_(host), platform_(platform) {}
+    DeviceRouting(GraphModel& g, EventChannel& events, TransportHost& transport, RoutingHost& session,
+                  platform::Platform& platform)
+        : g_(g), events_(events), transport_(transport), session_(session), platform_(platform) {}
 
     SoundCardCollection QuerySoundCards(bool ForceEnum = false);
     void putref_SetSoundCardCollection(const SoundCardCollection& value);
@@ -72,9 +73,10 @@ public:
     std::shared_ptr<NameCollection> FilterNamesWeNeed_;
 
 private:
-    friend struct PlayerInternals; // white-box access for the player's own tests
     GraphModel& g_;
-    GraphHost& host_;
+    EventChannel& events_;
+    TransportHost& transport_;
+    RoutingHost& session_;
     platform::Platform& platform_;
     std::unique_ptr<SoundCardCollection> soundCards_;
     std::unique_ptr<SoundCardCollection> renderEnum_;

@@ -40,9 +40,9 @@ struct ChainPins {
 
 class FormatChains : public platform::ShoutcastCallback {
 public:
-    FormatChains(GraphModel& g, GraphHost& host, DeviceRouting& routing, ChainGraph& graph,
+    FormatChains(GraphModel& g, EventChannel& events, DeviceRouting& routing, ChainGraph& graph,
                  platform::Platform& platform)
-        : g_(g), host_(host), routing_(routing), graph_(graph), platform_(platform) {}
+        : g_(g), events_(events), routing_(routing), graph_(graph), platform_(platform) {}
 
     bool IsMp4Capable(bool ForceRefresh = false);
     bool IsOggCapable(bool ForceRefresh = false);
@@ -99,7 +99,7 @@ public:
 
 private:
     GraphModel& g_;
-    GraphHost& host_;
+    EventChannel& events_;
     DeviceRouting& routing_;
     ChainGraph& graph_;
     platform::Platform& platform_;

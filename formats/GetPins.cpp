@@ -29,15 +29,15 @@ bool FormatChains::TakeSourcePin(platform::PinPtr& sourcePin, const item::Name& 
         if (graph_.AddSourceFilter(item, mustUseAsfReader))
             sourcePin = g_.MainSourcePin;
         else
-            host_.Log(texts.cannotAdd);
+            events_.Log(texts.cannotAdd);
     }
     if (!sourcePin) {
         if (texts.noPinInLastError) g_.LastError_ += texts.noPin;
-        host_.Log(texts.noPin);
+        events_.Log(texts.noPin);
         return false;
     }
-    if ((given || texts.namesAddedSource) && host_.logging())
-        host_.Log(texts.forPrefix + item.text() + " Source is: " + formats::ownerName(sourcePin));
+    if ((given || texts.namesAddedSource) && events_.logging())
+        events_.Log(texts.forPrefix + item.text() + " Source is: " + formats::ownerName(sourcePin));
     return true;
 }
 

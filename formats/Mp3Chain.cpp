@@ -71,7 +71,7 @@ bool FormatChains::ConnectMp3Filters(ChainPins& pins, bool& usingWM, const item:
         if (g_.trap(connectDirect(sourcePin, renderIn))) {
             if (isConnected(sourcePin)) g_.trap(disconnect(sourcePin));
             if (g_.trap(connectDirect(sourcePin, sgIn))) {
-                host_.Log("ConnectMp3Filters: Source Pin Connected OK to the SGInPin");
+                events_.Log("ConnectMp3Filters: Source Pin Connected OK to the SGInPin");
                 return Mp3Next::GrabberToRenderer;
             }
             g_.LastError_ += "ConnectMp3Filters: Source Pin did not connect directly to the SGinPin: " +
@@ -81,21 +81,21 @@ bool FormatChains::ConnectMp3Filters(ChainPins& pins, bool& usingWM, const item:
         if (!(usingWM || usingHalden)) return Mp3Next::SplitterRoute; // FLAC through another source
 
         g_.clearErr();
-        host_.RaisePlayerLogInfo("For " + fileName +
+        events_.RaisePlayerLogInfo("For " + fileName +
                            ":UsingWM or UsingHalden. Test connecting source pin (possibly via ACM) to render");
         removeGrabber();
         if (!g_.trap(connect(sourcePin, renderIn))) {
-            host_.RaisePlayerLogInfo("ConnectMp3Filters: For " + fileName +
+            events_.RaisePlayerLogInfo("ConnectMp3Filters: For " + fileName +
                                ":UsingWM or UsingHalden. Failed to connect source pin (possibly via acm) to render");
-            host_.RaisePlayerLogInfo(host_.PrintFilters(nullptr));
+            events_.RaisePlayerLogInfo(events_.PrintFilters(g_.MainGraphMan));
             return Mp3Next::CleanUp;
         }
         recreateGrabber();
-        if (host_.logging()) {
-            host_.RaisePlayerLogInfo("ConnectMp3Filters...");
-            host_.RaisePlayerLogInfo("For " + fileName +
+        if (events_.logging()) {
+            events_.RaisePlayerLogInfo("ConnectMp3Filters...");
+            events_.RaisePlayerLogInfo("For " + fileName +
                                ":UsingWM or UsingHalden. OK, connected source pin (possibly via acm) to render");
-            host_.RaisePlayerLogInfo(host_.PrintFilters(g_.MainGraphMan));
+            events_.RaisePlayerLogInfo(events_.PrintFilters(g_.MainGraphMan));
         }
         g_.trap(disconnect(sourcePin));
         g_.trap(connectDirect(sourcePin, sgIn));
@@ -111,18 +111,18 @@ bool FormatChains::ConnectMp3Filters(ChainPins& pins, bool& usingWM, const item:
             g_.trapError(kChainError, "No Mpeg SplitterOutPIn");
             return Mp3Next::CleanUp;
         }
-        host_.Log("Connecting mpeg splitter out pin to mp3decoder in pin...");
+        events_.Log("Connecting mpeg splitter out pin to mp3decoder in pin...");
         g_.trap(connectDirect(splitterOut, decoderIn));
         return g_.errPending() ? Mp3Next::AcmRoute : Mp3Next::DecoderToGrabber;
     };
 
     auto acmRoute = [&]() -> Mp3Next {
-        host_.Log("Connectmp3Filters: could not connect splitter out pin directly, trying all sorts of "
+        events_.Log("Connectmp3Filters: could not connect splitter out pin directly, trying all sorts of "
             "things to make it sensibly connect...");
         if (isConnected(sourcePin)) g_.trap(disconnect(sourcePin));
         g_.clearErr();
 
-        host_.Log("Connectmp3Filters: Have to remove sampleGrabber here...");
+        events_.Log("Connectmp3Filters: Have to remove sampleGrabber here...");
         removeGrabber();
         sgIn.reset();
         sgOut.reset();
@@ -130,11 +130,11 @@ bool FormatChains::ConnectMp3Filters(ChainPins& pins, bool& usingWM, const item:
             const std::string expected =
                 "ConnectMp3Filters: we DO expect the SG to be there to remove right here!";
             g_.LastError_ += "\r\n" + g_.ErrText() + expected;
-            host_.RaisePlayerLogInfo(expected);
+            events_.RaisePlayerLogInfo(expected);
             return Mp3Next::CleanUp;
         }
 
-        host_.Log("Connectmp3Filters: Have to re-add sampleGrabber here...");
+        events_.Log("Connectmp3Filters: Have to re-add sampleGrabber here...");
         recreateGrabber();
         if (g_.errPending()) {
             g_.LastError_ += "\r\nNo SG pins after re-add";
@@ -154,7 +154,7 @@ bool FormatChains::ConnectMp3Filters(ChainPins& pins, bool& usingWM, const item:
         GetPins(acmIn, acmOut, g_.fChainACMWrapper);
         if (!acmIn || !acmOut) {
             g_.LastError_ += "ConnectMp3Filters: no Extra ACM Pins " + g_.ErrText();
-            host_.RaisePlayerLogInfo("ConnectMp3Filters: we DO expect the ExtraACM here to have pins!");
+            events_.RaisePlayerLogInfo("ConnectMp3Filters: we DO expect the ExtraACM here to have pins!");
             return Mp3Next::CleanUp;
         }
         g_.trap(connect(sourcePin, acmIn));
@@ -165,16 +165,16 @@ bool FormatChains::ConnectMp3Filters(ChainPins& pins, bool& usingWM, const item:
         decoderOut = acmOut;
         if (!sgIn || !sgOut) {
             g_.LastError_ += "ConnectMp3Filters: unexpected: no samplegrabber pins  " + g_.ErrText();
-            host_.RaisePlayerLogInfo("ConnectMp3Filters: unexpected: no samplegrabber pins !!");
+            events_.RaisePlayerLogInfo("ConnectMp3Filters: unexpected: no samplegrabber pins !!");
             return Mp3Next::CleanUp;
         }
         return Mp3Next::DecoderToGrabber;
     };
 
     auto decoderToGrabber = [&]() -> Mp3Next {
-        host_.Log("Connectmp3Filters: connecting decoder out pin to sample grabber in pin...");
+        events_.Log("Connectmp3Filters: connecting decoder out pin to sample grabber in pin...");
         if (g_.trap(connectDirect(decoderOut, sgIn))) {
-            host_.Log("Connectmp3Filters: connected decoder out pin to sample grabber in pin...OK");
+            events_.Log("Connectmp3Filters: connected decoder out pin to sample grabber in pin...OK");
             return Mp3Next::GrabberToRenderer;
         }
         g_.LastError_ += "Connectmp3Filters: cannot connect direct mp3decoutpin to sginpin " + g_.ErrText();
@@ -203,7 +203,7 @@ bool FormatChains::ConnectMp3Filters(ChainPins& pins, bool& usingWM, const item:
             g_.fSampleGrabber = CreateSampleGrabberTrapped();
             sampleGrabber = g_.fSampleGrabber;
             if (!g_.fSampleGrabber) {
-                host_.RaisePlayerLogInfo("CRITICAL: ConnectMp-3Filters cannot re-create Sample Grabber!");
+                events_.RaisePlayerLogInfo("CRITICAL: ConnectMp-3Filters cannot re-create Sample Grabber!");
                 return false;
             }
         }
@@ -215,7 +215,7 @@ bool FormatChains::ConnectMp3Filters(ChainPins& pins, bool& usingWM, const item:
     if (!sgIn || !sgOut) {
         const std::string noPins = "ConnectMp3Filters: CRITICAL ERROR: no sample grabber pins, exiting";
         g_.LastError_ += noPins;
-        host_.RaisePlayerLogInfo(noPins);
+        events_.RaisePlayerLogInfo(noPins);
         return cleanUp();
     }
 

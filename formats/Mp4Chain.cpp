@@ -51,7 +51,7 @@ bool FormatChains::ConnectMp4Filters(ChainPins& pins, bool& /*usingWM*/, const i
 
     auto failWith = [&](const std::string& reason) -> bool {
         g_.LastError_ = reason;
-        host_.RaisePlayerLogInfo(reason);
+        events_.RaisePlayerLogInfo(reason);
         return false;
     };
 
@@ -64,7 +64,7 @@ bool FormatChains::ConnectMp4Filters(ChainPins& pins, bool& /*usingWM*/, const i
                         "Connectmp4Filters: no source pin, cannot continue"}))
         return false;
 
-    host_.RaisePlayerLogInfo("ConnectMp4Filters: Started. Adding new mp4 filters...");
+    events_.RaisePlayerLogInfo("ConnectMp4Filters: Started. Adding new mp4 filters...");
     bool force = true;
     bool ok = false;
     AddMp4Filters(force, ok);
@@ -87,7 +87,7 @@ bool FormatChains::ConnectMp4Filters(ChainPins& pins, bool& /*usingWM*/, const i
     GetPins(parserIn, parserOut, g_.fMp4Parser);
     if (!parserIn) return failWith("Connectmp4Filters: no parser in pin.");
 
-    host_.RaisePlayerLogInfo("Connectmp4Filters: connecting source to parser...");
+    events_.RaisePlayerLogInfo("Connectmp4Filters: connecting source to parser...");
     g_.trap(connectDirect(sourcePin, parserIn));
     if (g_.errPending()) return failWith("Connectmp4Filters: cannot connect SourcePin to ParserInpin");
 
@@ -95,37 +95,37 @@ bool FormatChains::ConnectMp4Filters(ChainPins& pins, bool& /*usingWM*/, const i
     GetPins(parserIn, parserOut, g_.fMp4Parser);
     if (!parserOut) return failWith("Connectmp4Filters: no parser out pin.");
 
-    host_.RaisePlayerLogInfo("Connectmp4Filters: connecting decoder input...");
+    events_.RaisePlayerLogInfo("Connectmp4Filters: connecting decoder input...");
     g_.trap(connectDirect(parserOut, decoderIn));
     if (g_.errPending()) {
-        host_.RaisePlayerLogInfo(kParserWouldNotConnect);
+        events_.RaisePlayerLogInfo(kParserWouldNotConnect);
         g_.clearErr();
         g_.trap(connect(parserOut, decoderIn));
         if (g_.errPending())
             return failWith("Connectmp4Filters: Could not connect source pin to decoder in pin.");
     }
 
-    host_.RaisePlayerLogInfo("Connectmp4Filters: connecting decoder output...");
+    events_.RaisePlayerLogInfo("Connectmp4Filters: connecting decoder output...");
     g_.trap(connectDirect(decoderOut, sgIn));
     if (g_.errPending()) {
-        host_.RaisePlayerLogInfo("Connectmp4Filters: Could not connect dec out pin to samplegrabber in pin.");
+        events_.RaisePlayerLogInfo("Connectmp4Filters: Could not connect dec out pin to samplegrabber in pin.");
         g_.clearErr();
-        host_.RaisePlayerLogInfo(kParserWouldNotConnect);
+        events_.RaisePlayerLogInfo(kParserWouldNotConnect);
         g_.trap(connect(decoderOut, sgIn));
         if (g_.errPending())
             return failWith("Connectmp4Filters: Could not connect dec out pin to samplegrabber in pin.");
     }
 
-    host_.RaisePlayerLogInfo("Connectmp4Filters: connecting Sample Grabber out pin to Render in pin...");
+    events_.RaisePlayerLogInfo("Connectmp4Filters: connecting Sample Grabber out pin to Render in pin...");
     g_.trap(connectDirect(sgOut, renderIn));
     if (g_.errPending()) {
-        host_.RaisePlayerLogInfo("Connectmp4Filters: Cannot connect SG to render in pin directly, trying intelligent connect...");
+        events_.RaisePlayerLogInfo("Connectmp4Filters: Cannot connect SG to render in pin directly, trying intelligent connect...");
         g_.clearErr();
         g_.trap(connect(sgOut, renderIn));
         if (g_.errPending()) return failWith("ConnectMp4Filters: could not connect SG out pin to render pin.");
     }
 
-    host_.RaisePlayerLogInfo("Connectmp4filters: Success!");
+    events_.RaisePlayerLogInfo("Connectmp4filters: Success!");
     return true;
 }
 

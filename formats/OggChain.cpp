@@ -41,13 +41,13 @@ void FormatChains::AddVorbisFilters(bool& force, bool& ok) {
         decoderFound = true;
         g_.fVorbisDecoder = AddCatalogueInstance(TakeCatalogueEntry(kVorbisDecoder));
         if (g_.errPending()) {
-            host_.RaisePlayerLogInfo("WARNING: Failed to add  Vorbis Decoder to graph");
+            events_.RaisePlayerLogInfo("WARNING: Failed to add  Vorbis Decoder to graph");
             g_.clearErr();
             ok = false;
             return;
         }
     } else {
-        host_.RaisePlayerLogInfo("WARNING: Vorbis decoder is not found");
+        events_.RaisePlayerLogInfo("WARNING: Vorbis decoder is not found");
     }
 
     if (decoderFound) {
@@ -55,14 +55,14 @@ void FormatChains::AddVorbisFilters(bool& force, bool& ok) {
             demuxerFound = true;
             g_.fVorbisSplitter = AddCatalogueInstance(TakeCatalogueEntry(kOggDemuxer));
         } else {
-            host_.RaisePlayerLogInfo("WARNING: Vorbis Demuxer is not found");
+            events_.RaisePlayerLogInfo("WARNING: Vorbis Demuxer is not found");
         }
     }
 
     bool failed = !(decoderFound && demuxerFound);
     if (failed) RemoveVorbisFilters();
     if (g_.errPending()) {
-        host_.RaisePlayerLogInfo("Failed to add  Vorbis Splitter to graph");
+        events_.RaisePlayerLogInfo("Failed to add  Vorbis Splitter to graph");
         g_.clearErr();
         failed = true;
     }
@@ -82,7 +82,7 @@ bool FormatChains::ConnectOggFilters(ChainPins& pins, bool& /*usingWM*/, const i
         return false;
     };
     auto failWith = [&](const char* line) -> bool {
-        host_.RaisePlayerLogInfo(line);
+        events_.RaisePlayerLogInfo(line);
         return fail();
     };
 
@@ -93,7 +93,7 @@ bool FormatChains::ConnectOggFilters(ChainPins& pins, bool& /*usingWM*/, const i
         return false;
 
     if (!isOggName(item)) {
-        host_.Log("ConnectOggFilters: Path does not end in .ogg, returning false");
+        events_.Log("ConnectOggFilters: Path does not end in .ogg, returning false");
         return false;
     }
 
@@ -107,7 +107,7 @@ bool FormatChains::ConnectOggFilters(ChainPins& pins, bool& /*usingWM*/, const i
         return false;
     }
     if (!g_.fVorbisDecoder) {
-        host_.RaisePlayerLogInfo("Ogg Splitter, or Vorbis Decoder filters missing.");
+        events_.RaisePlayerLogInfo("Ogg Splitter, or Vorbis Decoder filters missing.");
         g_.trapError(12345, "Vorbis decoder not installed");
         return fail();
     }

@@ -27,7 +27,7 @@ bool FormatChains::ConnectStreamFilters(ChainPins& pins, bool& /*usingWM*/, cons
         g_.fSampleGrabber = CreateSampleGrabberTrapped();
         sampleGrabber = g_.fSampleGrabber;
         if (!g_.fSampleGrabber)
-            host_.RaisePlayerLogInfo("CRITICAL: ConnectStreamFilters: cannot create Sample Grabber");
+            events_.RaisePlayerLogInfo("CRITICAL: ConnectStreamFilters: cannot create Sample Grabber");
         else
             GetPins(sgIn, sgOut, g_.fSampleGrabber);
         return false;
@@ -98,11 +98,9 @@ void FormatChains::IShoutcastCallback_StreamBuffering(int32_t BufferPercentFull)
 
     if (was == -1 && now > 0) {
         playTime().StopTiming();
-        host_.raiseEvent([](PlayerEvents& e) { e.StreamBufferingStarted(); });
+        events_.raiseEvent([](PlayerEvents& e) { e.StreamBufferingStarted(); });
     }
     if (was != -1 && now == -1) playTime().StartTiming();
-    // A report of 0 while idle starts the clock of a phase without announcing it.
-    if (now != -1 && was == -1) g_.bufferingStart_ = platform_.ticks().secondsSinceMidnight();
     if (was != -1 && now == -1) {
         if (g_.bufferingRestarts_ == std::numeric_limits<int16_t>::max()) throw overflowError();
         ++g_.bufferingRestarts_;
@@ -112,7 +110,7 @@ void FormatChains::IShoutcastCallback_StreamBuffering(int32_t BufferPercentFull)
         throw overflowError();
     g_.bufferingPercent_ = static_cast<int16_t>(now);
     int16_t percent = g_.bufferingPercent_;
-    host_.raiseEvent([&](PlayerEvents& e) { e.StreamBuffering(percent); });
+    events_.raiseEvent([&](PlayerEvents& e) { e.StreamBuffering(percent); });
     if (now == 100) g_.bufferingPercent_ = -1;
 }
 
@@ -122,11 +120,11 @@ void FormatChains::IShoutcastCallback_MetaChangeCallback(const std::string& sArt
     std::string artistTitle = sArtistTitle;
     std::string url = sURL;
     std::string fullMeta = sFullMeta;
-    host_.raiseEvent([&](PlayerEvents& e) { e.ShoutCastMeta(artistTitle, url, fullMeta); });
+    events_.raiseEvent([&](PlayerEvents& e) { e.ShoutCastMeta(artistTitle, url, fullMeta); });
 }
 
 void FormatChains::IShoutcastCallback_OdStreamSeg(double Seg) {
-    host_.raiseEvent([&](PlayerEvents& e) { e.StreamOnDemandSegFound(Seg); });
+    events_.raiseEvent([&](PlayerEvents& e) { e.StreamOnDemandSegFound(Seg); });
 }
 
 // The stream client calls these. An error of ours goes back to the client, which does not

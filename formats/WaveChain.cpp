@@ -19,10 +19,10 @@ bool FormatChains::ConnectWaveFilters(ChainPins& pins, bool& /*usingWM*/, const 
     // Unlike the other failures, this one does not put a sample grabber back that the
     // conversion route removed: the dispatcher re-creates it before the next chain.
     auto fail = [&]() -> bool {
-        host_.RaisePlayerLogInfo("ConnectWaveFilters Failed, with " + g_.ErrText());
+        events_.RaisePlayerLogInfo("ConnectWaveFilters Failed, with " + g_.ErrText());
         RemoveSourceFilterKeepingError();
         sourcePin.reset();
-        host_.RaisePlayerLogInfo(host_.PrintFilters(g_.MainGraphMan));
+        events_.RaisePlayerLogInfo(events_.PrintFilters(g_.MainGraphMan));
         return false;
     };
     auto renderName = [&] { return ownerName(renderIn); };
@@ -33,17 +33,17 @@ bool FormatChains::ConnectWaveFilters(ChainPins& pins, bool& /*usingWM*/, const 
                         "ConnectWMAFilters: no source pin, cannot continue"}))
         return false;
 
-    host_.Log("ConnectWaveFilters: ConnectDirect SourcePin -> Wave Splitter In Pin");
+    events_.Log("ConnectWaveFilters: ConnectDirect SourcePin -> Wave Splitter In Pin");
     g_.trap(connectDirect(sourcePin, waveParserIn));
     if (g_.errPending()) {
-        host_.Log("ConnectWaveFilters:  Could not connect SourcePin  to WaveSplitterPin. Not a recognised wav file.");
+        events_.Log("ConnectWaveFilters:  Could not connect SourcePin  to WaveSplitterPin. Not a recognised wav file.");
         return fail();
     }
 
     platform::PinPtr parserOut;
     GetPins(waveParserIn, parserOut, waveParser);
     if (!parserOut) {
-        host_.RaisePlayerLogInfo("ConnectWaveFilters:  No Wave Splitter Out Pin");
+        events_.RaisePlayerLogInfo("ConnectWaveFilters:  No Wave Splitter Out Pin");
         return fail();
     }
 
@@ -51,11 +51,11 @@ bool FormatChains::ConnectWaveFilters(ChainPins& pins, bool& /*usingWM*/, const 
     if (g_.trap(connectDirect(parserOut, renderIn))) {
         g_.trap(disconnect(renderIn));
         if (!g_.trap(connectDirect(parserOut, sgIn))) {
-            host_.RaisePlayerLogInfo("ConnectWaveFilters: WaveSplitterPin would not connect to SG");
+            events_.RaisePlayerLogInfo("ConnectWaveFilters: WaveSplitterPin would not connect to SG");
             return fail();
         }
         if (!g_.trap(connectDirect(sgOut, renderIn))) {
-            host_.RaisePlayerLogInfo("ConnectWaveFilters: SGOut pin would not connect to pRenderInPin " +
+            events_.RaisePlayerLogInfo("ConnectWaveFilters: SGOut pin would not connect to pRenderInPin " +
                                renderName());
             return fail();
         }
@@ -64,16 +64,16 @@ bool FormatChains::ConnectWaveFilters(ChainPins& pins, bool& /*usingWM*/, const 
 
     // Conversion route: without the grabber in the way, the graph may place the format
     // converter between parser and card; the grabber then goes in just before the card.
-    host_.RaisePlayerLogInfo("ConnectWaveFilters:  Could not connect direct to pRenderPin: " + renderName());
+    events_.RaisePlayerLogInfo("ConnectWaveFilters:  Could not connect direct to pRenderPin: " + renderName());
     g_.clearErr();
-    host_.RaisePlayerLogInfo("ConnectWaveFilters:  Removing SG");
+    events_.RaisePlayerLogInfo("ConnectWaveFilters:  Removing SG");
     RemoveFilterTrapped(sampleGrabber);
     sampleGrabber.reset();
     g_.fSampleGrabber.reset();
     sgIn.reset();
     sgOut.reset();
     if (g_.errPending()) {
-        host_.RaisePlayerLogInfo("ConnectWaveFilters:  Failed to remove SG");
+        events_.RaisePlayerLogInfo("ConnectWaveFilters:  Failed to remove SG");
         return fail();
     }
 
@@ -81,7 +81,7 @@ bool FormatChains::ConnectWaveFilters(ChainPins& pins, bool& /*usingWM*/, const 
 
     g_.trap(connect(parserOut, renderIn));
     if (g_.errPending()) {
-        host_.RaisePlayerLogInfo("ConnectWaveFilters:  Could not Connect WaveSplitter Out Pin, even indirectly, to pRenderInPin " +
+        events_.RaisePlayerLogInfo("ConnectWaveFilters:  Could not Connect WaveSplitter Out Pin, even indirectly, to pRenderInPin " +
                            renderName() + g_.ErrText());
         return fail();
     }
@@ -93,16 +93,16 @@ bool FormatChains::ConnectWaveFilters(ChainPins& pins, bool& /*usingWM*/, const 
     g_.fSampleGrabber = sampleGrabber;
     GetPins(sgIn, sgOut, sampleGrabber);
     if (!sgIn || !sgOut) {
-        host_.RaisePlayerLogInfo("ConnectWaveFilters:  Unexpected: SG Not present ");
+        events_.RaisePlayerLogInfo("ConnectWaveFilters:  Unexpected: SG Not present ");
         return fail();
     }
     if (!g_.trap(connectDirect(renderWasConnectedTo, sgIn))) {
-        host_.RaisePlayerLogInfo("ConnectWaveFilters:  Failed to Connect pRenderWasConnectedTo Directly to pSampleGrabberInPin\r\n" +
+        events_.RaisePlayerLogInfo("ConnectWaveFilters:  Failed to Connect pRenderWasConnectedTo Directly to pSampleGrabberInPin\r\n" +
                            ownerName(renderWasConnectedTo));
         return fail();
     }
     if (!g_.trap(connectDirect(sgOut, renderIn))) {
-        host_.RaisePlayerLogInfo("ConnectWaveFilters:  Failed to Connect SampleGrabberOutpin to render pin\r\n" +
+        events_.RaisePlayerLogInfo("ConnectWaveFilters:  Failed to Connect SampleGrabberOutpin to render pin\r\n" +
                            renderName());
         return fail();
     }

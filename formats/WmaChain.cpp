@@ -14,7 +14,7 @@ bool FormatChains::ConnectWMAFilters(ChainPins& pins, bool& /*usingWM*/, const i
 
     auto failWith = [&](const std::string& line) {
         g_.LastError_ += "\r\n" + line;
-        host_.Log(g_.LastError_);
+        events_.Log(g_.LastError_);
     };
     // The sample grabber stays: only the source goes.
     auto cleanUp = [&]() -> bool {
@@ -32,7 +32,7 @@ bool FormatChains::ConnectWMAFilters(ChainPins& pins, bool& /*usingWM*/, const i
     platform::PinPtr dmoIn, dmoOut;
     GetPins(dmoIn, dmoOut, g_.fWMADecoder);
     if (!dmoIn || !dmoOut) {
-        host_.RaisePlayerLogInfo("Failed to get DMO Pins");
+        events_.RaisePlayerLogInfo("Failed to get DMO Pins");
         return false;
     }
 

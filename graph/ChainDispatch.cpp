@@ -27,10 +27,10 @@ bool GraphSession::ConnectGraphFilters(const item::Name& item, bool CanUseAutoRe
         bool standing = false;
         if (const FormatChain* first = chains::firstChoiceFor(item)) {
             RecreateGrabberIfMissing(pins);
-            if (first->announce) host_.Log(first->announce);
+            if (first->announce) events_.Log(first->announce);
             standing = RunChain(*first, pins, usingWM, item);
             if (!standing && first->failureEndsDispatch) {
-                host_.RaiseWriteLog(first->failureEndsDispatch);
+                events_.RaiseWriteLog(first->failureEndsDispatch);
                 return ChainDispatchFailed();
             }
         }
@@ -59,7 +59,7 @@ bool GraphSession::RunChain(const FormatChain& chain, ChainPins& pins, bool& usi
 
 bool GraphSession::ConnectFallbackChains(ChainPins& pins, bool& usingWM, const item::Name& item,
                                          bool CanUseAutoRender) {
-    host_.RaisePlayerLogInfo("ConnectGraphFilters: ConnectGraphFilters failed: " + g_.LastError_);
+    events_.RaisePlayerLogInfo("ConnectGraphFilters: ConnectGraphFilters failed: " + g_.LastError_);
 
     bool standing = false;
     for (const ChainFallback& fallback : chains::fallbacks()) {
@@ -67,20 +67,20 @@ bool GraphSession::ConnectFallbackChains(ChainPins& pins, bool& usingWM, const i
             ForgetSourceForNextChain(pins);
         else
             RecreateGrabberIfMissing(pins);
-        host_.Log(fallback.announce);
+        events_.Log(fallback.announce);
         standing = RunChain(*fallback.chain, pins, usingWM, item);
-        if (fallback.listGraphAfter && host_.logging()) host_.Log(host_.PrintFilters(g_.MainGraphMan));
+        if (fallback.listGraphAfter && events_.logging()) events_.Log(events_.PrintFilters(g_.MainGraphMan));
         if (standing) break;
     }
 
-    if (host_.logging()) host_.Log(host_.PrintFilters(g_.MainGraphMan));
+    if (events_.logging()) events_.Log(events_.PrintFilters(g_.MainGraphMan));
 
     // The platform's own rendering, only where the caller allows it.
     if (!standing && CanUseAutoRender) {
         ForgetSourceForNextChain(pins);
-        host_.RaiseWriteLog("Getting desperate to render this file, doing automatically...");
+        events_.RaiseWriteLog("Getting desperate to render this file, doing automatically...");
         standing = RenderAutomatically(item, pins.sgIn, pins.sgOut);
-        host_.RaiseWriteLog("RenderAutomatically in ConnectGraphFilters completed...");
+        events_.RaiseWriteLog("RenderAutomatically in ConnectGraphFilters completed...");
     }
     return standing;
 }
@@ -89,12 +89,12 @@ bool GraphSession::ChainDispatchFailed() {
     // The reason is added to what the chains already wrote.
     g_.LastError_ = g_.LastError_ + "\r\n" + "ConnectGraphFilters Failed: " + std::to_string(g_.Err.number) + " " +
                  g_.Err.description;
-    host_.RaiseWriteLog("ConnectGraphFilters failed, with error " + g_.LastError_);
+    events_.RaiseWriteLog("ConnectGraphFilters failed, with error " + g_.LastError_);
     g_.clearErr();
     try {
         RemoveSourceFilter();
     } catch (const AutomationError& e) {
-        host_.Log("ConnectGraphFilters: " + e.description());
+        events_.Log("ConnectGraphFilters: " + e.description());
     }
     return false;
 }
@@ -103,7 +103,7 @@ bool GraphSession::ChainDispatchFailed() {
 
 bool GraphSession::GatherChainPins(ChainPins& pins) {
     const auto bail = [&](const char* text) {
-        host_.Log(text);
+        events_.Log(text);
         return false;
     };
     platform::PinPtr unused;
@@ -116,7 +116,7 @@ bool GraphSession::GatherChainPins(ChainPins& pins) {
     // Without the ACM wrapper the chains still try; a wrapper without pins is broken.
     platform::PinPtr acmIn, acmOut;
     if (!g_.fACMWrapper) {
-        host_.Log("ConnectGraphFilters: Error: No ACM Wrapper filter, bailing...");
+        events_.Log("ConnectGraphFilters: Error: No ACM Wrapper filter, bailing...");
     } else {
         FormatChains::GetPins(acmIn, acmOut, g_.fACMWrapper);
         if (!acmIn || !acmOut) return bail("ConnectGraphFilters: Error: No ACM Wrapper pins, bailing...");
@@ -125,7 +125,7 @@ bool GraphSession::GatherChainPins(ChainPins& pins) {
     if (!g_.MainSourcePin) return bail("ConnectGraphFilters: Error: No MainSourcePin, bailing...");
     pins.source = g_.MainSourcePin;
     if (!pins.source) {
-        host_.RaiseWriteLog("ConnectGraphFilters: no Source Pin!");
+        events_.RaiseWriteLog("ConnectGraphFilters: no Source Pin!");
         return false;
     }
 
@@ -187,9 +187,9 @@ void GraphSession::SyncChainPins(ChainPins& pins) {
 bool GraphSession::RenderAutomatically(const item::Name& item, platform::PinPtr& sgIn, platform::PinPtr& sgOut) {
     const std::string& FileName = item.text();
     // Only where the host allows the platform's own choice of filters.
-    if (!host_.Process().AutoRenderAllowed) {
+    if (!g_.process->AutoRenderAllowed) {
         g_.LastError_ += "\r\n" + FileName + " would need to be automatically rendered, but the setting is disabled.";
-        host_.RaisePlayerLogInfo(g_.LastError_);
+        events_.RaisePlayerLogInfo(g_.LastError_);
         return false;
     }
 
@@ -197,7 +197,7 @@ bool GraphSession::RenderAutomatically(const item::Name& item, platform::PinPtr&
     bool grabberRemoved = false;
     try {
         RemoveSourceFilter();
-        host_.Log("*****************NOT NICE: USING SYSTEM FILTERS TO RENDER AUTOMATICALLY. AVOID IF YOU CAN*****************************");
+        events_.Log("*****************NOT NICE: USING SYSTEM FILTERS TO RENDER AUTOMATICALLY. AVOID IF YOU CAN*****************************");
 
         if ((!g_.SoundCardInPin || !g_.fSoundCard) && !routing_.AddSoundCard(routing_.GetMainSoundcard(), false)) return false;
 
@@ -224,11 +224,11 @@ bool GraphSession::RenderAutomatically(const item::Name& item, platform::PinPtr&
         if (!g_.MainSourcePin) {
             bool mustUseReader = false;
             bool added = AddSourceFilter(item, mustUseReader);
-            if (!added && host_.Process().HaldenSourcePrefer) {
-                host_.Process().HaldenSourcePrefer = false;
+            if (!added && g_.process->HaldenSourcePrefer) {
+                g_.process->HaldenSourcePrefer = false;
                 mustUseReader = false;
                 added = AddSourceFilter(item, mustUseReader);
-                host_.Process().HaldenSourcePrefer = true;
+                g_.process->HaldenSourcePrefer = true;
             }
             if (!added || !g_.MainSourcePin) {
                 failure = g_.Err;
@@ -242,32 +242,32 @@ bool GraphSession::RenderAutomatically(const item::Name& item, platform::PinPtr&
         // Then source to card by intelligent connect.
         DisconnectAllFilters(g_.MainGraphMan);
         if (g_.MainSourcePin && g_.SoundCardInPin) {
-            host_.Log("****Render Auto:  trying to connect SourcePin to the SoundCardInPin - crash possible...****");
+            events_.Log("****Render Auto:  trying to connect SourcePin to the SoundCardInPin - crash possible...****");
             g_.trap(g_.MainSourcePin->connect(g_.SoundCardInPin));
-            host_.Log("****Render Auto:  finished trying to connect SourcePin to the SoundCardInPin****");
+            events_.Log("****Render Auto:  finished trying to connect SourcePin to the SoundCardInPin****");
         }
 
         // The grabber back in, right before the card.
         const platform::Status added = g_.MainGraphMan->addFilter(g_.fSampleGrabber, filters::kSampleGrabber);
         if (!added) {
             failure = GraphModel::PendingError{added.number, added.description};
-            host_.Log("Unable to add the SampleGrabber filter back into the graph.");
+            events_.Log("Unable to add the SampleGrabber filter back into the graph.");
         } else {
             grabberRemoved = false;
             FormatChains::GetPins(sgIn, sgOut, g_.fSampleGrabber);
             g_.SampleGrabberInPin = sgIn;
             g_.SampleGrabberOutPin = sgOut;
             if (!sgIn || !sgOut) {
-                host_.Log("failed to get samplegrabber pins...");
+                events_.Log("failed to get samplegrabber pins...");
             } else if (g_.SoundCardInPin && g_.fSoundCard && g_.SoundCardInPin->isConnected()) {
                 const platform::PinPtr upstream = g_.SoundCardInPin->connectedTo();
                 platform::Status step = g_.SoundCardInPin->disconnect();
                 if (step) step = sgIn->connectDirect(upstream);
                 if (step) step = sgOut->connect(g_.SoundCardInPin);
                 if (step) {
-                    host_.Log("****RENDER AUTOMATICALLY: SUCCESSFUL - BUT TRY TO AVOID******");
+                    events_.Log("****RENDER AUTOMATICALLY: SUCCESSFUL - BUT TRY TO AVOID******");
                     std::string path = FileName;
-                    host_.raiseEvent([&](PlayerEvents& e) { e.RenderedAutomatically(path); });
+                    events_.raiseEvent([&](PlayerEvents& e) { e.RenderedAutomatically(path); });
                     return true;
                 }
                 failure = GraphModel::PendingError{step.number, step.description};
@@ -282,10 +282,10 @@ bool GraphSession::RenderAutomatically(const item::Name& item, platform::PinPtr&
 
 bool GraphSession::RenderAutomaticallyFailed(const GraphModel::PendingError& failure, bool grabberRemoved) {
     // Never leave the graph without its grabber if that can be helped.
-    host_.Log("Errored in RenderAutomatically: " + std::to_string(failure.number) + " " + failure.description);
+    events_.Log("Errored in RenderAutomatically: " + std::to_string(failure.number) + " " + failure.description);
     if (grabberRemoved && (!g_.fSampleGrabber || !g_.MainGraphMan ||
                            !g_.MainGraphMan->addFilter(g_.fSampleGrabber, filters::kSampleGrabber).ok()))
-        host_.Log("SampleGrabber could NOT be added back to graph after RenderAutomatically FAILED!");
+        events_.Log("SampleGrabber could NOT be added back to graph after RenderAutomatically FAILED!");
     return false;
 }
 

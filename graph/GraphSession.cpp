@@ -48,7 +48,7 @@ void GraphSession::CreateNewGraph(bool MakinPFLGraph) {
         } catch (const AutomationError& e) {
             // Refused or failed: the caller reads the pending error.
             g_.trapError(e.number(), e.description());
-            host_.Log("CreateNewGraph: " + e.description());
+            events_.Log("CreateNewGraph: " + e.description());
             return;
         } catch (const Superseded&) {
             // The host loaded or replaced the graph from inside the old graph's last events:
@@ -65,7 +65,7 @@ void GraphSession::ReplaceGraph(bool MakinPFLGraph) {
     if (MakinPFLGraph) {
         if (g_.PFLGraphMan) {
             g_.trap(g_.PFLGraphMan->stop());
-            host_.raiseEvent([](PlayerEvents& e) { e.EndOfStream(0); });
+            events_.raiseEvent([](PlayerEvents& e) { e.EndOfStream(0); });
             g_.PFLGraphMan.reset();
             g_.fPFLSoundCard.reset();
         }
@@ -80,10 +80,9 @@ void GraphSession::ReplaceGraph(bool MakinPFLGraph) {
         g_.currentItem_.clear();
         g_.trap(g_.MainGraphMan->stop());
         if (g_.Helper) g_.trap(g_.Helper->stop());
-        g_.graphBuilt_ = false;
-        host_.ResetPlaystateBookkeeping();
+        transport_.ResetPlaystateBookkeeping();
         DestroyGraph();
-        if (!g_.m_Endraised) host_.raiseEvent([](PlayerEvents& e) { e.EndOfStream(0); });
+        if (!g_.m_Endraised) events_.raiseEvent([](PlayerEvents& e) { e.EndOfStream(0); });
         g_.MainGraphMan.reset();
     }
 
@@ -124,18 +123,18 @@ bool GraphSession::BuildGraph(const item::Name& item, bool bMustUseASFReader, bo
 
         // A graph to build in.
         if (!g_.MainGraphMan) {
-            if (host_.logging()) {
-                host_.Log("Attempting Create New Graph");
+            if (events_.logging()) {
+                events_.Log("Attempting Create New Graph");
                 pending = "BuildGraph: Creating New Graph";
             }
             CreateNewGraph(false);
-            if (host_.logging() || g_.errPending()) host_.Log("Created New Graph. Err = " + std::to_string(g_.Err.number));
+            if (events_.logging() || g_.errPending()) events_.Log("Created New Graph. Err = " + std::to_string(g_.Err.number));
         }
 
         // The output device; without it there is nothing to build towards.
         if (!g_.fSoundCard && !routing_.AddSoundCard(routing_.GetMainSoundcard(), false)) {
             pending = "BuildGraph: Failed to AddSoundCard";
-            host_.Log(pending);
+            events_.Log(pending);
             g_.LastError_ = pending;
             g_.trapError(platform::hr::NoAudioHardware, pending);
             return false;
@@ -147,7 +146,7 @@ bool GraphSession::BuildGraph(const item::Name& item, bool bMustUseASFReader, bo
 
         // Once more without the Windows Media reader, where automatic rendering may follow.
         if (!sourceAdded) {
-            host_.Log(std::string("BuildGraph: Failed to add Source Filter, where bMustUseASFReader = ") +
+            events_.Log(std::string("BuildGraph: Failed to add Source Filter, where bMustUseASFReader = ") +
                 text::boolWord(bMustUseASFReader));
             if (!CanUseAutoRender) return failed();
             pending = "CanUseAutoRender: true: for " + FileName;
@@ -157,26 +156,24 @@ bool GraphSession::BuildGraph(const item::Name& item, bool bMustUseASFReader, bo
 
         // From here failures are the chain's to judge.
         pending = timing(3);
-        host_.Log(pending);
+        events_.Log(pending);
         if (!g_.SoundCardInPin) routing_.AddSoundCard(routing_.GetMainSoundcard(), false);
 
         // The decoder chain.
         if (ConnectGraphFilters(item, CanUseAutoRender, bMustUseASFReader)) {
-            g_.graphBuilt_ = true;
-            host_.Log("BuildGraph: ConnectGraphFilters Successful.");
+            events_.Log("BuildGraph: ConnectGraphFilters Successful.");
             pending = timing(4);
         } else {
             // Ogg alone gets a second try from a fresh source.
-            host_.Log("BuildGraph: Failed: ConnectGraphFilters *NOT* Successful.");
+            events_.Log("BuildGraph: Failed: ConnectGraphFilters *NOT* Successful.");
             if (!item.extensionIs("ogg")) return failed();
             RemoveSourceFilter();
             bool noReader = false;
             if (!AddSourceFilter(item, noReader) || !ConnectGraphFilters(item, true, false)) {
-                host_.Log("BuildGraph: was NOT able to build ogg graph");
+                events_.Log("BuildGraph: was NOT able to build ogg graph");
                 return failed();
             }
-            host_.Log("BuildGraph: was able to build ogg graph");
-            g_.graphBuilt_ = true;
+            events_.Log("BuildGraph: was able to build ogg graph");
         }
 
         // A playable graph stands.
@@ -196,12 +193,12 @@ bool GraphSession::BuildGraphFailed(const std::string& pendingMessage) {
     if (g_.errPending())
         g_.LastError_ = "BuildGraph: FAIL: In error handler (err = " + g_.Err.description + " " +
                      std::to_string(g_.Err.number) + ")";
-    host_.Log(pendingMessage);
+    events_.Log(pendingMessage);
     try {
         DisconnectAllFilters(g_.MainGraphMan);
         PruneUnconnectedFilters();
     } catch (const AutomationError& e) {
-        host_.Log("BuildGraph: " + e.description());
+        events_.Log("BuildGraph: " + e.description());
     }
     return false;
 }
@@ -231,25 +228,24 @@ void GraphSession::PruneUnconnectedFilters() {
 void GraphSession::DestroyGraph(bool keepPlaystate) {
     BusyGuard(kBusyDestroy, true);
     g_.reentrance_.supersedeOuter();
-    g_.graphBuilt_ = false;
 
-    host_.Log("DestroyGraph: stopping the graph");
+    events_.Log("DestroyGraph: stopping the graph");
     if (g_.MainGraphMan) g_.trap(g_.MainGraphMan->stop());
-    if (!keepPlaystate) host_.ResetPlaystateBookkeeping();
+    if (!keepPlaystate) transport_.ResetPlaystateBookkeeping();
 
-    host_.Log("DestroyGraph: removin the source filter");
+    events_.Log("DestroyGraph: removin the source filter");
     RemoveSourceFilter();
     if (g_.MainGraphMan) g_.trap(g_.MainGraphMan->stop());
 
     // Every filter out, and the graph released with the references into it.
-    host_.Log("DestroyGraph: removin all filters");
+    events_.Log("DestroyGraph: removin all filters");
     if (g_.MainGraphMan)
         for (const auto& filter : g_.MainGraphMan->filters()) g_.MainGraphMan->removeFilter(filter);
-    host_.Log("removin all filters done");
+    events_.Log("removin all filters done");
     g_.MainGraphMan.reset();
     ForgetMainGraphFilters();
 
-    host_.Log("cuehelper...");
+    events_.Log("cuehelper...");
     if (g_.CueHelper) {
         g_.CueHelper->setEvents(nullptr);
         g_.trap(g_.CueHelper->stop());
@@ -257,16 +253,16 @@ void GraphSession::DestroyGraph(bool keepPlaystate) {
         g_.CueHelper.reset();
     }
 
-    host_.Log("helper...");
+    events_.Log("helper...");
     if (g_.Helper) {
-        host_.Log("stopping helper graph...");
+        events_.Log("stopping helper graph...");
         g_.trap(g_.Helper->stop());
-        host_.Log("setting helper graph to nada...");
+        events_.Log("setting helper graph to nada...");
         g_.Helper->setCurrentGraph(nullptr);
     }
 
     routing_.RaiseIsPFLButtonRequired(routing_.PFLButtonRequired());
-    host_.Log("destroygraphcomplete");
+    events_.Log("destroygraphcomplete");
 }
 
 // A released graph's filters mean nothing: the next graph gets its own.
@@ -286,7 +282,7 @@ void GraphSession::ForgetMainGraphFilters() {
 
 void GraphSession::DisconnectAllFilters(platform::GraphPtr graph) {
     BusyGuard(kBusyDisconnect, true);
-    host_.StopPlaying();
+    transport_.StopPlaying();
     if (!graph) return;
 
     // Every pin loose, except in a "Haali" filter: that one is taken out whole, because
@@ -324,7 +320,6 @@ void GraphSession::RemoveSourceFilter() {
         g_.trap(g_.MainGraphMan->stop());
         DisconnectAllFilters(g_.MainGraphMan);
         g_.clearErr();
-        g_.graphBuilt_ = false;
     }
 
     // A removal that fails keeps both references, so that the next attempt can try again.

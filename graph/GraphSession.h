@@ -2,7 +2,7 @@
 // The graph session: the life of the player's graph (creating it, building it for one item,
 // disconnecting it, destroying it), the source selection, the chain dispatch and the standard
 // filters and inserts. It works on the graph object model, reaches the devices and the format
-// chains below it directly, and the player above it through GraphHost.
+// chains below it directly, and the parts above it through TransportHost and GraphHost.
 
 #include "devices/GraphModel.h"
 #include "devices/Routing.h"
@@ -20,17 +20,18 @@ inline int32_t elapsedMs(int32_t start, int32_t now) {
     return static_cast<int32_t>(static_cast<uint32_t>(now) - static_cast<uint32_t>(start));
 }
 
-class GraphSession : public ChainGraph {
+class GraphSession : public ChainGraph, public RoutingHost {
 public:
-    GraphSession(GraphModel& g, GraphHost& host, DeviceRouting& routing, FormatChains& chains,
-                 platform::Platform& platform)
-        : g_(g), host_(host), routing_(routing), chains_(chains), platform_(platform) {}
+    GraphSession(GraphModel& g, EventChannel& events, TransportHost& transport, GraphHost& host,
+                 DeviceRouting& routing, FormatChains& chains, platform::Platform& platform)
+        : g_(g), events_(events), transport_(transport), host_(host), routing_(routing),
+          chains_(chains), platform_(platform) {}
 
-    void CreateNewGraph(bool MakinPFLGraph);
+    void CreateNewGraph(bool MakinPFLGraph) override;
     bool BuildGraph(const item::Name& item, bool bMustUseASFReader, bool CanUseAutoRender);
     bool BuildGraphFailed(const std::string& pendingMessage);
     void ReplaceGraph(bool MakinPFLGraph); // CreateNewGraph's work; raises 558 while busy
-    void DestroyGraph(bool keepPlaystate = false);
+    void DestroyGraph(bool keepPlaystate = false) override;
     void ForgetMainGraphFilters();
     void DisconnectAllFilters(platform::GraphPtr graph); // held: the host may replace it meanwhile
     void RemoveSourceFilter() override;
@@ -84,6 +85,8 @@ public:
 
 private:
     GraphModel& g_;
+    EventChannel& events_;
+    TransportHost& transport_;
     GraphHost& host_;
     DeviceRouting& routing_;
     FormatChains& chains_;

@@ -83,7 +83,7 @@ bool GraphSession::IsInMainGraph(const platform::FilterPtr& filter) {
 
 void GraphSession::RepairRegistration(const std::string& commandLine) {
     // Started, never awaited: the repair takes effect for the next graph.
-    host_.Log("Starting repair: " + commandLine);
+    events_.Log("Starting repair: " + commandLine);
     platform_.operatorServices().startProcess(commandLine, platform::WindowStyle::Minimized);
 }
 
@@ -102,7 +102,7 @@ bool GraphSession::StockStandardFilters() {
     // The WMA decoder; the WMA chain says later whether it was missed.
     platform::FilterPtr wmaDecoder = AddFilterByName(kWmaDecoder);
     if (!wmaDecoder || g_.errPending()) {
-        host_.Log("Failed to add WMAudio Decoder DMO " + std::to_string(g_.Err.number) + " " + g_.Err.description);
+        events_.Log("Failed to add WMAudio Decoder DMO " + std::to_string(g_.Err.number) + " " + g_.Err.description);
         g_.clearErr();
     }
 
@@ -298,7 +298,7 @@ void GraphSession::InsertPipeSender() {
         bool mute = host_.get_PipeSenderDownstreamMute();
         host_.put_PipeSenderDownstreamMute(mute);
     } catch (const AutomationError& e) {
-        host_.Log("InsertPipeSender: " + e.description());
+        events_.Log("InsertPipeSender: " + e.description());
     }
 }
 
@@ -313,7 +313,7 @@ void GraphSession::SetupPitchAndPipeSender() {
         if (!g_.fPitchShifter) {
             g_.fPitchShifter = AddFilterByNameUnlessPresent(kPitchShifter);
             if (!g_.fPitchShifter) {
-                host_.Log("SetupPitchAndPipeSender: no pitch shifter: " + std::to_string(g_.Err.number) + " " + g_.Err.description);
+                events_.Log("SetupPitchAndPipeSender: no pitch shifter: " + std::to_string(g_.Err.number) + " " + g_.Err.description);
                 g_.clearErr();
                 return;
             }
@@ -323,7 +323,7 @@ void GraphSession::SetupPitchAndPipeSender() {
         if (!(pitchIn && pitchIn->isConnected())) {
             const platform::PinPtr before = InsertPointForPitch();
             if (!before || !InsertFilterBeforePin(g_.fPitchShifter, before)) {
-                host_.Log("SetupPitchAndPipeSender: the pitch shifter could not be placed");
+                events_.Log("SetupPitchAndPipeSender: the pitch shifter could not be placed");
                 RemoveFilterFromGraph(g_.fPitchShifter);
                 g_.fPitchShifter.reset();
                 g_.clearErr();
@@ -337,7 +337,7 @@ void GraphSession::SetupPitchAndPipeSender() {
             PutSampleGrabberBeforeRender();
     } catch (const AutomationError& e) {
         g_.trapError(e.number(), e.description());
-        host_.Log("SetupPitchAndPipeSender: " + std::to_string(e.number()) + " " + e.description());
+        events_.Log("SetupPitchAndPipeSender: " + std::to_string(e.number()) + " " + e.description());
     }
 }
 

@@ -48,7 +48,7 @@ bool GraphSession::RefuseUnplayableAddress(const item::Name& item) {
     g_.LastError_ = why;
     g_.trapError(kBusyOrUnplayable, why);
     g_.streamAnswerFinal_ = true; // every source would answer the same
-    host_.Log("BuildGraph: " + why);
+    events_.Log("BuildGraph: " + why);
     return true;
 }
 
@@ -77,7 +77,7 @@ bool GraphSession::AddSourceFilter(const item::Name& item, bool& bMustUseASFRead
     try {
         if (item.extensionIs("flac")) {
             // FLAC decodes in its own source. Quick, so the busy flag stays down.
-            host_.Log("flac file loading into madflac ...");
+            events_.Log("flac file loading into madflac ...");
             source = AddFlacSource(FileName);
             if (!source) return false;
         } else {
@@ -87,22 +87,22 @@ bool GraphSession::AddSourceFilter(const item::Name& item, bool& bMustUseASFRead
             }
 
             // Busy from here: the stream wait below lets the host in.
-            host_.Log("Setting AddingSourceFilter to TRUE in AddSourceFilter");
+            events_.Log("Setting AddingSourceFilter to TRUE in AddSourceFilter");
             g_.AddingSourceFilter = true;
             g_.addingItemName_ = FileName;
-            host_.RaisePlayerLogInfo("This is AddSourceFilter for " + FileName + "...");
-            if (host_.logging())
-                host_.Log(std::string("Player Settings: PreferHaldenSource: ") +
-                    text::boolWord(host_.Process().HaldenSourcePrefer) + " ASFReaderBanned = " +
-                    text::boolWord(host_.Process().ASFReaderBanned));
+            events_.RaisePlayerLogInfo("This is AddSourceFilter for " + FileName + "...");
+            if (events_.logging())
+                events_.Log(std::string("Player Settings: PreferHaldenSource: ") +
+                    text::boolWord(g_.process->HaldenSourcePrefer) + " ASFReaderBanned = " +
+                    text::boolWord(g_.process->ASFReaderBanned));
 
             // The player's own reader, for local MP3 files when preferred.
             platform::CatalogueEntryPtr reader;
-            if (host_.Process().HaldenSourcePrefer && !bMustUseASFReader) {
+            if (g_.process->HaldenSourcePrefer && !bMustUseASFReader) {
                 if (const platform::CatalogueEntryPtr* own = routing_.colDShowFilters().find(kOwnReader)) {
                     if (!address && item.extensionIs("mp3")) reader = *own;
                 } else {
-                    host_.RaiseWriteLog("POTENTIAL TROUBLE: Halden's Source doesnt seem to be regged on this system!");
+                    events_.RaiseWriteLog("POTENTIAL TROUBLE: Halden's Source doesnt seem to be regged on this system!");
                 }
             }
 
@@ -143,11 +143,11 @@ bool GraphSession::AddSourceFilter(const item::Name& item, bool& bMustUseASFRead
 
         if (!g_.errPending() && g_.MainSourcePin) {
             result = true;
-            host_.Log("AddSourceFilter: Success. Source name: " + g_.fSourceFilter->name());
+            events_.Log("AddSourceFilter: Success. Source name: " + g_.fSourceFilter->name());
         }
     } catch (const AutomationError& e) {
         failure = GraphModel::PendingError{e.number(), e.description()};
-        host_.Log("AddSourceFilter: " + errText(e.number(), e.description()));
+        events_.Log("AddSourceFilter: " + errText(e.number(), e.description()));
     }
 
     g_.AddingSourceFilter = false;
@@ -176,7 +176,7 @@ void GraphSession::RemoveUnusableSources(const std::vector<platform::FilterPtr>&
 // FLAC: the decoding source reads the file itself; a file it does not take is no source.
 platform::FilterPtr GraphSession::AddFlacSource(const std::string& FileName) {
     if (!routing_.colDShowFilters().Contains(kFlacSource)) {
-        host_.Log("Flac source not installed, please install Native Flac Decoder (the Halden de-bugged version ...");
+        events_.Log("Flac source not installed, please install Native Flac Decoder (the Halden de-bugged version ...");
         return nullptr;
     }
     platform::FilterPtr source = AddFilterByName(kFlacSource);
@@ -196,19 +196,19 @@ platform::FilterPtr GraphSession::AddFileSource(const std::string& FileName) {
     if (routing_.colDShowFilters().Contains(kFileSource)) source = AddFilterByName(kFileSource);
     if (!source) {
         // The system source.
-        if (!host_.Process().AutoRenderAllowed) {
+        if (!g_.process->AutoRenderAllowed) {
             g_.LastError_ = "To improve the stability of the program, using system source is disabled";
             return nullptr;
         }
-        host_.Log("About to set " + FileName + " to system source filter...");
+        events_.Log("About to set " + FileName + " to system source filter...");
         g_.trap(g_.MainGraphMan->addSourceFilter(FileName, source));
-        host_.Log("Setted " + FileName + " to system source filter.");
+        events_.Log("Setted " + FileName + " to system source filter.");
         return source;
     }
-    host_.Log("About to set " + FileName + " to async source filter:");
-    host_.Log(source->name() + " ...");
+    events_.Log("About to set " + FileName + " to async source filter:");
+    events_.Log(source->name() + " ...");
     g_.trap(source->setFileName(FileName));
-    host_.Log("Setted " + FileName + " to async source filter");
+    events_.Log("Setted " + FileName + " to async source filter");
     return source;
 }
 
@@ -267,8 +267,8 @@ platform::FilterPtr GraphSession::AddReaderSource(const item::Name& item, platfo
     const std::string& extension = item.extension();
 
     if (!reader) {
-        if (host_.Process().ASFReaderBanned) {
-            host_.Log("WARNING: WM ASF READER is too old for me to try to use it. Update Windows Media Player to 11 or more!");
+        if (g_.process->ASFReaderBanned) {
+            events_.Log("WARNING: WM ASF READER is too old for me to try to use it. Update Windows Media Player to 11 or more!");
             // Only the reader opens such addresses: say so rather than let the file route
             // report a missing file.
             if (item.isAddress())
@@ -296,43 +296,43 @@ platform::FilterPtr GraphSession::AddReaderSource(const item::Name& item, platfo
         failure = GraphModel::PendingError{g_.Err.number ? g_.Err.number : platform::hr::Pointer, g_.Err.description};
         return nullptr;
     }
-    host_.Log("About to set " + FileName + " to source filter: ");
+    events_.Log("About to set " + FileName + " to source filter: ");
     const std::string name = source->name();
-    host_.Log(name);
+    events_.Log(name);
 
     // The platform's reader hangs on some files: say so, but load them all the same.
     if (text::equalsNoCase(name, kWmReaderName)) {
         if (extension == "mp3" || extension == "mp2" || extension == "wma" || extension == "asf") {
-            host_.Log("Being careful to check extension before loading into " + name +
+            events_.Log("Being careful to check extension before loading into " + name +
                 " (Should be WM Reader) because of hangs...");
         } else {
-            host_.Log("NOT trying to load file, with extension: " + extension + " into WM ASF Reader. It is delicate!");
+            events_.Log("NOT trying to load file, with extension: " + extension + " into WM ASF Reader. It is delicate!");
             if (isOggName(item)) {
-                host_.Log("Trying the ogg subsystem...");
+                events_.Log("Trying the ogg subsystem...");
                 g_.MainGraphMan->removeFilter(source); // one source only
                 return AddOggSource(FileName);
             }
         }
     }
 
-    host_.Log("Loading file: " + FileName + " into " + name + " ... ");
+    events_.Log("Loading file: " + FileName + " into " + name + " ... ");
     g_.trap(source->setFileName(FileName));
     g_.fSourceFilter = source;
 
     if (source->fileName() != FileName) {
         // Not loaded: the reason stays pending through the clean-up.
-        host_.Log("Could not load " + FileName + " into source, with erNum: " + std::to_string(g_.Err.number) +
+        events_.Log("Could not load " + FileName + " into source, with erNum: " + std::to_string(g_.Err.number) +
             " ,desc: " + g_.Err.description);
         failure = g_.Err.number != 0
                       ? GraphModel::PendingError{g_.Err.number, "Filename: " + FileName + " could not be loaded -- " + g_.Err.description}
                       : GraphModel::PendingError{kBusyOrUnplayable, "Filename: " + FileName + " cannot be played."};
-        host_.Log("Removing Source Filter...");
+        events_.Log("Removing Source Filter...");
         RemoveSourceFilter();
-        host_.Log("Source Filter removed. Graph looks like this: ");
-        if (host_.logging()) host_.Log(host_.PrintFilters(g_.MainGraphMan));
+        events_.Log("Source Filter removed. Graph looks like this: ");
+        if (events_.logging()) events_.Log(events_.PrintFilters(g_.MainGraphMan));
         g_.Err = failure;
     } else {
-        host_.Log("Setted " + FileName + " to source filter.");
+        events_.Log("Setted " + FileName + " to source filter.");
     }
 
     if (g_.errPending()) {
@@ -353,7 +353,7 @@ platform::FilterPtr GraphSession::AddOggSource(const std::string& FileName) {
     const bool capable = chains_.IsOggCapable(!(g_.fVorbisDecoder && g_.fVorbisSplitter));
     if (!capable) {
         g_.LastError_ = "Ogg decoder chain not installed. Please contact support if you need this.";
-        host_.RaisePlayerLogInfo(g_.LastError_);
+        events_.RaisePlayerLogInfo(g_.LastError_);
         g_.LastError_ = "\r\n" + g_.LastError_;
         return nullptr;
     }

@@ -41,6 +41,15 @@ class clsSilenceDet;
 class dlgSilence;
 class PlayerCore;
 
+// A member that takes a variable (and writes an adjusted value back into it), and its form for a
+// value or a temporary, which acts the same on a copy.
+#define CORVID_BY_REF(Result, name, T)                                                            \
+    Result name(T& value);                                                                        \
+    Result name(const T& value) {                                                                 \
+        T copy = value;                                                                           \
+        return name(copy);                                                                        \
+    }
+
 class Player {
 public:
     explicit Player(platform::Platform& platform);
@@ -70,25 +79,20 @@ public:
 
     // ---- Properties and methods, in the interface's order ----
     bool get_PipeSenderDownstreamMute();
-    void put_PipeSenderDownstreamMute(bool& value); // throws AutomationError while !Pipe2020
-    void put_PipeSenderDownstreamMute(const bool& value);
+    CORVID_BY_REF(void, put_PipeSenderDownstreamMute, bool); // throws AutomationError while !Pipe2020
     bool get_AutoRenderAllowed();
-    void put_AutoRenderAllowed(bool& value);
-    void put_AutoRenderAllowed(const bool& value);
+    CORVID_BY_REF(void, put_AutoRenderAllowed, bool);
     bool IsMp4Capable(bool ForceRefresh = false);
     bool IsOggCapable(bool ForceRefresh = false);
     bool get_LoggingEnabled();
-    void put_LoggingEnabled(bool& value);
-    void put_LoggingEnabled(const bool& value);
+    CORVID_BY_REF(void, put_LoggingEnabled, bool);
     bool get_SilenceDetEnabled();
-    void put_SilenceDetEnabled(bool& value);
-    void put_SilenceDetEnabled(const bool& value);
+    CORVID_BY_REF(void, put_SilenceDetEnabled, bool);
     clsSilenceDet& get_SilenceDet();
     std::string get_LastError();
     bool get_UsingASFReaderAsFallback();
     bool get_AutoSeg();
-    void put_AutoSeg(bool& value);
-    void put_AutoSeg(const bool& value);
+    CORVID_BY_REF(void, put_AutoSeg, bool);
     NameCollection& get_FilterNamesWeNeed();
     void putref_FilterNamesWeNeed(const NameCollection& value);
     SoundCardCollection QuerySoundCards(bool ForceEnum = false);
@@ -96,37 +100,28 @@ public:
     void Play();
     void Pause();
     float get_Elapsed();
-    void put_ElapsedForcedChange(float& value);
-    void put_ElapsedForcedChange(const float& value);
+    CORVID_BY_REF(void, put_ElapsedForcedChange, float);
     std::string get_FileName();
-    void put_FileName(std::string& value);
-    void put_FileName(const std::string& value);
+    CORVID_BY_REF(void, put_FileName, std::string);
     double get_Duration();
     bool get_mute();
-    void put_mute(bool& value);
-    void put_mute(const bool& value);
+    CORVID_BY_REF(void, put_mute, bool);
     double get_Rate();
-    void put_Rate(double& value);
-    void put_Rate(const double& value);
+    CORVID_BY_REF(void, put_Rate, double);
     int32_t get_Volume();
-    void put_Volume(int32_t& value);
-    void put_Volume(const int32_t& value);
+    CORVID_BY_REF(void, put_Volume, int32_t);
     double get_CurrentPosition();
-    void put_CurrentPosition(double& value);
-    void put_CurrentPosition(const double& value);
+    CORVID_BY_REF(void, put_CurrentPosition, double);
     std::string get_ThisCartName();
-    void put_ThisCartName(std::string& value);
-    void put_ThisCartName(const std::string& value);
+    CORVID_BY_REF(void, put_ThisCartName, std::string);
     PlayCondition get_Playstate();
     double get_GraphPosition();
     double get_GraphDuration();
     void putref_SetSoundCardCollection(const SoundCardCollection& value);
-    bool SetSoundcard(std::string& NewSoundCardName);
-    bool SetSoundcard(const std::string& NewSoundCardName);
+    CORVID_BY_REF(bool, SetSoundcard, std::string);
     std::string GetMainSoundcard();
     std::string GetPFLSoundcard();
-    bool SetPFLSoundcard(std::string& NewPFLCard);
-    bool SetPFLSoundcard(const std::string& NewPFLCard);
+    CORVID_BY_REF(bool, SetPFLSoundcard, std::string);
     bool DefaultSoundDeviceExists();
     void SoundCardRouterSet();
     void SoundCardNullSet(); // throws AutomationError 963 when even the dummy device fails
@@ -141,27 +136,22 @@ public:
     void ShowMainCardPage(int32_t hwnd = 0);
     std::string PrintFilters(const platform::GraphPtr& GraphMan);
     bool get_UseACM();
-    void put_UseACM(bool& value);
-    void put_UseACM(const bool& value);
+    CORVID_BY_REF(void, put_UseACM, bool);
     int32_t get_AutoSegThresh();
-    void put_AutoSegThresh(int32_t& value);
-    void put_AutoSegThresh(const int32_t& value);
+    CORVID_BY_REF(void, put_AutoSegThresh, int32_t);
     int32_t get_autoCueThresh();
-    void put_autoCueThresh(int32_t& value);
-    void put_autoCueThresh(const int32_t& value);
+    CORVID_BY_REF(void, put_autoCueThresh, int32_t);
     void AutoSegSearch();
     void AutoCueSearch(const std::string& sFile = std::string());
     bool FindConnectedFilter(const std::string& FilterName, const platform::GraphPtr& GraphMan, platform::FilterPtr& ParserFilter, platform::PinPtr& Inpin, platform::PinPtr& OutPin);
     bool get_UsePitchAdjuster();
-    void put_UsePitchAdjuster(bool& value);
-    void put_UsePitchAdjuster(const bool& value);
+    CORVID_BY_REF(void, put_UsePitchAdjuster, bool);
     std::string get_WMAArtist();
     std::string get_WMATitle();
     std::string get_WMAYear();
     std::string get_WMAGenre();
     bool get_NewGraphEveryTime();
-    void put_NewGraphEveryTime(bool& value);
-    void put_NewGraphEveryTime(const bool& value);
+    CORVID_BY_REF(void, put_NewGraphEveryTime, bool);
     SoundCardCollection EnumRenders(bool ForceRefresh);
     std::string get_SurroundRenderName();
     void IShoutcastCallback_StreamBuffering(int32_t BufferPercentFull);
@@ -175,31 +165,26 @@ public:
     int32_t get_LeftVUPeak();
     int32_t get_RightVuPeak();
     std::string get_ID();
-    void put_ID(std::string& value);
-    void put_ID(const std::string& value);
+    CORVID_BY_REF(void, put_ID, std::string);
     bool get_StreamingIsOnDemandFile();
     void SilenceDetShowUI(void* Ownerform = nullptr, const std::string& Notes = std::string());
     bool get_UsingHaldenSource();
     bool get_UsingASFReader();
     bool get_HaldenSourcePrefer();
-    void put_HaldenSourcePrefer(bool& value);
-    void put_HaldenSourcePrefer(const bool& value);
+    CORVID_BY_REF(void, put_HaldenSourcePrefer, bool);
     double get_AutoCuePos();
     double get_AutoSegPos();
     void put_AutoSegPos(double value);
     bool get_AutoCueBusy();
     bool get_Pipe2020();
-    void put_Pipe2020(bool& value);
-    void put_Pipe2020(const bool& value);
+    CORVID_BY_REF(void, put_Pipe2020, bool);
     bool get_ASFReaderBanned();
-    void put_ASFReaderBanned(bool& value);
-    void put_ASFReaderBanned(const bool& value);
+    CORVID_BY_REF(void, put_ASFReaderBanned, bool);
 
     // The graph this player plays through (empty when none); for hosts and tests that look.
     platform::GraphPtr mainGraph() const;
-
-private:
-    friend struct PlayerInternals; // white-box access for the player's own tests
 };
+
+#undef CORVID_BY_REF
 
 } // namespace corvid

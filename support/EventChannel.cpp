@@ -1,10 +1,8 @@
-// The player's diagnostic log and its pending-error bookkeeping.
-//
-// The player keeps no log file: every line is a PlayerLogInfo event and the host decides
-// where it goes. LoggingEnabled is the one switch for PlayerLogInfo; WriteLog is a second
-// channel that the source selection and chain code raise for a few lines of their own.
+// The player's diagnostic log: it keeps no log file, every line is a PlayerLogInfo event and
+// the host decides where it goes. WriteLog is a second channel that the source selection and
+// chain code raise for a few lines of their own.
 
-#include "control/PlayerCore.h"
+#include "support/EventChannel.h"
 
 namespace corvid {
 
@@ -14,26 +12,20 @@ constexpr const char* kFilterSeparator = "--------------------------------------
 constexpr const char* kCrLf = "\r\n";
 } // namespace
 
-void PlayerCore::Log(const std::string& text) {
-    if (!m_bLoggingEnabled) return;
+void EventChannel::Log(const std::string& text) {
+    if (!logging_) return;
     std::string info = text;
-    raiseEvent([&](PlayerEvents& e) { e.PlayerLogInfo(info); });
+    raise([&](PlayerEvents& e) { e.PlayerLogInfo(info); });
 }
 
-// Lines that the player raises directly as PlayerLogInfo rather than through Log(). They obey
-// the same switch: an operator who turns logging off expects no log events at all.
-void PlayerCore::RaisePlayerLogInfo(std::string text) { Log(text); }
-
-void PlayerCore::RaiseWriteLog(std::string text) {
-    raiseEvent([&](PlayerEvents& e) { e.WriteLog(text); });
+void EventChannel::RaiseWriteLog(std::string text) {
+    raise([&](PlayerEvents& e) { e.WriteLog(text); });
 }
 
-std::string PlayerCore::PrintFilters(const platform::GraphPtr& GraphMan) {
-    // Costs nothing while logging is off: the graph is not walked at all.
-    if (!m_bLoggingEnabled) return "Logging not enabled (m_bLoggingEnabled)";
+std::string EventChannel::PrintFilters(const platform::GraphPtr& graph) const {
+    if (!logging_) return "Logging not enabled (m_bLoggingEnabled)";
 
     std::string text;
-    const platform::GraphPtr graph = GraphMan ? GraphMan : g_.MainGraphMan;
     if (!graph) return text;
     try {
         for (const auto& filter : graph->filters()) {
