@@ -40,7 +40,7 @@ void PlayerCore::LogCheckpoint(int n) {
     const int64_t ms = int64_t{platform_.ticks().nowMs()} - loadStart_;
     // No blank between the count and its marker: operators' log filters expect it so.
     events.Log("Filename Let In Player: took: " + std::to_string(ms) + "(" + std::to_string(n) +
-        ") so far...");
+               ") so far...");
 }
 
 void PlayerCore::LoadItem(const std::string& newNameArg) {
@@ -227,7 +227,7 @@ void PlayerCore::LoadSucceeded(const item::Name& item) {
     // A loaded item stands stopped.
     if (events.logging())
         events.Log("Err here (may well be none!) is: " + std::to_string(g.Err.number) + " " +
-            g.Err.description);
+                   g.Err.description);
     if (transport.storedPlaystate() != mpstopped) {
         events.Log("Setting playstate to stopped... ");
         transport.SetPlaystate(mpstopped);
@@ -297,7 +297,7 @@ void PlayerCore::LoadSucceeded(const item::Name& item) {
     g.currentItem_ = item;
     if (events.logging())
         events.Log("Filename (Let) in Player succeeded: in " +
-            std::to_string(int64_t{ticks.nowMs()} - loadStart_) + " ms.");
+                   std::to_string(int64_t{ticks.nowMs()} - loadStart_) + " ms.");
 }
 
 // The unload of an empty write.
@@ -322,7 +322,7 @@ void PlayerCore::FailLoad(const std::string& name) {
     if (events.logging()) {
         events.Log("Last Error: " + g.LastError_ + "  ");
         events.Log("Here we are, at 'Fail:' - this is a *NOT* successful load...: " + std::string(" ") +
-            name);
+                   name);
         events.Log(name + " - this is a *NOT* successful load...: ");
     }
     events.Log("What happens here, is we destroy the graph...");
