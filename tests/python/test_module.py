@@ -21,7 +21,9 @@ def null_sink(tmp_path_factory):
     """A private sound server with null sinks, on a socket of its own."""
     work = tmp_path_factory.mktemp("pulse")
     script = os.environ["CORVID_SOUND_SERVER_SCRIPT"]
-    subprocess.run(["sh", script, "start", str(work)], check=True, timeout=60)
+    # Not ours to sanitize: a sanitizer runtime preloaded for the module stays out of the server.
+    server_env = {k: v for k, v in os.environ.items() if k != "LD_PRELOAD"}
+    subprocess.run(["sh", script, "start", str(work)], check=True, timeout=60, env=server_env)
     saved = os.environ.get("PULSE_SERVER")
     os.environ["PULSE_SERVER"] = "unix:%s/pulse/native" % work
     yield "Corvid_Test_A"
@@ -29,7 +31,7 @@ def null_sink(tmp_path_factory):
         del os.environ["PULSE_SERVER"]
     else:
         os.environ["PULSE_SERVER"] = saved
-    subprocess.run(["sh", script, "stop", str(work)], timeout=60)
+    subprocess.run(["sh", script, "stop", str(work)], timeout=60, env=server_env)
 
 
 async def play_until_the_end(platform, player, item):
