@@ -257,7 +257,11 @@ Status Demuxer::open(std::shared_ptr<ByteReader> reader, const std::vector<std::
         return Status::failure(hr::InvalidFileFormat,
                                "The header of " + path + " cannot be read (" + ffmpegError(ret) + ").");
     }
-    ret = headerSuffices ? 0 : avformat_find_stream_info(d->format_, nullptr);
+    // A header that leaves the audio stream's codec or shape open (FLAC in Ogg) is analysed.
+    const int found = av_find_best_stream(d->format_, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+    const bool complete = found >= 0 && d->format_->streams[found]->codecpar->sample_rate > 0 &&
+                          d->format_->streams[found]->codecpar->ch_layout.nb_channels > 0;
+    ret = headerSuffices && complete ? 0 : avformat_find_stream_info(d->format_, nullptr);
     if (ret < 0)
         return Status::failure(hr::InvalidFileFormat,
                                "The streams of " + path + " cannot be read (" + ffmpegError(ret) + ").");
