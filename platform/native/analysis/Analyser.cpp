@@ -76,31 +76,43 @@ void SoundDetector::feed(int64_t first, const float* samples, size_t frames) {
     }
 }
 
-// The filter's state lives in locals while a block is fed: kept in the members, it was stored
-// and reloaded every frame (the samples might alias it), which made this loop the scans' largest
-// cost after the decoder. `Channels` 0 is any count up to kMaxChannels.
+// The filter's state lives in locals while a block is fed (kept in the members, it was stored
+// and reloaded every frame, as the samples might alias it). The frames go in slices no longer
+// than the longest quiet gap: within one slice a gap cannot end a run, so a slice needs only
+// its first and last loud frame, and the per-frame work is the filter and a maximum, without a
+// branch. `Channels` 0 is any count up to kMaxChannels.
 template <int Channels>
 void SoundDetector::feedFrames(int64_t first, const float* samples, size_t frames) {
     const size_t stride = Channels > 0 ? size_t(Channels) : size_t(channels_);
     const size_t ch = std::min(stride, size_t(kMaxChannels));
-    float in[kMaxChannels], out[kMaxChannels];
+    float in[kMaxChannels], out[kMaxChannels], peaks[kSliceFrames];
     std::copy(lastIn_.begin(), lastIn_.begin() + long(ch), in);
     std::copy(lastOut_.begin(), lastOut_.begin() + long(ch), out);
     const float pole = pole_, level = threshold_ / 32768.0f;
-    for (size_t i = 0; i < frames; ++i) {
-        const float* frame = samples + i * stride;
-        float peak = 0;
-        for (size_t c = 0; c < ch; ++c) {
-            const float y = frame[c] - in[c] + pole * out[c];
-            in[c] = frame[c];
-            out[c] = y;
-            peak = std::max(peak, std::fabs(y));
+    const size_t slice = size_t(std::clamp<int64_t>(gap_, 1, kSliceFrames));
+    for (size_t from = 0; from < frames; from += slice) {
+        const size_t count = std::min(slice, frames - from);
+        float loudest = 0;
+        for (size_t i = 0; i < count; ++i) {
+            const float* frame = samples + (from + i) * stride;
+            float peak = 0;
+            for (size_t c = 0; c < (Channels > 0 ? size_t(Channels) : ch); ++c) {
+                const float y = frame[c] - in[c] + pole * out[c];
+                in[c] = frame[c];
+                out[c] = y;
+                peak = std::max(peak, std::fabs(y));
+            }
+            peaks[i] = peak;
+            loudest = std::max(loudest, peak);
         }
-        if (peak < level) continue;
-        const int64_t at = first + int64_t(i);
-        if (runStart_ >= 0 && at - runLast_ > gap_) close();
-        if (runStart_ < 0) runStart_ = at;
-        runLast_ = at;
+        if (loudest < level) continue;
+        size_t firstLoud = 0, lastLoud = count - 1;
+        while (peaks[firstLoud] < level) ++firstLoud;
+        while (peaks[lastLoud] < level) --lastLoud;
+        const int64_t at = first + int64_t(from);
+        if (runStart_ >= 0 && at + int64_t(firstLoud) - runLast_ > gap_) close();
+        if (runStart_ < 0) runStart_ = at + int64_t(firstLoud);
+        runLast_ = at + int64_t(lastLoud);
         if (firstSound_ < 0 && runLast_ - runStart_ >= hold_) firstSound_ = runStart_;
     }
     std::copy(in, in + ch, lastIn_.begin());

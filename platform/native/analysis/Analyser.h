@@ -51,6 +51,7 @@ private:
     template <int Channels>
     void feedFrames(int64_t first, const float* samples, size_t frames);
     void close();
+    static constexpr int64_t kSliceFrames = 256;
 
     int rate_, channels_;
     float threshold_;

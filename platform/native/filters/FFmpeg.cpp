@@ -27,6 +27,12 @@ constexpr size_t kLargestAllocation = 256u << 20;
 // A seek lands this many MP3 frames early, so that the decoder has the bit reservoir of the
 // frame it needs; the samples before the target are dropped after decoding.
 constexpr int kMp3LeadFrames = 2;
+// An AAC frame overlaps the one before it: a seek lands two packets early for the decoder to
+// rebuild the overlap before the target.
+constexpr int kAacLeadPackets = 2;
+// A WMA decoder holds two packets back; more than this many without a frame out means some
+// gave none (damaged), and the oldest are forgotten.
+constexpr size_t kMostHeldPackets = 8;
 // Fields that every frame of a constant-bitrate MP3 repeats: sync, version, layer, CRC flag,
 // bitrate and rate (not the padding bit, which spreads the fractional byte).
 constexpr uint32_t kSameFrameMask = 0xFFFFFC00u;
@@ -217,6 +223,16 @@ Status Demuxer::open(std::shared_ptr<ByteReader> reader, const std::vector<std::
         return Status::failure(hr::InvalidFileFormat, path + " holds " + input->name +
                                                           " data, which this parser does not read.");
 
+    // An MP4's AAC track is read from its sample table, without libavformat's index of it.
+    if (std::strncmp(input->name, "mov,", 4) == 0 && (d->mp4_ = Mp4Track::open(d->reader_))) {
+        d->codec_ = std::make_shared<CodecParams>(d->mp4_->params(), d->mp4_->timeBase(),
+                                                  d->mp4_->origin());
+        d->duration_ = d->mp4_->durationSeconds();
+        Status s = d->readFirstPacket();
+        if (s) demuxer = std::move(d);
+        return s;
+    }
+
     d->format_ = avformat_alloc_context();
     d->format_->pb = d->io_;
     d->format_->flags |= AVFMT_FLAG_CUSTOM_IO;
@@ -226,9 +242,13 @@ Status Demuxer::open(std::shared_ptr<ByteReader> reader, const std::vector<std::
     av_dict_set(&options, "protocol_whitelist", "file", 0);
     av_dict_set(&options, "probesize", std::to_string(kProbeBytes).c_str(), 0);
     av_dict_set(&options, "analyzeduration", "3000000", 0);
-    // A WAVE header says all there is to know. Left alone, libavformat would analyse the
-    // stream and probe the PCM payload for other codecs packed in it, reading a megabyte.
-    const bool headerSuffices = std::strcmp(input->name, "wav") == 0;
+    // WAVE, Ogg and ASF headers say all there is to know: rate, channels, the codec's setup
+    // and the length. Left alone, libavformat would analyse the stream by decoding its first
+    // packets (and probe a WAVE file's PCM payload for other codecs packed in it, reading a
+    // megabyte).
+    const bool headerSuffices = std::strcmp(input->name, "wav") == 0 ||
+                                std::strcmp(input->name, "ogg") == 0 ||
+                                std::strcmp(input->name, "asf") == 0;
     if (headerSuffices) av_dict_set(&options, "max_probe_packets", "1", 0);
     ret = avformat_open_input(&d->format_, nullptr, input, &options);
     av_dict_free(&options);
@@ -237,7 +257,11 @@ Status Demuxer::open(std::shared_ptr<ByteReader> reader, const std::vector<std::
         return Status::failure(hr::InvalidFileFormat,
                                "The header of " + path + " cannot be read (" + ffmpegError(ret) + ").");
     }
-    ret = headerSuffices ? 0 : avformat_find_stream_info(d->format_, nullptr);
+    // A header that leaves the audio stream's codec or shape open (FLAC in Ogg) is analysed.
+    const int found = av_find_best_stream(d->format_, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+    const bool complete = found >= 0 && d->format_->streams[found]->codecpar->sample_rate > 0 &&
+                          d->format_->streams[found]->codecpar->ch_layout.nb_channels > 0;
+    ret = headerSuffices && complete ? 0 : avformat_find_stream_info(d->format_, nullptr);
     if (ret < 0)
         return Status::failure(hr::InvalidFileFormat,
                                "The streams of " + path + " cannot be read (" + ffmpegError(ret) + ").");
@@ -255,22 +279,28 @@ Status Demuxer::open(std::shared_ptr<ByteReader> reader, const std::vector<std::
     d->codec_ = std::make_shared<CodecParams>(
         par, st->time_base, st->start_time != AV_NOPTS_VALUE ? st->start_time : 0);
 
-    d->pending_ = av_packet_alloc();
-    if (!d->read(d->pending_)) {
-        av_packet_free(&d->pending_);
-        return Status::failure(hr::InvalidFileFormat, path + " holds no audio data.");
-    }
-    if (std::strcmp(input->name, "mp3") == 0) d->readMp3Layout();
     if (st->duration != AV_NOPTS_VALUE && st->duration > 0)
         d->duration_ = st->duration * av_q2d(st->time_base);
     else if (d->format_->duration > 0)
         d->duration_ = d->format_->duration / double(AV_TIME_BASE);
+    Status s = d->readFirstPacket();
+    if (!s) return s;
+    if (std::strcmp(input->name, "mp3") == 0) d->readMp3Layout();
     // The stream's length counts the encoder's delay and padding, which the decoder drops.
     if (d->mp3_.delay >= 0 && st->duration != AV_NOPTS_VALUE && st->duration > 0)
         d->duration_ = std::max(0.0, d->duration_ - double(d->mp3_.delay + d->mp3_.padding) /
                                                         d->mp3_.rate);
-    d->deadlineMs_ = 0;
     demuxer = std::move(d);
+    return s;
+}
+
+Status Demuxer::readFirstPacket() {
+    pending_ = av_packet_alloc();
+    if (!read(pending_)) {
+        av_packet_free(&pending_);
+        return Status::failure(hr::InvalidFileFormat, reader_->path() + " holds no audio data.");
+    }
+    deadlineMs_ = 0;
     return Status::success();
 }
 
@@ -289,6 +319,7 @@ bool Demuxer::read(AVPacket* packet) {
         av_packet_free(&pending_);
         return true;
     }
+    if (mp4_) return mp4_->read(packet);
     for (;;) {
         int ret = av_read_frame(format_, packet);
         if (ret < 0) return false;
@@ -377,8 +408,12 @@ void Demuxer::placeMp3Frame(int64_t target) {
 
 Status Demuxer::seek(double seconds) {
     if (pending_) av_packet_free(&pending_);
-    const AVRational tb = stream()->time_base;
+    const AVRational tb = codec_->timeBase;
     int64_t streamTarget = std::llround(seconds / av_q2d(tb)) + codec_->origin;
+    if (mp4_) {
+        mp4_->seek(streamTarget, kAacLeadPackets);
+        return Status::success();
+    }
     if (mp3_.samplesPerFrame > 0)
         streamTarget -= av_rescale_q(kMp3LeadFrames * mp3_.samplesPerFrame, AVRational{1, mp3_.rate}, tb);
     placeMp3Frame(streamTarget);
@@ -393,7 +428,7 @@ Status Demuxer::seek(double seconds) {
 
 double Demuxer::toSeconds(int64_t pts) const {
     if (pts == AV_NOPTS_VALUE) return 0;
-    return (pts - codec_->origin) * av_q2d(stream()->time_base);
+    return (pts - codec_->origin) * av_q2d(codec_->timeBase);
 }
 
 // ---------------------------------------------------------------- decoded audio
@@ -441,6 +476,7 @@ Status AudioDecoder::open(const CodecParams& codec, std::unique_ptr<AudioDecoder
     d->context_->thread_count = 1;
     d->timeBase_ = codec.timeBase;
     d->origin_ = codec.origin;
+    d->holdsPackets_ = codec.params->codec_id == AV_CODEC_ID_WMAV1 || codec.params->codec_id == AV_CODEC_ID_WMAV2;
     int ret = avcodec_open2(d->context_, c, nullptr);
     if (ret < 0)
         return Status::failure(hr::UnsupportedStream, "The decoder refused the stream (" +
@@ -466,10 +502,15 @@ void AudioDecoder::flush(double from) {
     swr_free(&swr_);
     swrRate_ = 0;
     trimBefore_ = from;
+    sent_.clear();
 }
 
 void AudioDecoder::decode(const AVPacket* packet,
                           const std::function<void(std::vector<uint8_t>&&, double)>& sink) {
+    if (holdsPackets_ && packet) {
+        sent_.push_back(packet->pts);
+        if (sent_.size() > kMostHeldPackets) sent_.pop_front(); // one that gave no frame
+    }
     if (avcodec_send_packet(context_, packet) < 0 && packet) return; // a damaged packet is skipped
     while (avcodec_receive_frame(context_, frame_) >= 0) {
         const int samples = frame_->nb_samples;
@@ -498,9 +539,22 @@ void AudioDecoder::decode(const AVPacket* packet,
             av_channel_layout_copy(&swrLayout_, &frame_->ch_layout);
         }
         double time = nextTime_;
-        const bool stamped = frame_->best_effort_timestamp != AV_NOPTS_VALUE;
-        if (stamped) time = (frame_->best_effort_timestamp - origin_) * av_q2d(timeBase_);
-        else trimBefore_ = -1; // without a time there is nothing to trim by
+        int64_t stamp = frame_->best_effort_timestamp;
+        if (holdsPackets_ && !sent_.empty()) { // the frame is the oldest packet's audio
+            stamp = sent_.front();
+            sent_.pop_front();
+        }
+        if (stamp != AV_NOPTS_VALUE) {
+            time = (stamp - origin_) * av_q2d(timeBase_);
+            // WMA frames are all one length from the stream's start, and ASF stamps them in
+            // whole milliseconds: the frame starts on the grid point nearest its stamp.
+            if (holdsPackets_ && context_->frame_size > 0) {
+                const double grid = double(context_->frame_size) / frame_->sample_rate;
+                time = std::round(time / grid) * grid;
+            }
+        } else {
+            trimBefore_ = -1; // without a time there is nothing to trim by
+        }
         const int capacity = swr_get_out_samples(swr_, samples);
         std::vector<uint8_t> bytes(size_t(std::max(capacity, 0)) * out_.channels * 4);
         uint8_t* outPlanes[1] = {bytes.data()};

@@ -4,6 +4,7 @@
 // bytes), only the demuxers a filter names may open the stream, probing has a deadline, and
 // allocations and decoded frames are bounded.
 
+#include "platform/native/filters/Mp4Track.h"
 #include "platform/native/graph/Graph.h"
 
 extern "C" {
@@ -12,6 +13,7 @@ extern "C" {
 #include <libswresample/swresample.h>
 }
 
+#include <deque>
 #include <functional>
 #include <memory>
 #include <string>
@@ -79,7 +81,6 @@ public:
                        std::unique_ptr<Demuxer>& demuxer);
     ~Demuxer();
 
-    const AVStream* stream() const { return format_->streams[streamIndex_]; }
     std::shared_ptr<const CodecParams> codec() const { return codec_; }
     double durationSeconds() const { return duration_; }
     // The next packet of the audio stream; false at the end (or on a read error).
@@ -101,7 +102,10 @@ private:
     std::shared_ptr<const CodecParams> codec_;
     AVPacket* pending_ = nullptr; // the first packet, read at open to prove there is audio
     Mp3Layout mp3_;
+    std::unique_ptr<Mp4Track> mp4_; // an AAC track read from its own sample table
 
+    // Reads ahead to the first audio packet, which proves there is audio.
+    Status readFirstPacket();
     void readMp3Layout();
     // For a constant-bitrate MP3: teaches the demuxer where the frame of `target` (stream
     // time) starts, so that its exact seek reads only a few frames, whatever the file's length.
@@ -138,6 +142,10 @@ private:
     AVChannelLayout swrLayout_{};
     double nextTime_ = 0;
     double trimBefore_ = -1;
+    // A WMA decoder holds packets back and stamps a frame with the packet that released it;
+    // the times of the packets sent and not yet out as frames give each frame its own.
+    bool holdsPackets_ = false;
+    std::deque<int64_t> sent_;
 };
 
 // A decoded block as the buffer that carries it downstream.
