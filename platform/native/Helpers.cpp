@@ -15,7 +15,6 @@ namespace corvid::native {
 using platform::Status;
 
 struct NativeGraphHelper::Shared {
-    std::atomic<bool> tickPending{false};
     std::atomic<bool> cancelScan{false};
     ItemScanner scanner; // one scan thread at a time: each is joined before the next starts
     NativeGraphHelper* helper = nullptr; // cleared on the control thread when the helper goes
@@ -48,18 +47,9 @@ void NativeGraphHelper::ticking(bool on) {
         subscription_ = 0;
         return;
     }
-    std::weak_ptr<Shared> weak = shared_;
-    auto shared = shared_;
-    auto loop = loop_;
-    subscription_ = clock_->subscribe([shared, weak, loop] {
-        if (shared->tickPending.exchange(true)) return;
-        loop->post([weak] {
-            auto s = weak.lock();
-            if (!s) return;
-            s->tickPending.store(false);
-            if (s->helper) s->helper->tick();
-        });
-    });
+    // The clock runs ticks on the control thread and never after the unsubscription (in
+    // the destructor at the latest).
+    subscription_ = clock_->subscribe([this] { tick(); });
 }
 
 void NativeGraphHelper::tick() {
