@@ -56,19 +56,20 @@ void NativeGraphHelper::tick() {
     if (!events_) return;
     int32_t left = 0, right = 0;
     if (auto native = std::dynamic_pointer_cast<NativeGraph>(graph_)) {
-        // The meters read the sample grabber that audio passes through; where the chain
-        // leaves the grabber aside (streams go straight to the card), the renderer's own.
+        // The meters show what the device plays (the renderer's peaks, read by how far it has
+        // played), not what the decoder queued ahead of it; a graph without a renderer yet
+        // meters at its sample grabber.
         SampleGrabberFilter* grabber = nullptr;
         AudioRenderer* renderer = nullptr;
         for (auto& f : native->nativeFilters()) {
+            if (auto* r = f->asRenderer(); r && !renderer) renderer = r;
             if (auto* g = dynamic_cast<SampleGrabberFilter*>(f.get()); g && !grabber && g->fed())
                 grabber = g;
-            if (auto* r = f->asRenderer(); r && !renderer) renderer = r;
         }
-        if (grabber)
-            grabber->takePeaks(left, right);
-        else if (renderer)
+        if (renderer && renderer->inputConnected())
             renderer->takePeaks(left, right);
+        else if (grabber)
+            grabber->takePeaks(left, right);
     }
     events_->threadEvent(left, right);
 }
