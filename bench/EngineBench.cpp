@@ -260,11 +260,13 @@ private:
 struct Host : corvid::PlayerEvents {
     int ends = 0;
     int ticks = 0;
+    int quietTicks = 0; // meter readings below a tenth of the tone's level while it plays
     double worstGap = 0;
     Clock::time_point lastTick{};
     void EndOfStream(int32_t result) override { ends += result == 1; }
-    void VUPeak(int32_t&, int32_t&) override {
+    void VUPeak(int32_t& left, int32_t&) override {
         const auto now = Clock::now();
+        quietTicks += left < 1638;
         if (ticks++ > 0) worstGap = std::max(worstGap, seconds(now - lastTick));
         lastTick = now;
     }
@@ -296,7 +298,9 @@ template <class Done> void pump(NativePlatform& platform, double timeout, Done d
 }
 
 // Plays `file` to its end; returns the process's CPU seconds meanwhile.
-double playerCpu(OutputBackend output, const std::string& device, const std::string& file, double length) {
+// `quiet`: the share of meter ticks that read silence while the tone played.
+double playerCpu(OutputBackend output, const std::string& device, const std::string& file, double length,
+                 double& quiet) {
     auto platform = makePlatform(output);
     Host host;
     corvid::Player player(*platform);
@@ -307,17 +311,19 @@ double playerCpu(OutputBackend output, const std::string& device, const std::str
     const Usage before = Usage::now();
     player.Play();
     pump(*platform, length + 10, [&] { return host.ends > 0; });
-    return Usage::now().cpu - before.cpu;
+    const double cpu = Usage::now().cpu - before.cpu;
+    // The first and last tick may fall before the first sample or after the last.
+    quiet = host.ticks > 2 ? double(std::max(0, host.quietTicks - 2)) / host.ticks : 1;
+    return cpu;
 }
 
-// What the required 20 Hz ticks alone cost per minute: the platform's clock posting one empty
-// task a period to an event loop that a control thread pumps, and nothing else.
+// What the required 20 Hz ticks alone cost per minute: the platform's clock waking the control
+// thread's loop once a period for an empty tick, and nothing else.
 double tickFloorPerMinute(double window) {
     auto platform = makePlatform(OutputBackend::Silent);
-    corvid::native::PlatformClock clock(std::chrono::milliseconds(50));
-    auto& loop = platform->loop();
+    auto& clock = platform->clock();
     const Usage before = Usage::now();
-    const int id = clock.subscribe([&loop] { loop.post([] {}); });
+    const int id = clock.subscribe([] {});
     pump(*platform, window, [] { return false; });
     clock.unsubscribe(id);
     return (Usage::now().cpu - before.cpu) / window * 60 * 1000;
@@ -344,16 +350,18 @@ int cpuCommand(int argc, char** argv) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1200)); // what the server still holds
             streamPerMinute = (Usage::now().cpu - before.cpu) / length * 60 * 1000;
         }
-        const double silent = playerCpu(OutputBackend::Silent, kSilentDevice, file, length) / length * 60 * 1000;
-        const double pulse = playerCpu(OutputBackend::Auto, "", file, length) / length * 60 * 1000;
+        double quietSilent = 0, quietPulse = 0;
+        const double silent = playerCpu(OutputBackend::Silent, kSilentDevice, file, length, quietSilent) / length * 60 * 1000;
+        const double pulse = playerCpu(OutputBackend::Auto, "", file, length, quietPulse) / length * 60 * 1000;
         const std::string name = file.substr(file.find_last_of('/') + 1);
-        std::printf("%-14s %9.1f %9.1f %9.2f %7s %9.1f %9.1f %7.2f\n", name.c_str(), decode, silent,
-                    silent / decode, "", pulse, decode + streamPerMinute, pulse / (decode + streamPerMinute));
+        std::printf("%-14s %9.1f %9.1f %9.2f %7s %9.1f %9.1f %7.2f   meters at 0: %.0f %% silent, %.0f %% sink\n",
+                    name.c_str(), decode, silent, silent / decode, "", pulse, decode + streamPerMinute,
+                    pulse / (decode + streamPerMinute), quietSilent * 100, quietPulse * 100);
         std::fflush(stdout);
     }
     std::printf("(silent ratio: player on the silent device / decode; pulse ratio: player on the default sink /\n"
                 " (decode + a bare libpulse stream of the same PCM, %.1f ms per minute))\n", streamPerMinute);
-    std::printf("the 20 Hz ticks alone (clock thread, post, control thread): %.1f ms per minute\n",
+    std::printf("the 20 Hz ticks alone (timerfd, control thread): %.1f ms per minute\n",
                 tickFloorPerMinute(20));
     return 0;
 }

@@ -15,7 +15,6 @@ namespace corvid::native {
 using platform::Status;
 
 struct NativeGraphHelper::Shared {
-    std::atomic<bool> tickPending{false};
     std::atomic<bool> cancelScan{false};
     ItemScanner scanner; // one scan thread at a time: each is joined before the next starts
     NativeGraphHelper* helper = nullptr; // cleared on the control thread when the helper goes
@@ -48,37 +47,29 @@ void NativeGraphHelper::ticking(bool on) {
         subscription_ = 0;
         return;
     }
-    std::weak_ptr<Shared> weak = shared_;
-    auto shared = shared_;
-    auto loop = loop_;
-    subscription_ = clock_->subscribe([shared, weak, loop] {
-        if (shared->tickPending.exchange(true)) return;
-        loop->post([weak] {
-            auto s = weak.lock();
-            if (!s) return;
-            s->tickPending.store(false);
-            if (s->helper) s->helper->tick();
-        });
-    });
+    // The clock runs ticks on the control thread and never after the unsubscription (in
+    // the destructor at the latest).
+    subscription_ = clock_->subscribe([this] { tick(); });
 }
 
 void NativeGraphHelper::tick() {
     if (!events_) return;
     int32_t left = 0, right = 0;
     if (auto native = std::dynamic_pointer_cast<NativeGraph>(graph_)) {
-        // The meters read the sample grabber that audio passes through; where the chain
-        // leaves the grabber aside (streams go straight to the card), the renderer's own.
+        // The meters show what the device plays (the renderer's peaks, read by how far it has
+        // played), not what the decoder queued ahead of it; a graph without a renderer yet
+        // meters at its sample grabber.
         SampleGrabberFilter* grabber = nullptr;
         AudioRenderer* renderer = nullptr;
         for (auto& f : native->nativeFilters()) {
+            if (auto* r = f->asRenderer(); r && !renderer) renderer = r;
             if (auto* g = dynamic_cast<SampleGrabberFilter*>(f.get()); g && !grabber && g->fed())
                 grabber = g;
-            if (auto* r = f->asRenderer(); r && !renderer) renderer = r;
         }
-        if (grabber)
-            grabber->takePeaks(left, right);
-        else if (renderer)
+        if (renderer && renderer->inputConnected())
             renderer->takePeaks(left, right);
+        else if (grabber)
+            grabber->takePeaks(left, right);
     }
     events_->threadEvent(left, right);
 }

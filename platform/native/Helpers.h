@@ -1,8 +1,8 @@
 #pragma once
-// The native graph helpers. Both tick on the platform's clock, which posts to the control
-// thread (a tick is skipped while the previous one waits in the queue), and only while there
-// is something to tick for: `Helper` while its graph runs, reporting the peaks its graph's
-// sample grabber saw since the last tick and the graph's end; `CueHelper` while a scan is under
+// The native graph helpers. Both tick on the platform's clock, which the control thread's
+// event loop runs (a late pump gets one tick, not a burst), and only while there is something
+// to tick for: `Helper` while its graph runs, reporting the peaks of what its graph's device
+// played since the last tick and the graph's end; `CueHelper` while a scan is under
 // way (its ticks time the player's give-up), scanning items on a worker thread for their
 // cue-in and segue points.
 

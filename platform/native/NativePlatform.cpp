@@ -12,8 +12,7 @@ namespace corvid::native {
 using platform::Status;
 
 NativePlatform::NativePlatform(NativeOptions options)
-    : options_(std::move(options)), loop_(std::make_shared<NativeEventLoop>()),
-      clock_(std::make_shared<PlatformClock>(
+    : options_(std::move(options)), loop_(std::make_shared<NativeEventLoop>(
           std::chrono::microseconds(1000000 / std::clamp(options_.helperTickHz, 1, 1000)))) {
     initFFmpeg();
     operator_.setEchoToStderr(options_.echoOperatorToStderr);
@@ -44,7 +43,7 @@ Status NativePlatform::createGraph(platform::GraphPtr& graph) {
 
 Status NativePlatform::createGraphHelper(platform::GraphHelperKind kind,
                                          platform::GraphHelperPtr& helper) {
-    helper = std::make_shared<NativeGraphHelper>(kind, loop_, clock_);
+    helper = std::make_shared<NativeGraphHelper>(kind, loop_, loop_->clock());
     return Status::success();
 }
 

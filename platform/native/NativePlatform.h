@@ -55,13 +55,13 @@ public:
     void setLogSink(std::function<void(const std::string&)> sink) { operator_.setLogSink(std::move(sink)); }
     NativeOperatorServices& operatorReports() { return operator_; }
     const NativeOptions& options() const { return options_; }
-    // The clock that ticks the helpers (its thread runs only while one of them needs it).
-    const PlatformClock& clock() const { return *clock_; }
+    // The clock that ticks the helpers (armed only while one of them needs it), pumped by the
+    // event loop.
+    PlatformClock& clock() const { return *loop_->clock(); }
 
 private:
     NativeOptions options_;
     std::shared_ptr<NativeEventLoop> loop_;
-    std::shared_ptr<PlatformClock> clock_;
     SteadyTickCounter ticks_;
     NativeOperatorServices operator_;
     std::shared_ptr<platform::SettingsStore> settings_;

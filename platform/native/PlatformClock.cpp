@@ -1,77 +1,73 @@
 #include "platform/native/PlatformClock.h"
 
+#include <sys/timerfd.h>
+#include <unistd.h>
+
 #include <algorithm>
-#include <pthread.h>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <string>
 
 namespace corvid::native {
 
-PlatformClock::PlatformClock(std::chrono::microseconds period) : period_(period) {}
+namespace {
 
-PlatformClock::~PlatformClock() {
-    {
-        std::lock_guard lock(mutex_);
-        subscribers_ = std::make_shared<Subscribers>();
-        stop_ = true;
+int makeTimer() {
+    const int fd = ::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
+    if (fd < 0)
+        throw std::runtime_error(std::string("Corvid: the platform clock cannot make its timer: ") +
+                                 std::strerror(errno));
+    return fd;
+}
+
+} // namespace
+
+PlatformClock::PlatformClock(std::chrono::microseconds period) : period_(period), fd_(makeTimer()) {}
+
+PlatformClock::~PlatformClock() { ::close(fd_); }
+
+void PlatformClock::arm(bool on) {
+    itimerspec spec{};
+    if (on) {
+        const auto us = period_.count();
+        spec.it_interval = timespec{time_t(us / 1000000), long(us % 1000000) * 1000};
+        spec.it_value = spec.it_interval;
     }
-    wake_.notify_all();
-    if (thread_.joinable()) thread_.join();
+    // Setting the timer also forgets a period that passed and was not read yet.
+    ::timerfd_settime(fd_, 0, &spec, nullptr);
 }
 
 int PlatformClock::subscribe(std::function<void()> tick) {
-    std::unique_lock lock(mutex_);
-    auto changed = std::make_shared<Subscribers>(*subscribers_);
-    changed->emplace_back(nextId_, std::move(tick));
-    subscribers_ = std::move(changed);
-    if (!thread_.joinable()) {
-        stop_ = false;
-        thread_ = std::thread([this] { run(); });
-    }
+    subscribers_.push_back(std::make_shared<Subscriber>(Subscriber{nextId_, std::move(tick)}));
+    if (subscribers_.size() == 1) arm(true);
     return nextId_++;
 }
 
 void PlatformClock::unsubscribe(int id) {
-    std::thread ending;
-    {
-        std::lock_guard lock(mutex_);
-        auto changed = std::make_shared<Subscribers>(*subscribers_);
-        changed->erase(std::remove_if(changed->begin(), changed->end(),
-                                      [&](auto& s) { return s.first == id; }),
-                       changed->end());
-        subscribers_ = std::move(changed);
-        if (!subscribers_->empty() || !thread_.joinable()) return;
-        stop_ = true;
-        ending = std::move(thread_);
-    }
-    wake_.notify_all();
-    ending.join();
+    auto it = std::find_if(subscribers_.begin(), subscribers_.end(),
+                           [&](const auto& s) { return s->id == id; });
+    if (it == subscribers_.end()) return;
+    (*it)->live = false;
+    subscribers_.erase(it);
+    if (subscribers_.empty()) arm(false);
 }
 
-uint64_t PlatformClock::missedTicks() const {
-    std::lock_guard lock(mutex_);
-    return missed_;
-}
-
-void PlatformClock::run() {
-    pthread_setname_np(pthread_self(), "corvid-clock");
-    auto next = std::chrono::steady_clock::now() + period_;
-    std::unique_lock lock(mutex_);
-    std::shared_ptr<const Subscribers> ticking;
-    while (!wake_.wait_until(lock, next, [&] { return stop_; })) {
-        // Ticks run outside the lock: one that waits (on a full queue, say) must not hold up
-        // a control thread that subscribes or unsubscribes meanwhile.
-        ticking = subscribers_;
-        lock.unlock();
-        for (auto& [id, tick] : *ticking) tick();
-        lock.lock();
-        next += period_;
-        const auto now = std::chrono::steady_clock::now();
-        if (next <= now) {
-            // Asleep for a period or more: those ticks are lost, never caught up in a burst.
-            const auto behind = (now - next) / period_ + 1;
-            missed_ += uint64_t(behind);
-            next += behind * period_;
-        }
+int PlatformClock::expire() {
+    uint64_t periods = 0;
+    if (::read(fd_, &periods, sizeof periods) != sizeof periods || periods == 0) return 0;
+    // Periods slept through are lost, never caught up in a burst.
+    missed_ += periods - 1;
+    // A tick may subscribe, unsubscribe or pump the loop again: it runs over a copy, and a
+    // subscriber that went meanwhile is skipped.
+    const auto ticking = subscribers_;
+    int ran = 0;
+    for (const auto& s : ticking) {
+        if (!s->live) continue;
+        s->tick();
+        ++ran;
     }
+    return ran;
 }
 
 } // namespace corvid::native

@@ -1,15 +1,13 @@
 #pragma once
-// The platform's one clock for periodic work (the helpers' ticks). Its thread runs only while
-// someone is subscribed, and ticks everyone on the same absolute deadlines; with nobody
-// subscribed there is no thread and no wake-up.
+// The platform's one clock for periodic work (the helpers' ticks): a timerfd that the native
+// event loop waits on beside its queue, so that a tick wakes the control thread directly and
+// no thread of its own exists. It is armed only while someone is subscribed, and ticks
+// everyone on the same absolute deadlines; with nobody subscribed nothing wakes up.
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
-#include <thread>
 #include <vector>
 
 namespace corvid::native {
@@ -21,30 +19,36 @@ public:
     PlatformClock(const PlatformClock&) = delete;
     PlatformClock& operator=(const PlatformClock&) = delete;
 
-    // Control thread. `tick` runs on the clock's thread once per period until unsubscribed;
-    // it must only hand work on (post it), and own what it uses. Returns an id.
+    // Control thread. `tick` runs on the control thread (from the event loop's pumps) once per
+    // period until unsubscribed. Returns an id.
     int subscribe(std::function<void()> tick);
-    // Control thread. `id`'s tick runs at most once more (if a period was under way); the
-    // thread goes with the last subscriber.
+    // Control thread. `id`'s tick does not run again, even when unsubscribed from inside a
+    // tick of the same period.
     void unsubscribe(int id);
 
+    // Readable when a period has passed; the event loop waits on it.
+    int fd() const { return fd_; }
+    // Control thread (the event loop's pumps): runs every subscriber's tick when a period has
+    // passed since the last call; returns how many ran.
+    int expire();
+
     std::chrono::microseconds period() const { return period_; }
-    // Periods the clock could not keep (its thread woke a whole period late or more).
-    uint64_t missedTicks() const;
+    // Periods the clock could not keep (the control thread came a whole period late or more).
+    uint64_t missedTicks() const { return missed_; }
 
 private:
-    void run();
+    struct Subscriber {
+        int id;
+        std::function<void()> tick;
+        bool live = true;
+    };
+    void arm(bool on);
 
     const std::chrono::microseconds period_;
-    mutable std::mutex mutex_;
-    std::condition_variable wake_;
-    using Subscribers = std::vector<std::pair<int, std::function<void()>>>;
-    // Replaced whole on every change, so that a period takes it without copying the ticks.
-    std::shared_ptr<const Subscribers> subscribers_ = std::make_shared<Subscribers>();
+    const int fd_;
+    std::vector<std::shared_ptr<Subscriber>> subscribers_;
     int nextId_ = 1;
-    bool stop_ = false;
     uint64_t missed_ = 0;
-    std::thread thread_;
 };
 
 } // namespace corvid::native

@@ -2,6 +2,7 @@
 #include "platform/Text.h"
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -78,13 +79,26 @@ void SteadyTickCounter::sleepMs(int32_t ms) {
 }
 
 double SteadyTickCounter::secondsSinceMidnight() {
+    // Asked on every helper tick while the silence check runs: the time zone is consulted
+    // once a quarter of an hour (offsets and their changes fall on quarter hours), not on
+    // every call, and the day's start is kept in between.
+    struct Day {
+        int64_t midnight = 0;   // the local midnight, in seconds of the system clock's epoch
+        int64_t validUntil = 0; // the next quarter hour: the offset may change there
+    };
+    thread_local Day day;
+    constexpr int64_t kQuarter = 15 * 60;
     const auto now = std::chrono::system_clock::now();
-    const std::time_t t = std::chrono::system_clock::to_time_t(now);
-    std::tm local{};
-    ::localtime_r(&t, &local);
-    const double fraction =
-        std::chrono::duration<double>(now.time_since_epoch()).count() - static_cast<double>(t);
-    return local.tm_hour * 3600.0 + local.tm_min * 60.0 + local.tm_sec + fraction;
+    const double epochSeconds = std::chrono::duration<double>(now.time_since_epoch()).count();
+    const auto whole = static_cast<int64_t>(std::floor(epochSeconds));
+    if (whole >= day.validUntil || whole < day.midnight || whole - day.midnight >= 86400) {
+        const std::time_t t = static_cast<std::time_t>(whole);
+        std::tm local{};
+        ::localtime_r(&t, &local);
+        day.midnight = whole - (local.tm_hour * 3600 + local.tm_min * 60 + local.tm_sec);
+        day.validUntil = (whole / kQuarter + 1) * kQuarter;
+    }
+    return epochSeconds - static_cast<double>(day.midnight);
 }
 
 std::string MemorySettingsStore::read(const std::string& application, const std::string& section,

@@ -34,8 +34,6 @@ NativeFilterPtr makeChannelRouter(const std::string& name, int pair);
 class PeakKeeper {
 public:
     void see(const Buffer& buffer);
-    // The same over interleaved float samples already converted.
-    void see(const float* samples, int frames, int channels);
     void take(int32_t& left, int32_t& right);
     void clear();
 
@@ -61,6 +59,11 @@ private:
     PeakKeeper peaks_;
 };
 
+// The loudest magnitude of the first two channels of interleaved float samples, raised into
+// `peak` (a mono signal counts for both sides).
+void raisePeaks(const float* samples, int frames, int ch, float peak[2]);
+// A magnitude on the 16-bit scale (full scale 32768).
+int32_t peakToScale(float peak);
 // The peak of each of the first two channels of interleaved PCM, on the 16-bit scale.
 void measurePeaks(const PcmFormat& format, const uint8_t* data, int frames, int32_t& left,
                   int32_t& right);

@@ -16,8 +16,8 @@ void raiseTo(std::atomic<int32_t>& slot, int32_t value) {
     }
 }
 
-// The loudest magnitude of the first two channels of interleaved float samples, raised into
-// `peak` (a mono signal counts for both sides).
+} // namespace
+
 void raisePeaks(const float* samples, int frames, int ch, float peak[2]) {
     float l = peak[0], r = peak[1];
     if (ch == 1) {
@@ -33,8 +33,7 @@ void raisePeaks(const float* samples, int frames, int ch, float peak[2]) {
     peak[1] = r;
 }
 
-int32_t toScale(float peak) { return int32_t(std::lrint(std::min(peak, 1.0f) * 32768.0f)); }
-} // namespace
+int32_t peakToScale(float peak) { return int32_t(std::lrint(std::min(peak, 1.0f) * 32768.0f)); }
 
 void measurePeaks(const PcmFormat& format, const uint8_t* data, int frames, int32_t& left,
                   int32_t& right) {
@@ -53,8 +52,8 @@ void measurePeaks(const PcmFormat& format, const uint8_t* data, int frames, int3
         toFloat(format, data + size_t(done) * bytesPerFrame, n, block);
         raisePeaks(block, n, ch, peak);
     }
-    left = toScale(peak[0]);
-    right = toScale(peak[1]);
+    left = peakToScale(peak[0]);
+    right = peakToScale(peak[1]);
 }
 
 SampleGrabberFilter::SampleGrabberFilter(const std::string& name) : NativeFilter(name) {
@@ -94,14 +93,6 @@ void PeakKeeper::see(const Buffer& buffer) {
     measurePeaks(buffer.format, buffer.bytes.data(), buffer.frames(), l, r);
     raiseTo(left_, l);
     raiseTo(right_, r);
-}
-
-void PeakKeeper::see(const float* samples, int frames, int channels) {
-    if (channels <= 0 || frames <= 0) return;
-    float peak[2] = {0, 0};
-    raisePeaks(samples, frames, channels, peak);
-    raiseTo(left_, toScale(peak[0]));
-    raiseTo(right_, toScale(peak[1]));
 }
 
 void PeakKeeper::take(int32_t& left, int32_t& right) {

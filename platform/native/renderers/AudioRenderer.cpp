@@ -12,6 +12,8 @@ constexpr double kRingSeconds = 0.25;
 // A full ring wakes its producer when this share of it is free again, not at every sample:
 // half, so that it refills in a few large steps.
 constexpr size_t kRefillDivisor = 2;
+// The meters' resolution in time.
+constexpr double kPeakSliceSeconds = 0.01;
 } // namespace
 
 float gainFromHundredthsDb(int32_t hundredthsDb) {
@@ -49,6 +51,8 @@ Status AudioRenderer::activate() {
     if (pair_ >= 0) streamChannels_ = std::max(deviceChannels_, 2 * pair_ + 2);
     else streamChannels_ = input_.channels;
     ring_.reset(size_t(input_.rate * kRingSeconds) * size_t(streamChannels_));
+    peaks_.reset(size_t(input_.rate * kPeakSliceSeconds) * size_t(streamChannels_));
+    heardAt_.store(0);
     mediaFrames_.store(0);
     latency_.store(0);
     seeking_.store(false);
@@ -73,7 +77,7 @@ void AudioRenderer::toDeviceLayout(const Buffer& buffer) {
     const int inCh = buffer.format.channels;
     converted_.resize(size_t(frames) * size_t(inCh));
     toFloat(buffer.format, buffer.bytes.data(), frames, converted_.data());
-    peaks_.see(converted_.data(), frames, inCh);
+    peaks_.see(converted_.data(), frames, inCh, ring_.written(), size_t(streamChannels_));
     if (inCh == streamChannels_) {
         mapped_.swap(converted_);
         return;
@@ -178,11 +182,33 @@ void AudioRenderer::endOfStream(NativePin&, uint64_t generation) {
 void AudioRenderer::flush(NativePin&, double newPosition) {
     if (streamChannels_ == 0) return;
     ring_.requestFlush();
+    peaks_.flushed(ring_.written());
     endQueued_.store(false, std::memory_order_release);
     drained_.store(false, std::memory_order_release);
     basePosition_.store(newPosition, std::memory_order_release);
     seeking_.store(false, std::memory_order_release);
     dataQueued();
+}
+
+void AudioRenderer::setDeviceLatency(double seconds) {
+    latency_.store(seconds, std::memory_order_release);
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    heardAt_.store((now + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                              std::chrono::duration<double>(seconds)))
+                       .count(),
+                   std::memory_order_release);
+}
+
+void AudioRenderer::takePeaks(int32_t& left, int32_t& right) {
+    left = right = 0;
+    if (streamChannels_ == 0 || input_.rate <= 0) return;
+    // What the device took, less what it still holds at this moment.
+    const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
+    const double holdsSeconds = std::max<double>(0, double(heardAt_.load(std::memory_order_acquire) - now) / 1e9);
+    const double holds = holdsSeconds * input_.rate * rateFactor() * streamChannels_;
+    const uint64_t consumed = ring_.consumed();
+    const uint64_t heard = consumed - std::min<uint64_t>(consumed, uint64_t(holds));
+    peaks_.take(heard, left, right);
 }
 
 void AudioRenderer::restartClock(double from) {

@@ -6,6 +6,7 @@
 
 #include "platform/native/filters/Filters.h"
 #include "platform/native/graph/Graph.h"
+#include "platform/native/renderers/HeardPeaks.h"
 #include "platform/native/renderers/SpscRing.h"
 #include "platform/native/renderers/Wakeup.h"
 
@@ -49,9 +50,9 @@ public:
     void setRate(double rate);
     bool inputConnected() const;
     int deviceChannels() const { return deviceChannels_; }
-    // Any thread: the peaks of what reached this renderer since the last call. The helper
-    // meters here when no sample grabber carries the audio (the stream route bypasses it).
-    void takePeaks(int32_t& left, int32_t& right) { peaks_.take(left, right); }
+    // Control thread: the peaks of what the device has played since the last call (what is
+    // heard, not what was queued ahead of it). The helper's meters read here.
+    void takePeaks(int32_t& left, int32_t& right);
 
 protected:
     // Control thread: open the device for float samples at `rate` with `channels`.
@@ -89,7 +90,7 @@ protected:
     // Device thread: the ring holds nothing more.
     bool ringEmpty() const { return ring_.readable() == 0 && !ring_.flushPending(); }
     // Device thread: how long what was handed over takes to reach the speakers.
-    void setDeviceLatency(double seconds) { latency_.store(seconds, std::memory_order_release); }
+    void setDeviceLatency(double seconds);
     // Control thread: the same, as the device knows it now (the last value set by default).
     virtual double deviceLatencyNow() const { return latency_.load(std::memory_order_acquire); }
     int streamChannels() const { return streamChannels_; }
@@ -130,7 +131,9 @@ private:
     double anchorPosition_ = 0;
     std::chrono::steady_clock::time_point anchorTime_{};
     std::atomic<bool> seeking_{false};
-    PeakKeeper peaks_;
+    HeardPeaks peaks_;
+    // When the last sample the device took will have been heard (steady clock, ns).
+    std::atomic<std::chrono::steady_clock::rep> heardAt_{0};
     std::atomic<double> seekPosition_{0};
 };
 
