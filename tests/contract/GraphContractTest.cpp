@@ -76,12 +76,7 @@ private:
 // The native runtime on its silent device: real parsers and decoders, no sound server.
 class NativeMachine final : public Machine {
 public:
-    NativeMachine() {
-        native::NativeOptions o;
-        o.output = native::OutputBackend::Silent;
-        o.echoOperatorToStderr = false;
-        platform_ = std::make_unique<native::NativePlatform>(o);
-    }
+    NativeMachine() : platform_(std::make_unique<native::NativePlatform>(native::test::testOptions(true))) {}
     platform::Platform& platform() override { return *platform_; }
     std::string file(const std::string& kind) override {
         if (kind == "wide.wav") return native::test::mediaPath("tone24.wav");
