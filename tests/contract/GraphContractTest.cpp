@@ -6,6 +6,7 @@
 
 #include "platform/Platform.h"
 #include "platform/sim/SimPlatform.h"
+#include "tests/contract/GraphOps.h"
 #ifdef CORVID_CONTRACT_NATIVE
 #include "../native/NativeTestSupport.h"
 #include "../native/StreamServer.h"
@@ -23,11 +24,11 @@
 namespace corvid::contract {
 namespace {
 
+using graphops::in;
+using graphops::out;
 using platform::FilterPtr;
 using platform::GraphEvent;
 using platform::GraphPtr;
-using platform::PinDirection;
-using platform::PinPtr;
 namespace hr = platform::hr;
 namespace category = platform::category;
 
@@ -80,12 +81,7 @@ private:
 // The native runtime on its silent device: real parsers and decoders, no sound server.
 class NativeMachine final : public Machine {
 public:
-    NativeMachine() {
-        native::NativeOptions o;
-        o.output = native::OutputBackend::Silent;
-        o.echoOperatorToStderr = false;
-        platform_ = std::make_unique<native::NativePlatform>(o);
-    }
+    NativeMachine() : platform_(std::make_unique<native::NativePlatform>(native::test::testOptions(true))) {}
     platform::Platform& platform() override { return *platform_; }
     std::string file(const std::string& kind) override {
         if (kind == "wide.wav") return native::test::mediaPath("tone24.wav");
@@ -136,19 +132,10 @@ protected:
         return g;
     }
 
-    // Makes a registered filter or device in `g` through the catalogue, as the player does.
     FilterPtr add(const std::string& name, const GraphPtr& g = nullptr) {
-        for (const char* cat : {category::LegacyFilters, category::AudioRenderers}) {
-            std::vector<platform::CatalogueEntryPtr> entries;
-            EXPECT_TRUE(machine->platform().catalogue().enumerate(cat, entries));
-            for (auto& e : entries)
-                if (e->name() == name) {
-                    FilterPtr f;
-                    return e->createIn(g ? *g : *graph, f) ? f : nullptr;
-                }
-        }
-        ADD_FAILURE() << "not registered: " << name;
-        return nullptr;
+        auto f = graphops::make(machine->platform(), g ? *g : *graph, name);
+        EXPECT_TRUE(f) << "not made: " << name;
+        return f;
     }
     FilterPtr source(const std::string& name, const std::string& kind, const GraphPtr& g = nullptr) {
         auto f = add(name, g);
@@ -157,14 +144,6 @@ protected:
         return f;
     }
 
-    static PinPtr pin(const FilterPtr& f, PinDirection d) {
-        if (f)
-            for (auto& p : f->pins())
-                if (p->direction() == d) return p;
-        return nullptr;
-    }
-    static PinPtr in(const FilterPtr& f) { return pin(f, PinDirection::Input); }
-    static PinPtr out(const FilterPtr& f) { return pin(f, PinDirection::Output); }
     // The name of the filter feeding `f`'s input, or empty.
     static std::string feeding(const FilterPtr& f) {
         auto peer = in(f) ? in(f)->connectedTo() : nullptr;
@@ -262,28 +241,14 @@ TEST_P(GraphContract, AParserOutputExistsOnlyWhileItsInputIsConnected) {
 
 // Every chain the player builds, pin by pin: each joins directly and plays to one end.
 TEST_P(GraphContract, EveryNormalChainConnectsDirectlyAndPlaysToOneEnd) {
-    const std::pair<const char*, std::vector<std::string>> chains[] = {
-        {"mp3", {"File Source (Async.)", "MPEG-I Stream Splitter", "MPEG Layer-3 Decoder"}},
-        {"mp3", {"Halden WM ASF Reader", "Brindle Pitch Shifter", "Pipe Sender"}},
-        {"wav", {"File Source (Async.)", "Wave Parser"}},
-        {"wide.wav", {"File Source (Async.)", "Wave Parser", "Brindle Format Converter"}},
-        {"wma", {"WM ASF READER", "WMAudio Decoder DMO"}},
-        {"ogg", {"OggDSFMux2", "dsf Ogg Demuxer2+", "Xiph.Org Vorbis Decoder PLUS"}},
-        {"m4a", {"File Source (Async.)", "GDCL Mpeg-4 Demultiplexor2", "Microsoft DTV-DVD Audio Decoder"}},
-        {"flac", {"Native FLAC Decoder"}},
-    };
-    for (const auto& [kind, filters] : chains) {
+    for (const auto& [kind, filters] : graphops::kChains) {
         SCOPED_TRACE(std::string(kind) + " through " + filters.back());
         GraphPtr g = newGraph();
-        auto previous = source(filters.front(), kind, g);
-        auto names = filters;
-        names.insert(names.end(), {"Halden Sample Grabber", kDefaultDevice});
-        for (std::size_t i = 1; i < names.size(); ++i) {
-            auto next = add(names[i], g);
-            const auto s = out(previous)->connectDirect(in(next));
-            ASSERT_TRUE(s) << names[i] << ": " << s.description;
-            previous = next;
-        }
+        std::vector<FilterPtr> row = {source(filters.front(), kind, g)};
+        for (std::size_t i = 1; i < filters.size(); ++i) row.push_back(add(filters[i], g));
+        row.insert(row.end(), {add("Halden Sample Grabber", g), add(kDefaultDevice, g)});
+        const auto s = graphops::join(row);
+        ASSERT_TRUE(s) << s.description;
         double duration = 0;
         ASSERT_TRUE(g->duration(duration));
         EXPECT_NEAR(duration, kSeconds, 0.15);

@@ -23,6 +23,9 @@ struct LoopCase {
     std::unique_ptr<QueuedEventLoop> (*make)();
 };
 
+// ctest names the cases by what gtest prints of them: the name, never the bytes.
+void PrintTo(const LoopCase& c, std::ostream* os) { *os << c.name; }
+
 class EventLoopTest : public ::testing::TestWithParam<LoopCase> {};
 
 TEST_P(EventLoopTest, DescriptorIsReadableWhileTasksWaitAndThePumpsDrainIt) {

@@ -8,54 +8,41 @@
 namespace corvid::native::test {
 namespace {
 
-using platform::FilterPtr;
 using platform::GraphHelperKind;
-using platform::PinDirection;
 
-class NativeHelperTest : public ::testing::Test {
+class NativeHelperTest : public NativeGraphTest {
 protected:
-    void SetUp() override {
-        NativeOptions o = testOptions();
-        o.output = OutputBackend::Silent;
-        platform_ = std::make_unique<NativePlatform>(o);
-        ASSERT_TRUE(platform_->createGraph(graph_));
-    }
-
     // File Source -> (Wave Parser, placed by intelligent connect) -> grabber -> silent device.
     void buildWave(const std::string& file) {
-        auto source = createFilter(*platform_, *graph_, "File Source (Async.)");
+        auto source = create("File Source (Async.)");
         ASSERT_TRUE(source->setFileName(file));
-        auto grabber = createFilter(*platform_, *graph_, "Halden Sample Grabber");
-        auto device = createFilter(*platform_, *graph_, kDefaultDeviceName, platform::category::AudioRenderers);
-        ASSERT_TRUE(pinOf(source, PinDirection::Output)->connect(pinOf(grabber, PinDirection::Input)));
-        ASSERT_TRUE(pinOf(grabber, PinDirection::Output)->connectDirect(pinOf(device, PinDirection::Input)));
+        auto grabber = create("Halden Sample Grabber");
+        ASSERT_TRUE(graphops::out(source)->connect(graphops::in(grabber)));
+        ASSERT_TRUE(graphops::join({grabber, create(kDefaultDeviceName)}));
     }
-
-    std::unique_ptr<NativePlatform> platform_;
-    platform::GraphPtr graph_;
 };
 
 TEST_F(NativeHelperTest, TicksCarryTheGrabbersPeaksAndTheEndArrivesOnce) {
     ASSERT_NO_FATAL_FAILURE(buildWave(mediaPath("tone.wav")));
     platform::GraphHelperPtr helper;
     ASSERT_TRUE(platform_->createGraphHelper(GraphHelperKind::Helper, helper));
-    HelperRecorder events;
+    graphops::HelperRecorder events;
     helper->setEvents(&events);
     helper->setCurrentGraph(graph_);
     EXPECT_EQ(helper->currentGraph(), graph_);
     ASSERT_TRUE(helper->run());
     EXPECT_EQ(graph_->state(), platform::GraphState::Running) << "the helper runs its graph";
     ASSERT_TRUE(pumpUntil(*platform_, [&] { return events.ends > 0; }, 10000));
-    EXPECT_GT(events.ticks, 5);
-    EXPECT_NEAR(events.loudest, kToneAmplitude * 32768, 32768 * 0.01);
+    EXPECT_GT(events.ticks.size(), 5u);
+    EXPECT_NEAR(events.loudest(), kToneAmplitude * 32768, 32768 * 0.01);
 
     // After the end, the ticks go on with silence (the first may still carry the item's last
     // heard slices), and the end is not repeated.
-    pumpUntil(*platform_, [&, after = events.ticks] { return events.ticks > after; }, 3000);
-    const int ticks = events.ticks;
-    events.loudest = 0;
-    pumpUntil(*platform_, [&] { return events.ticks > ticks + 3; }, 3000);
-    EXPECT_EQ(events.loudest, 0);
+    events.ticks.clear();
+    pumpUntil(*platform_, [&] { return !events.ticks.empty(); }, 3000);
+    events.ticks.clear();
+    pumpUntil(*platform_, [&] { return events.ticks.size() > 3; }, 3000);
+    EXPECT_EQ(events.loudest(), 0);
     EXPECT_EQ(events.ends, 1);
     ASSERT_TRUE(helper->stop());
     EXPECT_EQ(graph_->state(), platform::GraphState::Stopped);
@@ -65,21 +52,21 @@ TEST_F(NativeHelperTest, AHelperThatGoesLeavesNothingBehind) {
     ASSERT_NO_FATAL_FAILURE(buildWave(mediaPath("tone.wav")));
     platform::GraphHelperPtr helper;
     ASSERT_TRUE(platform_->createGraphHelper(GraphHelperKind::Helper, helper));
-    HelperRecorder events;
+    graphops::HelperRecorder events;
     helper->setEvents(&events);
     helper->setCurrentGraph(graph_);
     ASSERT_TRUE(helper->run());
-    pumpUntil(*platform_, [&] { return events.ticks > 0; }, 2000);
+    pumpUntil(*platform_, [&] { return !events.ticks.empty(); }, 2000);
     helper.reset(); // a tick may still wait in the queue
-    const int ticks = events.ticks;
+    const auto ticks = events.ticks.size();
     pumpUntil(*platform_, [] { return false; }, 200);
-    EXPECT_EQ(events.ticks, ticks);
+    EXPECT_EQ(events.ticks.size(), ticks);
 }
 
 TEST_F(NativeHelperTest, CueHelperFindsWhereTheSoundStartsAndWhereItEnds) {
     platform::GraphHelperPtr cue;
     ASSERT_TRUE(platform_->createGraphHelper(GraphHelperKind::CueHelper, cue));
-    HelperRecorder events;
+    graphops::HelperRecorder events;
     cue->setEvents(&events);
     // cue.wav: one second of silence, one of tone, one of silence.
     ASSERT_TRUE(cue->startCueSearch(mediaPath("cue.wav"), {}, false, 1000));

@@ -57,27 +57,44 @@ const auto* const kEnvironment = ::testing::AddGlobalTestEnvironment(new SoundSe
 
 bool soundServerUp() { return SoundServerEnvironment::serverUp(); }
 
+ChildProcess::ChildProcess(std::vector<std::string> argv, const std::string& logFile) {
+    pid_ = ::fork();
+    if (pid_ != 0) return;
+    std::freopen(logFile.c_str(), "a", stdout);
+    std::freopen(logFile.c_str(), "a", stderr);
+    std::vector<char*> args;
+    for (auto& a : argv) args.push_back(a.data());
+    args.push_back(nullptr);
+    ::execvp(args[0], args.data());
+    ::_exit(127);
+}
+
+void ChildProcess::stop(int signal) {
+    if (pid_ <= 0) return;
+    ::kill(pid_, signal);
+    bool ended = false;
+    for (int i = 0; i < 30 && !(ended = ::waitpid(pid_, nullptr, WNOHANG) == pid_); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    if (!ended) {
+        ::kill(pid_, SIGKILL);
+        ::waitpid(pid_, nullptr, 0);
+    }
+    pid_ = -1;
+}
+
 MonitorRecorder::MonitorRecorder(const std::string& sink, int channels, int maxSeconds)
     : channels_(channels) {
     static int counter = 0;
     const std::string stream = "corvid-recorder-" + std::to_string(::getpid()) + "-" + std::to_string(++counter);
     file_ = workDir() + "/" + stream + ".raw";
-    pid_ = ::fork();
-    if (pid_ == 0) {
-        const std::string device = "--device=" + sink + ".monitor";
-        const std::string ch = "--channels=" + std::to_string(channels);
-        const std::string rate = "--rate=" + std::to_string(kRate);
-        const std::string limit = std::to_string(maxSeconds);
-        // The sink's own channel map, so that no channel is moved on the way to the file.
-        const std::string map = channels == 8
-            ? "--channel-map=front-left,front-right,rear-left,rear-right,front-center,lfe,side-left,side-right"
-            : "--channel-map=front-left,front-right";
-        const std::string name = "--stream-name=" + stream;
-        ::execlp("timeout", "timeout", limit.c_str(), "parec", device.c_str(), "--format=float32le",
-                 rate.c_str(), ch.c_str(), map.c_str(), "--raw", "--latency-msec=20", name.c_str(),
-                 file_.c_str(), (char*)nullptr);
-        ::_exit(127);
-    }
+    // The sink's own channel map, so that no channel is moved on the way to the file.
+    const std::string map = channels == 8
+        ? "--channel-map=front-left,front-right,rear-left,rear-right,front-center,lfe,side-left,side-right"
+        : "--channel-map=front-left,front-right";
+    parec_ = std::make_unique<ChildProcess>(std::vector<std::string>{
+        "timeout", std::to_string(maxSeconds), "parec", "--device=" + sink + ".monitor", "--format=float32le",
+        "--rate=" + std::to_string(kRate), "--channels=" + std::to_string(channels), map, "--raw",
+        "--latency-msec=20", "--stream-name=" + stream, file_});
     // Nothing plays before the recorder is connected: wait (bounded) until the server lists
     // its stream, however slow the machine.
     const std::string listed = "pactl list source-outputs 2>/dev/null | grep -q 'media.name = \"" + stream + "\"'";
@@ -85,26 +102,11 @@ MonitorRecorder::MonitorRecorder(const std::string& sink, int channels, int maxS
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
 }
 
-MonitorRecorder::~MonitorRecorder() {
-    if (pid_ > 0) stop();
-}
-
 std::vector<float> MonitorRecorder::stop() {
-    if (pid_ > 0) {
+    if (parec_) {
         std::this_thread::sleep_for(std::chrono::milliseconds(300)); // the server's latency
-        ::kill(pid_, SIGINT);
-        for (int i = 0; i < 50; ++i) {
-            if (::waitpid(pid_, nullptr, WNOHANG) == pid_) {
-                pid_ = -1;
-                break;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        if (pid_ > 0) {
-            ::kill(pid_, SIGKILL);
-            ::waitpid(pid_, nullptr, 0);
-            pid_ = -1;
-        }
+        parec_->stop(SIGINT);
+        parec_.reset();
     }
     std::ifstream in(file_, std::ios::binary);
     std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
@@ -156,35 +158,8 @@ ToneMeasure measureTone(const std::vector<float>& samples, int channels, int cha
     return m;
 }
 
-NativeOptions testOptions() {
-    NativeOptions o;
-    o.echoOperatorToStderr = false;
-    return o;
-}
-
 bool pumpUntil(NativePlatform& platform, const std::function<bool()>& done, int timeoutMs) {
     return platform.loop().runUntil(done, timeoutMs);
-}
-
-platform::PinPtr pinOf(const platform::FilterPtr& filter, platform::PinDirection direction) {
-    platform::PinPtr found;
-    if (filter)
-        for (auto& p : filter->pins())
-            if (p->direction() == direction) found = p;
-    return found;
-}
-
-platform::FilterPtr createFilter(NativePlatform& platform, platform::Graph& graph, const std::string& name,
-                                 const std::string& category) {
-    std::vector<platform::CatalogueEntryPtr> entries;
-    platform.catalogue().enumerate(category, entries);
-    for (auto& e : entries)
-        if (e->name() == name) {
-            platform::FilterPtr f;
-            e->createIn(graph, f);
-            return f;
-        }
-    return nullptr;
 }
 
 } // namespace corvid::native::test

@@ -3,14 +3,19 @@
 // media made with the ffmpeg command, a recorder of a sink's monitor, and the measurements
 // (frequency, level) taken on what was recorded.
 
+#include <corvid/Player.h>
 #include "platform/native/NativePlatform.h"
+#include "tests/contract/GraphOps.h"
+#include "tests/sim/RecordingEvents.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <thread>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -39,11 +44,24 @@ std::string mediaPath(const std::string& name);
 // Runs a shell command with a time limit; returns its exit status.
 int runCommand(const std::string& command, int timeoutSeconds = 60);
 
+// A program run in a child process with its output appended to `logFile`; stopped by
+// `signal` (killed when it does not end within 3 s) and reaped at stop() or when this goes.
+class ChildProcess {
+public:
+    explicit ChildProcess(std::vector<std::string> argv, const std::string& logFile = "/dev/null");
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+    ~ChildProcess() { stop(); }
+    void stop(int signal = 15 /* SIGTERM */);
+
+private:
+    int pid_ = -1;
+};
+
 // Records a sink's monitor as float32 until stop() (bounded by `maxSeconds`).
 class MonitorRecorder {
 public:
     MonitorRecorder(const std::string& sink, int channels, int maxSeconds = 20);
-    ~MonitorRecorder();
     // Stops and returns the samples, interleaved.
     std::vector<float> stop();
     int channels() const { return channels_; }
@@ -52,7 +70,7 @@ public:
 private:
     std::string file_;
     int channels_;
-    int pid_ = -1;
+    std::unique_ptr<ChildProcess> parec_;
 };
 
 // Measurements over one channel of interleaved samples.
@@ -64,34 +82,101 @@ struct ToneMeasure {
 ToneMeasure measureTone(const std::vector<float>& samples, int channels, int channel, int rate,
                         double threshold = 0.02);
 
-// Records what a graph helper reports.
-struct HelperRecorder : platform::GraphHelperEvents {
-    int ticks = 0, ends = 0;
-    int32_t loudest = 0;
-    std::vector<int32_t> cueIns, segues;
-    void threadEvent(int32_t left, int32_t right) override {
-        ++ticks;
-        loudest = std::max({loudest, left, right});
-    }
-    void endOfStream() override { ++ends; }
-    void cueInFound(int32_t ms) override { cueIns.push_back(ms); }
-    void segueFound(int32_t ms) override { segues.push_back(ms); }
-};
-
 inline constexpr const char* kStreamTitle = "Test Artist - Test Title";
 
-// Makes the registered filter or device `name` in `graph`; empty when it is not registered
-// or cannot be made.
-platform::FilterPtr createFilter(NativePlatform& platform, platform::Graph& graph, const std::string& name,
-                                 const std::string& category = platform::category::LegacyFilters);
-
-// The last pin of a direction on a filter, as the chains look pins up; empty when it has none.
-platform::PinPtr pinOf(const platform::FilterPtr& filter, platform::PinDirection direction);
-
-// A platform on the private server, with the log kept.
-NativeOptions testOptions();
+// A platform on the private server (or the silent device), its operator log kept off stderr.
+inline NativeOptions testOptions(bool silent = false) {
+    NativeOptions o;
+    o.echoOperatorToStderr = false;
+    if (silent) o.output = OutputBackend::Silent;
+    return o;
+}
 
 // Pumps the loop until `done` holds or `timeoutMs` passes.
 bool pumpUntil(NativePlatform& platform, const std::function<bool()>& done, int timeoutMs);
+
+inline int threadCount() {
+    int n = 0;
+    for ([[maybe_unused]] auto& e : std::filesystem::directory_iterator("/proc/self/task")) ++n;
+    return n;
+}
+// Waits (bounded) until the process is back to `threads` threads, pumping the loop meanwhile.
+inline bool threadsBackTo(NativePlatform& platform, int threads) {
+    return pumpUntil(platform, [&] { return threadCount() <= threads; }, 5000);
+}
+
+// A native platform with one graph whose ends and lost devices are counted: on the silent
+// device, or on the private sound server (skipped when it is not up).
+class NativeGraphTest : public ::testing::Test {
+protected:
+    void SetUp() override { start(false); }
+    void start(bool onSoundServer) {
+        if (onSoundServer && !soundServerUp()) GTEST_SKIP() << "no private sound server";
+        platform_ = std::make_unique<NativePlatform>(testOptions(!onSoundServer));
+        graph_ = newGraph();
+    }
+    platform::GraphPtr newGraph() {
+        platform::GraphPtr g;
+        EXPECT_TRUE(platform_->createGraph(g));
+        if (g)
+            g->setEventHandler([this](platform::GraphEvent e) {
+                ends_ += e == platform::GraphEvent::EndOfStream;
+                lost_ += e == platform::GraphEvent::DeviceLost;
+            });
+        return g;
+    }
+    // Makes a registered filter or device in `g` (the test's graph by default).
+    platform::FilterPtr create(const std::string& name, const platform::GraphPtr& g = nullptr) {
+        auto f = graphops::make(*platform_, g ? *g : *graph_, name);
+        EXPECT_TRUE(f) << "not made: " << name;
+        return f;
+    }
+    // Makes `names` in `g`, loads the first with `file` and joins them and then `after` in a
+    // row: the first refusal, or success.
+    platform::Status build(const std::string& file, const std::vector<std::string>& names,
+                           std::vector<platform::FilterPtr> after = {}, const platform::GraphPtr& g = nullptr) {
+        std::vector<platform::FilterPtr> row;
+        for (const auto& name : names) row.push_back(create(name, g));
+        if (!row.front()) return platform::Status::failure(platform::hr::Fail, "no source");
+        if (auto s = row.front()->setFileName(file); !s) return s;
+        row.insert(row.end(), after.begin(), after.end());
+        return graphops::join(row);
+    }
+
+    std::unique_ptr<NativePlatform> platform_;
+    platform::GraphPtr graph_;
+    int ends_ = 0, lost_ = 0;
+};
+
+// A player with a recording host on a native platform, playing to `device`: on the silent
+// platform, or on the private sound server (skipped when it is not up).
+class NativePlayerTest : public ::testing::Test {
+protected:
+    void start(bool onSoundServer, std::string device) {
+        if (onSoundServer && !soundServerUp()) GTEST_SKIP() << "no private sound server";
+        platform_ = std::make_unique<NativePlatform>(testOptions(!onSoundServer));
+        threads_ = threadCount();
+        player_ = std::make_unique<Player>(*platform_);
+        player_->setEvents(&host_);
+        player_->Init();
+        ASSERT_TRUE(player_->SetSoundcard(device));
+    }
+    void TearDown() override {
+        player_.reset();
+        platform_.reset();
+    }
+    // Loads as a host does, with a fresh record of the host's events.
+    void load(const std::string& item) {
+        host_.clear();
+        std::string name = item;
+        player_->put_FileName(name);
+    }
+    bool pump(const std::function<bool()>& done, int ms) { return pumpUntil(*platform_, done, ms); }
+
+    std::unique_ptr<NativePlatform> platform_;
+    int threads_ = 0; // the platform's own, before the player's
+    std::unique_ptr<Player> player_;
+    testing::RecordingEvents host_;
+};
 
 } // namespace corvid::native::test

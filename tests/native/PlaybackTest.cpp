@@ -8,42 +8,18 @@
 #include "platform/native/NativeCatalogue.h"
 
 #include <cmath>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
-
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace corvid::native::test {
 namespace {
 
 using platform::FilterPtr;
-using platform::GraphEvent;
-using platform::PinDirection;
-using platform::PinPtr;
 
-class NativePlayback : public ::testing::Test {
+class NativePlayback : public NativeGraphTest {
 protected:
-    void SetUp() override {
-        if (!soundServerUp()) GTEST_SKIP() << "no private sound server";
-        platform_ = std::make_unique<NativePlatform>(testOptions());
-        ASSERT_TRUE(platform_->createGraph(graph_));
-        graph_->setEventHandler([this](GraphEvent e) {
-            if (e == GraphEvent::EndOfStream) ++ends_;
-            if (e == GraphEvent::DeviceLost) ++lost_;
-        });
-    }
-    void TearDown() override {
-        graph_.reset();
-        platform_.reset();
-    }
+    void SetUp() override { start(true); }
 
-    FilterPtr create(const std::string& name) {
-        FilterPtr f = createFilter(*platform_, *graph_, name);
-        EXPECT_TRUE(f) << "not made: " << name;
-        return f;
-    }
     // A device by the name the catalogue lists it under, speaker pairs included.
     FilterPtr renderer(const std::string& name) {
         std::vector<platform::CatalogueEntryPtr> entries;
@@ -54,27 +30,10 @@ protected:
         EXPECT_TRUE(f) << "no device: " << name;
         return f;
     }
-
-    static PinPtr pin(const FilterPtr& f, PinDirection d) { return pinOf(f, d); }
-
     // source (loaded with `file`) -> each named filter -> grabber -> renderer, all direct.
-    void build(const std::string& file, const std::vector<std::string>& names, const FilterPtr& render) {
-        source_ = create(names.front());
-        ASSERT_TRUE(source_);
-        const auto loaded = source_->setFileName(file);
-        ASSERT_TRUE(loaded) << loaded.description;
-        FilterPtr previous = source_;
-        std::vector<std::string> rest(names.begin() + 1, names.end());
-        rest.push_back("Halden Sample Grabber");
-        for (auto& name : rest) {
-            FilterPtr next = create(name);
-            ASSERT_TRUE(next);
-            const auto s = pin(previous, PinDirection::Output)->connectDirect(pin(next, PinDirection::Input));
-            ASSERT_TRUE(s) << previous->name() << " -> " << name << ": " << s.description;
-            previous = next;
-        }
-        grabber_ = previous;
-        const auto s = pin(grabber_, PinDirection::Output)->connectDirect(pin(render, PinDirection::Input));
+    void build(const std::string& file, std::vector<std::string> names, const FilterPtr& render) {
+        names.push_back("Halden Sample Grabber");
+        const auto s = NativeGraphTest::build(file, names, {render});
         ASSERT_TRUE(s) << s.description;
     }
 
@@ -84,11 +43,6 @@ protected:
         EXPECT_TRUE(pumpUntil(*platform_, [&] { return ends_ > 0; }, 15000)) << "no end of stream";
         return recorder.stop();
     }
-
-    std::unique_ptr<NativePlatform> platform_;
-    platform::GraphPtr graph_;
-    FilterPtr source_, grabber_;
-    int ends_ = 0, lost_ = 0;
 };
 
 // The pitch shifter's three modes, one play each: rate (shorter, same pitch, the position counts
@@ -112,7 +66,7 @@ TEST_F(NativePlayback, PitchShifterRatePitchPassThroughAndGraphRate) {
                              Mode{1, 1.0, -12, false, kToneHz / 2, kToneSeconds},
                              Mode{1, 1.5, -12, true, kToneHz, kToneSeconds},
                              Mode{1.25, 1.0, 0, false, kToneHz * 1.25, kToneSeconds / 1.25}}) {
-        SCOPED_TRACE(testing::Message() << mode.graphRate << " " << mode.rate << " " << mode.semitones);
+        SCOPED_TRACE(::testing::Message() << mode.graphRate << " " << mode.rate << " " << mode.semitones);
         ASSERT_TRUE(graph_->stop());
         ASSERT_TRUE(graph_->setCurrentPosition(0));
         ASSERT_TRUE(graph_->setRate(mode.graphRate));
@@ -163,9 +117,7 @@ TEST_F(NativePlayback, ADeviceThatGoesAwayIsReportedAndNotReplaced) {
 TEST_F(NativePlayback, NamesInTheGraphStayUniqueAndThePipeSenderWritesThePcmToItsPipe) {
     create("Halden Sample Grabber");
     EXPECT_EQ(create("Halden Sample Grabber")->name(), "Halden Sample Grabber 0001");
-    graph_ = nullptr;
-    platform_->createGraph(graph_);
-    graph_->setEventHandler([this](GraphEvent e) { ends_ += e == GraphEvent::EndOfStream; });
+    graph_ = newGraph();
 
     ASSERT_NO_FATAL_FAILURE(build(mediaPath("tone.wav"), {"File Source (Async.)", "Wave Parser", "Pipe Sender"},
                                   renderer(kSinkADescription)));
@@ -178,16 +130,11 @@ TEST_F(NativePlayback, NamesInTheGraphStayUniqueAndThePipeSenderWritesThePcmToIt
     ASSERT_TRUE(sender->pipeSender()->setDownstreamMute(true));
     const std::string captured = workDir() + "/pipe-capture.raw";
     std::filesystem::remove(captured);
-    pid_t reader = ::fork();
-    if (reader == 0) {
-        ::execlp("timeout", "timeout", "10", "sh", "-c", ("cat " + pipe + " > " + captured).c_str(), (char*)nullptr);
-        ::_exit(127);
-    }
+    ChildProcess reader({"timeout", "10", "sh", "-c", "cat " + pipe + " > " + captured});
     pumpUntil(*platform_, [] { return false; }, 300); // the reader opens the pipe
     const auto m = measureTone(playToEnd(kSinkA, 2), 2, 0, MonitorRecorder::kRate, 0.01);
     EXPECT_EQ(m.loudSeconds, 0) << "a muted pipe sender sends silence downstream";
-    ::kill(reader, SIGTERM);
-    ::waitpid(reader, nullptr, 0);
+    reader.stop();
     EXPECT_GT(std::filesystem::file_size(captured), 44100u * 4u)
         << "more than a second of 16-bit stereo reached the pipe";
 }

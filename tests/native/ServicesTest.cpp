@@ -16,12 +16,6 @@
 namespace corvid::native::test {
 namespace {
 
-NativeOptions silent() {
-    NativeOptions o = testOptions();
-    o.output = OutputBackend::Silent;
-    return o;
-}
-
 TEST(NativeEventLoopTest, AQuitBeforeRunMakesRunReturnAtOnce) {
     NativeEventLoop loop;
     loop.quit();
@@ -30,7 +24,7 @@ TEST(NativeEventLoopTest, AQuitBeforeRunMakesRunReturnAtOnce) {
 
 
 TEST(NativeServicesTest, TickCounterIsMonotonicAndWallClockStaysInTheDay) {
-    NativePlatform platform(silent());
+    NativePlatform platform(testOptions(true));
     auto& ticks = platform.ticks();
     const int32_t a = ticks.nowMs();
     ticks.sleepMs(20);
@@ -42,7 +36,7 @@ TEST(NativeServicesTest, TickCounterIsMonotonicAndWallClockStaysInTheDay) {
 }
 
 TEST(NativeServicesTest, OperatorReportsRepairsAndBoxesAndStartsProgramsWithoutWaiting) {
-    NativePlatform platform(silent());
+    NativePlatform platform(testOptions(true));
     std::vector<std::string> sink;
     platform.setLogSink([&](const std::string& line) { sink.push_back(line); });
     auto& op = platform.operatorServices();
@@ -82,7 +76,7 @@ TEST(NativeServicesTest, OperatorReportsRepairsAndBoxesAndStartsProgramsWithoutW
 }
 
 TEST(NativeServicesTest, FilesLiveInTheUsersStateAndConfigFolders) {
-    NativePlatform platform(silent());
+    NativePlatform platform(testOptions(true));
     auto& op = platform.operatorServices();
     const std::string report = op.detectionReportPath();
     EXPECT_EQ(report, std::string(std::getenv("XDG_STATE_HOME")) + "/corvid/DetectionInfo.txt");

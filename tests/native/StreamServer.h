@@ -63,6 +63,7 @@ public:
     std::string address(const std::string& path = "/live.mp3") const {
         return "icystream://127.0.0.1:" + std::to_string(port_) + path;
     }
+    int port() const { return port_; }
     int connections() const { return connections_; }
     int64_t bytesSent() const { return sent_; }
     std::string request() const {

@@ -20,11 +20,7 @@
 #include "tests/sim/RecordingEvents.h"
 
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <optional>
-#include <cstdio>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -34,7 +30,6 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace corvid::native::test {
@@ -47,28 +42,8 @@ namespace hr = platform::hr;
 
 // ---------------------------------------------------------------- helpers
 
-int threadCount() {
-    int n = 0;
-    for ([[maybe_unused]] auto& e : fs::directory_iterator("/proc/self/task")) ++n;
-    return n;
-}
-
-// Waits (bounded) until the process is back to `threads` threads, pumping the loop meanwhile.
-bool threadsBackTo(NativePlatform& platform, int threads) {
-    return pumpUntil(platform, [&] { return threadCount() <= threads; }, 5000);
-}
-
-int freePort() {
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    socklen_t len = sizeof a;
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
-    ::close(fd);
-    return ntohs(a.sin_port);
-}
+// A port nobody listens on: the one a server that has gone had.
+int freePort() { return StreamServer(StreamServer::Mode::Silent).port(); }
 
 // One HTTP/1.0 request to 127.0.0.1:port; returns the status line ("" when unreachable).
 std::string httpStatus(int port, const std::string& target, const std::string& authorization = "") {
@@ -100,36 +75,6 @@ std::string urlEncode(std::string text) {
     for (size_t at = 0; (at = text.find(' ', at)) != std::string::npos;) text.replace(at, 1, "%20");
     return text;
 }
-
-// A child process, killed and reaped when this goes.
-class Child {
-public:
-    explicit Child(std::vector<std::string> argv, const std::string& logFile) {
-        pid_ = ::fork();
-        if (pid_ == 0) {
-            std::freopen(logFile.c_str(), "a", stdout);
-            std::freopen(logFile.c_str(), "a", stderr);
-            std::vector<char*> args;
-            for (auto& a : argv) args.push_back(a.data());
-            args.push_back(nullptr);
-            ::execvp(args[0], args.data());
-            ::_exit(127);
-        }
-    }
-    ~Child() {
-        if (pid_ <= 0) return;
-        ::kill(pid_, SIGTERM);
-        for (int i = 0; i < 30; ++i) {
-            if (::waitpid(pid_, nullptr, WNOHANG) == pid_) return;
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        }
-        ::kill(pid_, SIGKILL);
-        ::waitpid(pid_, nullptr, 0);
-    }
-
-private:
-    pid_t pid_ = -1;
-};
 
 // ---------------------------------------------------------------- the wire
 
@@ -335,15 +280,14 @@ struct StreamEvents : platform::ShoutcastCallback {
     void OdStreamSeg(double) override {}
 };
 
-class NativeStreamSource : public ::testing::Test {
+class NativeStreamSource : public NativeGraphTest {
 protected:
     void SetUp() override {
-        NativeOptions o = testOptions();
-        o.output = OutputBackend::Silent;
-        platform_ = std::make_unique<NativePlatform>(o);
+        NativeGraphTest::SetUp();
+        graph_.reset(); // counted without it
         std::thread([] {}).join(); // a sanitizer starts a thread of its own with a process's first
         threads_ = threadCount();
-        ASSERT_TRUE(platform_->createGraph(graph_));
+        graph_ = newGraph();
         // Short limits, so that a stream that stays down ends within a test.
         StreamLimits limits;
         limits.watchWindow = std::chrono::milliseconds(2000);
@@ -356,15 +300,8 @@ protected:
     void TearDown() override {
         setStreamLimits(StreamLimits{});
         graph_.reset();
-        if (platform_) {
-            EXPECT_TRUE(threadsBackTo(*platform_, threads_)) << "a thread outlived the graph";
-        }
+        EXPECT_TRUE(threadsBackTo(*platform_, threads_)) << "a thread outlived the graph";
         platform_.reset();
-    }
-    FilterPtr create(const std::string& name, const std::string& category = platform::category::LegacyFilters) {
-        FilterPtr f = createFilter(*platform_, *graph_, name, category);
-        EXPECT_TRUE(f) << name;
-        return f;
     }
     // Opens `address` and pumps until the open has an outcome (as the player's wait does).
     OpenState openAndWait(const FilterPtr& source, const std::string& address) {
@@ -378,10 +315,7 @@ protected:
     // silent device, and counts the graph's ends.
     SampleGrabberFilter* connect(const FilterPtr& source) {
         auto grabber = create("Halden Sample Grabber");
-        auto renderer = create(kDummyDeviceName, platform::category::AudioRenderers);
-        EXPECT_TRUE(source->pins().front()->connectDirect(grabber->pins().front()));
-        EXPECT_TRUE(grabber->pins().back()->connectDirect(renderer->pins().front()));
-        graph_->setEventHandler([this](platform::GraphEvent e) { ends_ += e == platform::GraphEvent::EndOfStream; });
+        EXPECT_TRUE(graphops::join({source, grabber, create(kDummyDeviceName)}));
         return dynamic_cast<SampleGrabberFilter*>(grabber.get());
     }
     // The louder channel's peak since the last call, as a fraction of full scale.
@@ -392,9 +326,6 @@ protected:
     }
 
     int threads_ = 0;
-    int ends_ = 0;
-    std::unique_ptr<NativePlatform> platform_;
-    platform::GraphPtr graph_;
     StreamEvents events_;
 };
 
@@ -557,7 +488,7 @@ TEST_F(NativeStreamSource, HostileServersEndAsDocumentedWithBoundedReportsAndCon
         auto r = std::make_unique<Run>();
         r->server = std::make_unique<StreamServer>(c.mode, tone);
         ASSERT_TRUE(platform_->createGraph(r->graph));
-        r->source = createFilter(*platform_, *r->graph, "_DShowShoutCast");
+        r->source = create("_DShowShoutCast", r->graph);
         r->source->streamSource()->registerCallback(&r->events);
         ASSERT_TRUE(r->source->streamSource()->open(r->server->address()));
         runs.push_back(std::move(r));
@@ -579,8 +510,7 @@ TEST_F(NativeStreamSource, HostileServersEndAsDocumentedWithBoundedReportsAndCon
             continue;
         }
         ASSERT_EQ(state(i), OpenState::Open) << r.source->streamSource()->openFailure().description;
-        auto renderer = createFilter(*platform_, *r.graph, kDummyDeviceName, platform::category::AudioRenderers);
-        ASSERT_TRUE(r.source->pins().front()->connectDirect(renderer->pins().front()));
+        ASSERT_TRUE(graphops::join({r.source, create(kDummyDeviceName, r.graph)}));
         r.graph->setEventHandler([&r](platform::GraphEvent e) { r.ends += e == platform::GraphEvent::EndOfStream; });
         ASSERT_TRUE(r.graph->run());
     }
@@ -669,7 +599,7 @@ public:
                 << "</security>\n"
                 << "</icecast>\n";
         }
-        server_ = std::make_unique<Child>(std::vector<std::string>{"icecast2", "-c", dir_ + "/icecast.xml"},
+        server_ = std::make_unique<ChildProcess>(std::vector<std::string>{"icecast2", "-c", dir_ + "/icecast.xml"},
                                           dir_ + "/server.out");
         if (!pumpWait([&] { return !httpStatus(port_, "/status-json.xsl").empty(); })) return;
         sources_.resize(3);
@@ -690,7 +620,7 @@ public:
             {kOggMount, "libvorbis", "application/ogg", "ogg"},
         };
         const auto& e = encodings[i];
-        sources_[i] = std::make_unique<Child>(
+        sources_[i] = std::make_unique<ChildProcess>(
             std::vector<std::string>{"ffmpeg", "-nostdin", "-loglevel", "error", "-re", "-f", "lavfi", "-i", tone,
                                      "-c:a", e[1], "-b:a", "128k", "-content_type", e[2], "-f", e[3],
                                      "icecast://source:" + std::string(kSourcePassword) + "@127.0.0.1:" +
@@ -737,29 +667,20 @@ private:
     std::string dir_;
     int port_ = 0, tlsPort_ = 0;
     bool up_ = false;
-    std::unique_ptr<Child> server_;
-    std::vector<std::unique_ptr<Child>> sources_;
+    std::unique_ptr<ChildProcess> server_;
+    std::vector<std::unique_ptr<ChildProcess>> sources_;
 };
 
-class StreamOnIcecast : public ::testing::Test {
+class StreamOnIcecast : public NativePlayerTest {
 protected:
     static void SetUpTestSuite() { icecast_ = new Icecast(); }
     static void TearDownTestSuite() {
         delete icecast_;
         icecast_ = nullptr;
     }
-
     void SetUp() override {
         if (!icecast_->up()) GTEST_SKIP() << "icecast2 did not come up:\n" << icecast_->log();
-        NativeOptions o = testOptions();
-        o.output = OutputBackend::Silent;
-        platform_ = std::make_unique<NativePlatform>(o);
-        threads_ = threadCount();
-        player_ = std::make_unique<Player>(*platform_);
-        player_->setEvents(&events_);
-        player_->Init();
-        std::string device = kDummyDeviceName;
-        ASSERT_TRUE(player_->SetSoundcard(device));
+        start(false, kDummyDeviceName);
     }
     void TearDown() override {
         if (!platform_) return;
@@ -767,22 +688,9 @@ protected:
         EXPECT_TRUE(threadsBackTo(*platform_, threads_)) << "a thread outlived the player";
         platform_.reset();
     }
-    void load(const std::string& item) {
-        std::string name = item;
-        player_->put_FileName(name);
-    }
-    bool pump(const std::function<bool()>& done, int ms) { return pumpUntil(*platform_, done, ms); }
-    bool sawTitle(const std::string& title) const {
-        for (auto& e : events_.all)
-            if (e.rfind("ShoutCastMeta: " + title + "|", 0) == 0) return true;
-        return false;
-    }
+    bool sawTitle(const std::string& title) const { return host_.count("ShoutCastMeta: " + title + "|") > 0; }
 
     static Icecast* icecast_;
-    int threads_ = 0;
-    std::unique_ptr<NativePlatform> platform_;
-    std::unique_ptr<Player> player_;
-    testing::RecordingEvents events_;
 };
 
 Icecast* StreamOnIcecast::icecast_ = nullptr;
@@ -798,9 +706,9 @@ TEST_F(StreamOnIcecast, ALiveStreamLoadsPlaysCarriesItsTitlesAndStops) {
     EXPECT_TRUE(player_->get_isStreaming());
     EXPECT_FALSE(player_->get_StreamingCanCancelPlay()) << "open: nothing to cancel";
     // The pre-roll: buffering started and reported, ending at 100.
-    EXPECT_EQ(events_.count("StreamBufferingStarted"), 1);
-    ASSERT_GT(events_.count("StreamBuffering: "), 0);
-    EXPECT_EQ(events_.count("StreamBuffering: 100"), 1);
+    EXPECT_EQ(host_.count("StreamBufferingStarted"), 1);
+    ASSERT_GT(host_.count("StreamBuffering: "), 0);
+    EXPECT_EQ(host_.count("StreamBuffering: 100"), 1);
     EXPECT_EQ(player_->get_StreamBufferingPercent(), -1);
 
     player_->Play();
@@ -811,24 +719,22 @@ TEST_F(StreamOnIcecast, ALiveStreamLoadsPlaysCarriesItsTitlesAndStops) {
     EXPECT_TRUE(pump([&] { return sawTitle("Corvid Artist - Second Song"); }, 10000));
     // The meters tick while it plays, with the tone's level: the stream chain leaves the sample
     // grabber aside, so the helper meters what reaches the device.
-    EXPECT_TRUE(pump([&] { return events_.vuPeaks.size() >= 20 && events_.timings.size() >= 20; }, 5000));
-    int32_t loudest = 0;
-    for (const auto& [left, right] : events_.vuPeaks) loudest = std::max({loudest, left, right});
-    EXPECT_NEAR(loudest, kIcecastTone * 32768, 32768 * 0.08);
+    EXPECT_TRUE(pump([&] { return host_.vuPeaks.size() >= 20 && host_.timings.size() >= 20; }, 5000));
+    EXPECT_NEAR(host_.loudest(), kIcecastTone * 32768, 32768 * 0.08);
     const float elapsed = player_->get_Elapsed();
     EXPECT_GT(elapsed, 0.5f) << "the play clock runs";
-    EXPECT_TRUE(events_.endOfStreams.empty()) << "a live stream goes on";
+    EXPECT_TRUE(host_.endOfStreams.empty()) << "a live stream goes on";
 
     player_->StopPlaying();
     EXPECT_EQ(player_->get_Playstate(), mpstopped);
-    const size_t peaks = events_.vuPeaks.size();
+    const size_t peaks = host_.vuPeaks.size();
     pump([] { return false; }, 300);
-    EXPECT_EQ(events_.vuPeaks.size(), peaks) << "no meters once stopped";
+    EXPECT_EQ(host_.vuPeaks.size(), peaks) << "no meters once stopped";
 
     // Played again: the stream goes on from where it is live now.
     player_->Play();
     EXPECT_EQ(player_->get_Playstate(), MpPlaying);
-    EXPECT_TRUE(pump([&] { return events_.vuPeaks.size() >= peaks + 10; }, 5000));
+    EXPECT_TRUE(pump([&] { return host_.vuPeaks.size() >= peaks + 10; }, 5000));
     player_->StopPlaying();
     load("");
 }
@@ -868,7 +774,6 @@ TEST_F(StreamOnIcecast, EveryAddressFormPlaysOnceAllowedAndSaysWhyBefore) {
         if (c.trusted) trust.emplace(icecast_->certificate());
         bool banned = !c.reader;
         player_->put_ASFReaderBanned(banned);
-        events_.clear();
         load(c.address);
         if (c.error) {
             EXPECT_EQ(player_->get_FileName(), "");
@@ -878,15 +783,15 @@ TEST_F(StreamOnIcecast, EveryAddressFormPlaysOnceAllowedAndSaysWhyBefore) {
         ASSERT_EQ(player_->get_FileName(), c.address) << player_->get_LastError();
         EXPECT_EQ(player_->get_UsingASFReader(), c.reader);
         if (!c.reader) {
-            EXPECT_EQ(events_.count("StreamBuffering: 100"), 1) << "opened at the first attempt";
+            EXPECT_EQ(host_.count("StreamBuffering: 100"), 1) << "opened at the first attempt";
         }
         player_->Play();
         EXPECT_EQ(player_->get_Playstate(), MpPlaying);
         if (c.title) {
             EXPECT_TRUE(pump([&] { return sawTitle(c.title); }, 10000));
         }
-        EXPECT_TRUE(pump([&] { return events_.vuPeaks.size() >= 10; }, 5000));
-        EXPECT_TRUE(events_.endOfStreams.empty());
+        EXPECT_TRUE(pump([&] { return host_.vuPeaks.size() >= 10; }, 5000));
+        EXPECT_TRUE(host_.endOfStreams.empty());
         player_->StopPlaying();
         load("");
     }
@@ -896,23 +801,23 @@ TEST_F(StreamOnIcecast, ASourceClientThatGoesAndComesBackIsReconnectedWithBuffer
     load(icecast_->address());
     ASSERT_EQ(player_->get_FileName(), icecast_->address()) << player_->get_LastError();
     player_->Play();
-    ASSERT_TRUE(pump([&] { return events_.vuPeaks.size() >= 10; }, 5000));
-    events_.clear();
+    ASSERT_TRUE(pump([&] { return host_.vuPeaks.size() >= 10; }, 5000));
+    host_.clear();
     icecast_->stopSource(0);
     // What was buffered plays out first; then the deck says it waits.
-    ASSERT_TRUE(pump([&] { return events_.count("StreamBufferingStarted") > 0; }, 15000));
+    ASSERT_TRUE(pump([&] { return host_.count("StreamBufferingStarted") > 0; }, 15000));
     icecast_->startSource(0);
     ASSERT_TRUE(pump([&] { return icecast_->mountUp(); }, 10000));
-    events_.clear();
-    EXPECT_TRUE(pump([&] { return events_.count("StreamBuffering: -1") > 0; }, 10000)) << "playback goes on";
+    host_.clear();
+    EXPECT_TRUE(pump([&] { return host_.count("StreamBuffering: -1") > 0; }, 10000)) << "playback goes on";
     auto loud = [&] {
-        for (const auto& [left, right] : events_.vuPeaks)
+        for (const auto& [left, right] : host_.vuPeaks)
             if (std::max(left, right) > kIcecastTone * 32768 * 0.5) return true;
         return false;
     };
     EXPECT_TRUE(pump(loud, 5000)) << "the tone again";
     EXPECT_EQ(player_->get_Playstate(), MpPlaying);
-    EXPECT_TRUE(events_.endOfStreams.empty());
+    EXPECT_TRUE(host_.endOfStreams.empty());
     player_->StopPlaying();
     load("");
 }

@@ -46,13 +46,18 @@ inline std::string chainToDevice(const platform::GraphPtr& graph, const std::str
     return chain;
 }
 
-// Whether `expected` appear in `lines` in this order (other lines may come between).
+// Whether `expected` appear in `lines` in this order (other lines may come between); "~x"
+// stands for a line containing x.
 inline ::testing::AssertionResult inOrder(const std::vector<std::string>& lines,
                                           const std::vector<std::string>& expected) {
     auto it = lines.begin();
     for (const auto& want : expected) {
-        it = std::find(it, lines.end(), want);
-        if (it == lines.end()) return ::testing::AssertionFailure() << "missing or out of order: " << want;
+        it = std::find_if(it, lines.end(), [&](const std::string& l) {
+            return want.rfind('~', 0) == 0 ? l.find(want.substr(1)) != std::string::npos : l == want;
+        });
+        if (it == lines.end())
+            return ::testing::AssertionFailure() << "missing or out of order: " << want << "\nin:\n"
+                                                 << ::testing::PrintToString(lines);
         ++it;
     }
     return ::testing::AssertionSuccess();

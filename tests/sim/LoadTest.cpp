@@ -13,36 +13,25 @@ std::string checkpoint(int n) { return "Filename Let In Player: took: 0(" + std:
 
 class LoadTest : public BehaviourTest {};
 
-// Every kind of item, loaded one per player: its log in order, its duration, and the chain
-// that stands from the source to the device (through the pitch shifter and the sample grabber,
-// which streams bypass).
+// Every kind of item, loaded one per player: its log in order and its duration. Which chain
+// each kind gets is ChainTest's.
 struct Kind {
     const char* test;
     const char* name;
     const char* mediaType; // empty: a stream address
     double duration;
-    const char* chain; // upstream of the device, from the source down
 };
 
 const Kind kKinds[] = {
-    {"mp3_via_file_source", "/music/one.mp3", "stream/mpeg-audio", 180.0,
-     "File Source (Async.) > MPEG-I Stream Splitter > MPEG Layer-3 Decoder > Brindle Pitch Shifter > Halden Sample Grabber"},
-    {"wav_via_wave_parser", "/music/two.wav", "stream/wave;pcm16", 61.5,
-     "File Source (Async.) > Wave Parser > Brindle Pitch Shifter > Halden Sample Grabber"},
-    {"wma_via_reader", "/music/three.wma", "stream/asf;wma", 200.0,
-     "WM ASF Reader > WMAudio Decoder DMO > Brindle Pitch Shifter > Halden Sample Grabber"},
-    {"asf_via_reader", "/music/three.asf", "stream/asf;wma", 200.0,
-     "WM ASF Reader > WMAudio Decoder DMO > Brindle Pitch Shifter > Halden Sample Grabber"},
-    {"ogg_via_ogg_source", "/music/four.ogg", "stream/ogg;vorbis", 95.0,
-     "OggDSFMux2 > dsf Ogg Demuxer2+ > Xiph.Org Vorbis Decoder PLUS > Brindle Pitch Shifter > Halden Sample Grabber"},
-    {"flac_via_decoding_source", "/music/five.flac", "stream/flac", 300.0,
-     "Native FLAC Decoder > Brindle Pitch Shifter > Halden Sample Grabber"},
-    {"m4a_via_mp4_demultiplexer", "/music/six.m4a", "stream/mp4;aac", 240.0,
-     "File Source (Async.) > GDCL Mpeg-4 Demultiplexor2 > Microsoft DTV-DVD Audio Decoder > Brindle Pitch Shifter > Halden Sample Grabber"},
-    {"icystream_via_stream_source", "icystream://127.0.0.1:8000/live", "", 216000.0, "_DShowShoutCast > Brindle Pitch Shifter"},
-    // No chain of its own: the MP3 chain takes it as the first fallback.
-    {"mp2_via_mp3_fallback", "/music/seven.mp2", "stream/mpeg-audio", 150.0,
-     "File Source (Async.) > MPEG-I Stream Splitter > MPEG Layer-3 Decoder > Brindle Pitch Shifter > Halden Sample Grabber"},
+    {"mp3_via_file_source", "/music/one.mp3", "stream/mpeg-audio", 180.0},
+    {"wav_via_wave_parser", "/music/two.wav", "stream/wave;pcm16", 61.5},
+    {"wma_via_reader", "/music/three.wma", "stream/asf;wma", 200.0},
+    {"asf_via_reader", "/music/three.asf", "stream/asf;wma", 200.0},
+    {"ogg_via_ogg_source", "/music/four.ogg", "stream/ogg;vorbis", 95.0},
+    {"flac_via_decoding_source", "/music/five.flac", "stream/flac", 300.0},
+    {"m4a_via_mp4_demultiplexer", "/music/six.m4a", "stream/mp4;aac", 240.0},
+    {"icystream_via_stream_source", "icystream://127.0.0.1:8000/live", "", 216000.0},
+    {"mp2_via_mp3_fallback", "/music/seven.mp2", "stream/mpeg-audio", 150.0}, // no chain of its own
 };
 
 // ctest names its cases by what it prints: the case's own name, never its bytes.
@@ -50,7 +39,7 @@ void PrintTo(const Kind& kind, std::ostream* os) { *os << kind.test; }
 
 class LoadEachKindTest : public BehaviourTest, public ::testing::WithParamInterface<Kind> {};
 
-TEST_P(LoadEachKindTest, LoadsWithEveryStepLoggedInOrderAndItsChainStanding) {
+TEST_P(LoadEachKindTest, LoadsWithEveryStepLoggedInOrder) {
     const std::string name = GetParam().name;
     const bool address = !*GetParam().mediaType;
     if (address) sim->addStream(name, {});
@@ -61,7 +50,6 @@ TEST_P(LoadEachKindTest, LoadsWithEveryStepLoggedInOrderAndItsChainStanding) {
     ASSERT_EQ(player->get_FileName(), name) << player->get_LastError();
     EXPECT_DOUBLE_EQ(player->get_Duration(), GetParam().duration);
     EXPECT_EQ(helper().currentGraph(), player->mainGraph());
-    EXPECT_EQ(chainToDevice(player->mainGraph(), "Default DirectSound Device"), GetParam().chain);
     EXPECT_EQ(countFilters("Halden Sample Grabber"), 1);
     std::vector<std::string> steps = {"Setting filename = " + name, "Attempting to actually load file: " + name,
                                       name + "Succeeded to build the graph.  ", checkpoint(2),

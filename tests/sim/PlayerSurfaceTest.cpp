@@ -5,6 +5,7 @@
 #include <corvid/Player.h>
 #include "levels/SilenceDet.h"
 #include "platform/sim/SimPlatform.h"
+#include "tests/contract/GraphOps.h"
 #include "tests/sim/GraphFixture.h"
 
 #include <gtest/gtest.h>
@@ -69,14 +70,26 @@ TEST_F(PlayerSurfaceTest, AdjustedAccessors) {
     // The fields and stored values read back what was written.
     set(&Player::put_ID, "Deck A");
     EXPECT_EQ(p->get_ID(), "Deck A");
+    p->put_ThisCartName("cart 7");
+    EXPECT_EQ(p->get_ThisCartName(), "cart 7");
+    set(&Player::put_autoCueThresh, INT32_MIN);
     NameCollection& names = p->get_FilterNamesWeNeed();
     EXPECT_EQ(names.Count(), 0u);
     names.Add("Wave Parser");
     EXPECT_TRUE(p->get_FilterNamesWeNeed().Contains("wave parser"));
 
+    // Values and temporaries write as variables do; only a variable learns the adjusted value.
+    p->put_AutoSeg(true);
+    EXPECT_TRUE(p->get_AutoSeg());
+    const int32_t loud = 500;
+    p->put_Volume(loud);
+    EXPECT_EQ(p->get_Volume(), 0);
+    EXPECT_EQ(set(&Player::put_Volume, 500), 0);
+
     // The meters read the helper's last peaks without their sign.
     sim->addFile("/music/a.mp3", {"stream/mpeg-audio", 60.0});
-    load("/music/a.mp3");
+    p->put_FileName("/music/a.mp3");
+    ASSERT_EQ(p->get_FileName(), "/music/a.mp3");
     p->Play();
     auto helper = sim->lastHelper(platform::GraphHelperKind::Helper);
     helper->fireThreadEvent(-5000, 3000);
@@ -156,22 +169,9 @@ protected:
     }
 
     platform::FilterPtr add(const std::string& name) {
-        std::vector<platform::CatalogueEntryPtr> entries;
-        sim->catalogue().enumerate(platform::category::LegacyFilters, entries);
-        for (auto& e : entries)
-            if (e->name() == name) {
-                platform::FilterPtr f;
-                EXPECT_TRUE(e->createIn(*graph, f).ok());
-                return f;
-            }
-        ADD_FAILURE() << name << " is not registered";
-        return nullptr;
-    }
-
-    static platform::PinPtr pin(const platform::FilterPtr& f, platform::PinDirection dir) {
-        for (auto& p : f->pins())
-            if (p->direction() == dir) return p;
-        return nullptr;
+        auto f = graphops::make(*sim, *graph, name);
+        EXPECT_TRUE(f) << name;
+        return f;
     }
 };
 
@@ -191,20 +191,16 @@ TEST_F(PrintFiltersTest, ListsFiltersPinsAndConnectionsWhileLogging) {
     auto pitch = add("Brindle Pitch Shifter");
     ASSERT_TRUE(grabber && pitch);
     const std::string text = p->PrintFilters(graph);
-    EXPECT_NE(text.find("\r\nPin: " + pin(grabber, platform::PinDirection::Input)->name() +
-                        " of Halden Sample Grabber is NOT Connected!"),
+    EXPECT_NE(text.find("\r\nPin: " + graphops::in(grabber)->name() + " of Halden Sample Grabber is NOT Connected!"),
               std::string::npos);
 
-    auto out = pin(grabber, platform::PinDirection::Output);
-    auto in = pin(pitch, platform::PinDirection::Input);
+    auto out = graphops::out(grabber);
+    auto in = graphops::in(pitch);
     // The pass-through pair takes PCM once something feeds the grabber; connect a source.
     sim->addFile("/music/tone.wav", testing::simFile("stream/wave;pcm16", 10.0));
     platform::FilterPtr source;
     ASSERT_TRUE(graph->addSourceFilter("/music/tone.wav", source).ok());
-    auto parser = add("Wave Parser");
-    for (auto [from, to] : {std::pair{source, parser}, {parser, grabber}})
-        ASSERT_TRUE(pin(from, platform::PinDirection::Output)->connectDirect(pin(to, platform::PinDirection::Input)).ok());
-    ASSERT_TRUE(out->connectDirect(in).ok());
+    ASSERT_TRUE(graphops::join({source, add("Wave Parser"), grabber, pitch}));
 
     const std::string connected = p->PrintFilters(graph);
     const std::string fromGrabber = "Pin: " + out->name() + " of Halden Sample Grabber is connected to: " +

@@ -4,6 +4,7 @@
 
 #include <corvid/PlayerEvents.h>
 
+#include <algorithm>
 #include <functional>
 #include <string>
 #include <vector>
@@ -70,6 +71,11 @@ struct RecordingEvents : PlayerEvents {
         for (const auto& e : all)
             if (e.rfind(prefix, 0) == 0) ++n;
         return n;
+    }
+    int32_t loudest() const {
+        int32_t level = 0;
+        for (const auto& [left, right] : vuPeaks) level = std::max({level, left, right});
+        return level;
     }
     bool logged(const std::string& line) const {
         for (const auto& l : log)
