@@ -60,7 +60,7 @@ void NativeCatalogue::enumerateDevices() {
             if (sink.name == defaultSink) def = SinkInfo{sink.name, kDefaultDeviceName, sink.channels, sink.channelMap};
         devices_.push_back({kDefaultDeviceName, def.channels, [def](const std::string& n, int pair) {
                                 return makePulseRenderer(n, def, pair);
-                            }});
+                            }, {}});
         // Listed by description, as operators know their devices; the sink's name is the
         // alias a host may give instead. A description taken already lists by the name, so
         // that two cards of one model both stay reachable.
@@ -82,11 +82,11 @@ void NativeCatalogue::enumerateDevices() {
         saidSilent_ = true;
         devices_.push_back({kDefaultDeviceName, 2, [](const std::string& n, int pair) {
                                 return makeDummyRenderer(n, 2, pair);
-                            }});
+                            }, {}});
     }
     devices_.push_back({kDummyDeviceName, 2, [](const std::string& n, int pair) {
                             return makeDummyRenderer(n, 2, pair);
-                        }});
+                        }, {}});
 }
 
 Status NativeCatalogue::enumerate(const std::string& categoryId,
