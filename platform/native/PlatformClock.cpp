@@ -28,14 +28,14 @@ PlatformClock::PlatformClock(std::chrono::microseconds period) : period_(period)
 PlatformClock::~PlatformClock() { ::close(fd_); }
 
 void PlatformClock::arm(bool on) {
-    itimerspec spec{};
+    itimerspec timer{};
     if (on) {
         const auto us = period_.count();
-        spec.it_interval = timespec{time_t(us / 1000000), long(us % 1000000) * 1000};
-        spec.it_value = spec.it_interval;
+        timer.it_interval = timespec{time_t(us / 1000000), long(us % 1000000) * 1000};
+        timer.it_value = timer.it_interval;
     }
     // Setting the timer also forgets a period that passed and was not read yet.
-    ::timerfd_settime(fd_, 0, &spec, nullptr);
+    ::timerfd_settime(fd_, 0, &timer, nullptr);
 }
 
 int PlatformClock::subscribe(std::function<void()> tick) {
