@@ -52,24 +52,34 @@ void NativeGraphHelper::ticking(bool on) {
     subscription_ = clock_->subscribe([this] { tick(); });
 }
 
+void NativeGraphHelper::findMeters(NativeGraph& graph) {
+    renderer_ = nullptr;
+    grabbers_.clear();
+    for (auto& f : graph.nativeFilters()) {
+        if (auto* r = f->asRenderer(); r && !renderer_) renderer_ = r;
+        if (auto* g = dynamic_cast<SampleGrabberFilter*>(f.get())) grabbers_.push_back(g);
+    }
+    metersVersion_ = graph.filtersVersion();
+    metersFound_ = true;
+}
+
 void NativeGraphHelper::tick() {
     if (!events_) return;
     int32_t left = 0, right = 0;
-    if (auto native = std::dynamic_pointer_cast<NativeGraph>(graph_)) {
+    if (native_) {
+        if (!metersFound_ || metersVersion_ != native_->filtersVersion()) findMeters(*native_);
         // The meters show what the device plays (the renderer's peaks, read by how far it has
         // played), not what the decoder queued ahead of it; a graph without a renderer yet
-        // meters at its sample grabber.
-        SampleGrabberFilter* grabber = nullptr;
-        AudioRenderer* renderer = nullptr;
-        for (auto& f : native->nativeFilters()) {
-            if (auto* r = f->asRenderer(); r && !renderer) renderer = r;
-            if (auto* g = dynamic_cast<SampleGrabberFilter*>(f.get()); g && !grabber && g->fed())
-                grabber = g;
+        // meters at its first fed sample grabber.
+        if (renderer_ && renderer_->inputConnected()) {
+            renderer_->takePeaks(left, right);
+        } else {
+            for (auto* g : grabbers_)
+                if (g->fed()) {
+                    g->takePeaks(left, right);
+                    break;
+                }
         }
-        if (renderer && renderer->inputConnected())
-            renderer->takePeaks(left, right);
-        else if (grabber)
-            grabber->takePeaks(left, right);
     }
     events_->threadEvent(left, right);
 }
@@ -82,6 +92,10 @@ void NativeGraphHelper::setCurrentGraph(const platform::GraphPtr& graph) {
     observer_ = stateObserver_ = 0;
     graph_ = graph;
     auto native = std::dynamic_pointer_cast<NativeGraph>(graph_);
+    native_ = native.get();
+    metersFound_ = false;
+    renderer_ = nullptr;
+    grabbers_.clear();
     if (kind_ == platform::GraphHelperKind::Helper)
         ticking(native && native->state() == platform::GraphState::Running);
     if (!native) return;

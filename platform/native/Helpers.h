@@ -13,8 +13,12 @@
 #include <atomic>
 #include <memory>
 #include <thread>
+#include <vector>
 
 namespace corvid::native {
+
+class AudioRenderer;
+class SampleGrabberFilter;
 
 class NativeGraphHelper final : public platform::GraphHelper {
 public:
@@ -42,6 +46,9 @@ public:
 private:
     struct Shared;
     void tick();
+    // Control thread: the graph's renderer and sample grabbers, found again only when its
+    // filters change (not on every tick).
+    void findMeters(NativeGraph& graph);
     // Control thread: on the clock or off it.
     void ticking(bool on);
     // Control thread: a `CueHelper` ticks while a scan is under way, for the give-up.
@@ -53,6 +60,11 @@ private:
     std::shared_ptr<platform::EventLoop> loop_;
     platform::GraphHelperEvents* events_ = nullptr;
     platform::GraphPtr graph_;
+    NativeGraph* native_ = nullptr; // graph_ when it is a native graph
+    uint64_t metersVersion_ = 0;    // native_'s filtersVersion() when the meters were found
+    bool metersFound_ = false;
+    AudioRenderer* renderer_ = nullptr;
+    std::vector<SampleGrabberFilter*> grabbers_;
     int observer_ = 0;
     int stateObserver_ = 0;
     std::shared_ptr<Shared> shared_;

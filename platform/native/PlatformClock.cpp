@@ -59,8 +59,23 @@ int PlatformClock::expire() {
     // Periods slept through are lost, never caught up in a burst.
     missed_ += periods - 1;
     // A tick may subscribe, unsubscribe or pump the loop again: it runs over a copy, and a
-    // subscriber that went meanwhile is skipped.
-    const auto ticking = subscribers_;
+    // subscriber that went meanwhile is skipped. The outermost expiry reuses one copy's
+    // storage, so a steady tick allocates nothing.
+    std::vector<std::shared_ptr<Subscriber>> nested;
+    auto& ticking = expiring_ ? nested : spare_;
+    ticking.assign(subscribers_.begin(), subscribers_.end());
+    // Ends the expiry however it ends: the copy must not keep a gone subscriber (and what its
+    // tick holds) alive.
+    struct Expiring {
+        bool& flag;
+        const bool outermost;
+        std::vector<std::shared_ptr<Subscriber>>& copy;
+        ~Expiring() {
+            copy.clear();
+            if (outermost) flag = false;
+        }
+    } expiring{expiring_, !expiring_, ticking};
+    expiring_ = true;
     int ran = 0;
     for (const auto& s : ticking) {
         if (!s->live) continue;

@@ -49,6 +49,8 @@ private:
     std::vector<std::shared_ptr<Subscriber>> subscribers_;
     int nextId_ = 1;
     uint64_t missed_ = 0;
+    std::vector<std::shared_ptr<Subscriber>> spare_; // the outermost expiry's copy
+    bool expiring_ = false;
 };
 
 } // namespace corvid::native

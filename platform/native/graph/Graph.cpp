@@ -76,6 +76,7 @@ Status NativeGraph::addFilter(const platform::FilterPtr& filter, const std::stri
     native->name_ = uniqueName(name.empty() ? native->name_ : name);
     native->graph_ = this;
     filters_.push_back(native);
+    ++filtersVersion_;
     return Status::success();
 }
 
@@ -89,6 +90,7 @@ Status NativeGraph::removeFilter(const platform::FilterPtr& filter) {
         if (pin->peer()) disconnectPin(*pin);
     native->graph_ = nullptr;
     filters_.erase(std::find(filters_.begin(), filters_.end(), native));
+    ++filtersVersion_;
     return Status::success();
 }
 

@@ -204,6 +204,9 @@ public:
 
     // Control thread.
     const std::vector<NativeFilterPtr>& nativeFilters() const { return filters_; }
+    // Control thread: changes whenever a filter joins or leaves, so that what is looked up
+    // among the filters can be kept until then.
+    uint64_t filtersVersion() const { return filtersVersion_; }
     const std::shared_ptr<platform::EventLoop>& loop() const { return context_.loop; }
 
 private:
@@ -242,6 +245,7 @@ private:
     GraphContext context_;
     platform::GraphState state_ = platform::GraphState::Stopped;
     std::vector<NativeFilterPtr> filters_;
+    uint64_t filtersVersion_ = 0;
     std::atomic<uint64_t> generation_{1};
     std::vector<std::unique_ptr<HeadRunner>> runners_;
     double stoppedPosition_ = 0;
