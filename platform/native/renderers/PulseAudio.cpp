@@ -31,6 +31,9 @@ constexpr int kTargetLatencyMs = 1000;
 // What the server waits for before it starts (or starts again after running dry): the first
 // sample is heard as soon as this much is there.
 constexpr int kPrebufferMs = 10;
+// How much the server lets drain before it asks for more: a quarter of what it holds, so that
+// the sound-server thread wakes a few times a second, not at each of the sink's periods.
+constexpr int kRequestMs = kTargetLatencyMs / 4;
 
 struct SinkQuery {
     PulseConnection* connection;
@@ -135,7 +138,7 @@ protected:
         attr.maxlength = uint32_t(-1);
         attr.tlength = uint32_t(pa_usec_to_bytes(pa_usec_t(kTargetLatencyMs) * 1000, &sampleSpec));
         attr.prebuf = uint32_t(pa_usec_to_bytes(pa_usec_t(kPrebufferMs) * 1000, &sampleSpec));
-        attr.minreq = uint32_t(-1);
+        attr.minreq = uint32_t(pa_usec_to_bytes(pa_usec_t(kRequestMs) * 1000, &sampleSpec));
         attr.fragsize = uint32_t(-1);
         // A device the operator named is not swapped for another behind their back: when it
         // goes, the stream fails and the graph reports the loss. A paused graph opens corked:
