@@ -7,8 +7,6 @@
 namespace corvid::native {
 
 namespace {
-// Between decoder and device; the device's own buffer rides out scheduling delays.
-constexpr double kRingSeconds = 0.25;
 // A full ring wakes its producer when this share of it is free again, not at every sample:
 // half, so that it refills in a few large steps.
 constexpr size_t kRefillDivisor = 2;
@@ -50,7 +48,7 @@ Status AudioRenderer::activate() {
     if (!inputConnected()) return Status::success();
     if (pair_ >= 0) streamChannels_ = std::max(deviceChannels_, 2 * pair_ + 2);
     else streamChannels_ = input_.channels;
-    ring_.reset(size_t(input_.rate * kRingSeconds) * size_t(streamChannels_));
+    ring_.reset(size_t(input_.rate * ringSeconds()) * size_t(streamChannels_));
     peaks_.reset(size_t(input_.rate * kPeakSliceSeconds) * size_t(streamChannels_));
     heardAt_.store(0);
     mediaFrames_.store(0);

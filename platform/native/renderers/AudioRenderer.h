@@ -67,6 +67,10 @@ protected:
     // Stream thread: the item's last sample is in the ring.
     virtual void endQueued() {}
 
+    // How much the ring between the streaming thread and the device holds. A sound card's
+    // own buffer rides out scheduling delays, so its ring stays short: what it holds is
+    // already decoded at the old rate when the rate changes.
+    virtual double ringSeconds() const { return 0.25; }
     // Device thread: copies up to `frames` frames of streamChannels() floats from the ring;
     // returns how many; never blocks. `flushed` tells that queued audio became stale (a seek):
     // what the device itself still holds should go too.

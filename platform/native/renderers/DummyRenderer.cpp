@@ -21,9 +21,11 @@ namespace corvid::native {
 
 namespace {
 
-// The most the silent device holds ahead of its clock: a quarter of a second, so that it
-// wakes four times a second while it plays; the ring behind it holds at least as much.
-constexpr double kPeriodSeconds = 0.25;
+// The most the silent device holds ahead of its clock: a second, so that it wakes once a
+// second while it plays, and its ring holds as much, so that the streaming thread refills it
+// once a second too. On a virtual machine each wake-up of a thread costs tens of
+// microseconds, more than decoding a second of most files.
+constexpr double kPeriodSeconds = 1.0;
 
 class DummyRenderer final : public AudioRenderer {
 public:
@@ -46,6 +48,7 @@ protected:
         if (device_.joinable()) device_.join();
     }
 
+    double ringSeconds() const override { return kPeriodSeconds; }
     void applyPaused(bool) override { wake_.notify(); }
     void applyRate(double) override { wake_.notify(); }
 
