@@ -19,18 +19,39 @@ void raiseTo(std::atomic<int32_t>& slot, int32_t value) {
 } // namespace
 
 void raisePeaks(const float* samples, int frames, int ch, float peak[2]) {
-    float l = peak[0], r = peak[1];
-    if (ch == 1) {
-        for (int f = 0; f < frames; ++f) l = std::max(l, std::fabs(samples[f]));
-        r = l;
-    } else {
-        for (int f = 0; f < frames; ++f) {
-            l = std::max(l, std::fabs(samples[size_t(f) * ch]));
-            r = std::max(r, std::fabs(samples[size_t(f) * ch + 1]));
+    // Eight running maxima over eight consecutive samples, so that the compiler keeps them in
+    // vector registers: this runs on every sample the streaming thread moves.
+    float acc[8];
+    int f = 0;
+    if (ch <= 2) {
+        const float first = peak[0];
+        const float second = ch == 1 ? first : peak[1];
+        for (int k = 0; k < 8; ++k) acc[k] = k % 2 == 0 ? first : second;
+        const int perBlock = 8 / ch;
+        for (; f + perBlock <= frames; f += perBlock) {
+            const float* block = samples + size_t(f) * size_t(ch);
+            for (int k = 0; k < 8; ++k) {
+                const float v = std::fabs(block[k]);
+                acc[k] = acc[k] > v ? acc[k] : v;
+            }
         }
+    } else {
+        for (int k = 0; k < 8; ++k) acc[k] = peak[k % 2];
     }
-    peak[0] = l;
-    peak[1] = r;
+    // The rest, and every frame of a layout with more than two channels.
+    for (; f < frames; ++f) {
+        const float* frame = samples + size_t(f) * size_t(ch);
+        acc[0] = std::max(acc[0], std::fabs(frame[0]));
+        acc[1] = std::max(acc[1], std::fabs(frame[ch > 1 ? 1 : 0]));
+    }
+    const float even = std::max({acc[0], acc[2], acc[4], acc[6]});
+    const float odd = std::max({acc[1], acc[3], acc[5], acc[7]});
+    if (ch == 1) {
+        peak[0] = peak[1] = std::max(even, odd);
+    } else {
+        peak[0] = even;
+        peak[1] = odd;
+    }
 }
 
 int32_t peakToScale(float peak) { return int32_t(std::lrint(std::min(peak, 1.0f) * 32768.0f)); }
@@ -74,7 +95,7 @@ std::vector<MediaType> SampleGrabberFilter::outputTypes(NativePin&, NativePin*) 
 }
 
 void SampleGrabberFilter::receive(NativePin&, Buffer& buffer) {
-    peaks_.see(buffer);
+    if (metering_.load(std::memory_order_relaxed)) peaks_.see(buffer);
     deliverAll(buffer);
 }
 

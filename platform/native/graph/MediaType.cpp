@@ -71,13 +71,22 @@ void toFloat(const PcmFormat& format, const uint8_t* s, int frames, float* d) {
     case SampleFormat::U8:
         for (int i = 0; i < n; ++i) d[i] = (int(s[i]) - 128) / 128.0f;
         break;
-    case SampleFormat::S16:
-        for (int i = 0; i < n; ++i) {
+    case SampleFormat::S16: {
+        // Eight at a time, so that the compiler converts them in vector registers: the most
+        // common layout, on every sample the streaming thread moves.
+        int i = 0;
+        for (; i + 8 <= n; i += 8) {
+            int16_t v[8];
+            std::memcpy(v, s + 2 * i, sizeof v);
+            for (int k = 0; k < 8; ++k) d[i + k] = float(v[k]) * (1.0f / 32768.0f);
+        }
+        for (; i < n; ++i) {
             int16_t v;
             std::memcpy(&v, s + 2 * i, 2);
-            d[i] = v / 32768.0f;
+            d[i] = float(v) * (1.0f / 32768.0f);
         }
         break;
+    }
     case SampleFormat::S24:
         for (int i = 0; i < n; ++i) {
             const uint8_t* p = s + 3 * i;
