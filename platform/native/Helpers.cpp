@@ -61,6 +61,7 @@ void NativeGraphHelper::findMeters(NativeGraph& graph) {
     }
     metersVersion_ = graph.filtersVersion();
     metersFound_ = true;
+    grabbersMeter_.reset();
 }
 
 void NativeGraphHelper::tick() {
@@ -71,7 +72,12 @@ void NativeGraphHelper::tick() {
         // The meters show what the device plays (the renderer's peaks, read by how far it has
         // played), not what the decoder queued ahead of it; a graph without a renderer yet
         // meters at its first fed sample grabber.
-        if (renderer_ && renderer_->inputConnected()) {
+        const bool atRenderer = renderer_ && renderer_->inputConnected();
+        if (grabbersMeter_ != !atRenderer) {
+            grabbersMeter_ = !atRenderer;
+            for (auto* g : grabbers_) g->setMetering(!atRenderer);
+        }
+        if (atRenderer) {
             renderer_->takePeaks(left, right);
         } else {
             for (auto* g : grabbers_)

@@ -12,6 +12,7 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -65,6 +66,9 @@ private:
     bool metersFound_ = false;
     AudioRenderer* renderer_ = nullptr;
     std::vector<SampleGrabberFilter*> grabbers_;
+    // Whether the grabbers were last told to measure (they are while the renderer cannot
+    // meter); unknown after the meters were looked for again.
+    std::optional<bool> grabbersMeter_;
     int observer_ = 0;
     int stateObserver_ = 0;
     std::shared_ptr<Shared> shared_;

@@ -54,9 +54,13 @@ public:
     void takePeaks(int32_t& left, int32_t& right) { peaks_.take(left, right); }
     // Whether audio can reach it at all (its input is connected).
     bool fed();
+    // Control thread: whether anyone reads its peaks. A graph that plays to a renderer meters
+    // at the renderer, and the grabbers in front of it need not measure every sample.
+    void setMetering(bool on) { metering_.store(on, std::memory_order_relaxed); }
 
 private:
     PeakKeeper peaks_;
+    std::atomic<bool> metering_{true};
 };
 
 // The loudest magnitude of the first two channels of interleaved float samples, raised into

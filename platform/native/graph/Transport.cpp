@@ -40,8 +40,12 @@ Status NativeGraph::duration(double& seconds) {
 Status NativeGraph::currentPosition(double& seconds) {
     seconds = stoppedPosition_;
     if (state_ == GraphState::Stopped) return Status::success();
-    auto renderers = activeRenderers();
-    if (!renderers.empty()) seconds = renderers.front()->position();
+    // Read on every helper tick: the first connected renderer, without making a list.
+    for (auto& f : filters_)
+        if (auto* r = f->asRenderer(); r && r->inputConnected()) {
+            seconds = r->position();
+            break;
+        }
     return Status::success();
 }
 
