@@ -15,6 +15,8 @@
 
 #include <pulse/pulseaudio.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <string>
 #include <sys/eventfd.h>
@@ -158,6 +160,7 @@ protected:
                        kConnectTimeoutMs);
         if (!ok) return failOpen(lock, "The sound device " + name() + " cannot be opened.");
         corked_ = true;
+        sent_.flushed(true);
         lostReported_.store(false);
         underruns_.store(0);
         reportedUnderruns_ = 0;
@@ -253,6 +256,7 @@ private:
     void cork(bool corked) {
         if (corked == corked_) return;
         corked_ = corked;
+        sent_.cork(corked);
         if (pa_operation* op = pa_stream_cork(stream_, corked ? 1 : 0, nullptr, nullptr)) pa_operation_unref(op);
     }
 
@@ -277,12 +281,14 @@ private:
                 flushedAny = true;
                 // What the server still holds of the old position goes too.
                 if (pa_operation* op = pa_stream_flush(stream_, nullptr, nullptr)) pa_operation_unref(op);
+                sent_.flushed(corked_);
             }
             if (frames == 0) {
                 pa_stream_cancel_write(stream_);
                 break;
             }
             pa_stream_write(stream_, data, frames * frameBytes_, nullptr, 0, PA_SEEK_RELATIVE);
+            sent_.frames += double(frames);
             wanted -= frames * frameBytes_;
             if (frames * frameBytes_ < size) break;
         }
@@ -296,8 +302,10 @@ private:
         }
         pa_usec_t latency = 0;
         int negative = 0;
-        if (pa_stream_get_latency(stream_, &latency, &negative) == 0)
-            setDeviceLatency(negative ? 0.0 : double(latency) / 1e6);
+        if (pa_stream_get_latency(stream_, &latency, &negative) != 0 || negative) latency = 0;
+        // Just after a start or a seek the server's timing is not known yet and reads 0, as
+        // if all that was sent had played; the meters would show it at once and then nothing.
+        setDeviceLatency(std::max(double(latency) / 1e6, sent_.unplayed(double(rate_) * rateFactor())));
     }
 
     static void onWrite(pa_stream*, size_t, void* user) { static_cast<PulseRenderer*>(user)->fill(); }
@@ -358,6 +366,29 @@ private:
     size_t frameBytes_ = 8;
     int rate_ = 0;
     bool corked_ = true; // with the lock held
+    // What was sent to the server since the stream opened or was flushed, against the time it
+    // has played since: the server holds at least the difference. With the lock held.
+    struct Sent {
+        double frames = 0;
+        double playedSeconds = 0; // before the last uncork
+        std::chrono::steady_clock::time_point since{};
+        bool playing = false;
+        void cork(bool corked) {
+            const auto now = std::chrono::steady_clock::now();
+            if (playing) playedSeconds += std::chrono::duration<double>(now - since).count();
+            playing = !corked;
+            since = now;
+        }
+        void flushed(bool corked) {
+            *this = Sent{};
+            cork(corked);
+        }
+        double unplayed(double framesPerSecond) const {
+            double played = playedSeconds;
+            if (playing) played += std::chrono::duration<double>(std::chrono::steady_clock::now() - since).count();
+            return framesPerSecond > 0 ? std::max(0.0, frames / framesPerSecond - played) : 0.0;
+        }
+    } sent_;
     bool drainAsked_ = false;
     pa_operation* drain_ = nullptr;
     std::atomic<int> underruns_{0}; // counted on the loop thread
