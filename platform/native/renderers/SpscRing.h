@@ -4,10 +4,12 @@
 // honours flush requests: the producer names the write index up to which everything queued
 // is stale, and the consumer skips to it on its next read.
 
+#include <algorithm>
 #include <atomic>
 #include <cassert>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <thread>
 
@@ -43,8 +45,8 @@ public:
     }
     void write(const float* source, size_t count) {
         checkProducer();
-        uint64_t w = write_.load(std::memory_order_relaxed);
-        for (size_t i = 0; i < count; ++i) data_[(w + i) & (capacity_ - 1)] = source[i];
+        const uint64_t w = write_.load(std::memory_order_relaxed);
+        copyIn(source, w, count);
         write_.store(w + count, std::memory_order_release);
     }
     // Everything written so far is stale.
@@ -70,8 +72,8 @@ public:
     }
     void read(float* destination, size_t count) {
         checkConsumer();
-        uint64_t r = read_.load(std::memory_order_relaxed);
-        for (size_t i = 0; i < count; ++i) destination[i] = data_[(r + i) & (capacity_ - 1)];
+        const uint64_t r = read_.load(std::memory_order_relaxed);
+        copyOut(destination, r, count);
         read_.store(r + count, std::memory_order_release);
     }
     // Drops `count` samples unread (a device that plays nothing).
@@ -89,6 +91,20 @@ public:
     }
 
 private:
+    // `count` samples into or out of the ring at index `at`, in at most two copies (the
+    // second when the run wraps round the end).
+    void copyIn(const float* source, uint64_t at, size_t count) {
+        const size_t offset = size_t(at & (capacity_ - 1));
+        const size_t first = std::min(count, capacity_ - offset);
+        std::memcpy(data_.get() + offset, source, first * sizeof(float));
+        std::memcpy(data_.get(), source + first, (count - first) * sizeof(float));
+    }
+    void copyOut(float* destination, uint64_t at, size_t count) const {
+        const size_t offset = size_t(at & (capacity_ - 1));
+        const size_t first = std::min(count, capacity_ - offset);
+        std::memcpy(destination, data_.get() + offset, first * sizeof(float));
+        std::memcpy(destination + first, data_.get(), (count - first) * sizeof(float));
+    }
 #ifndef NDEBUG
     // Each side must stay on one thread for the life of a session (until reset).
     void checkProducer() const { check(producer_); }
