@@ -20,8 +20,13 @@ public:
     // Stream thread: `frames` frames of interleaved float `samples` (`channels` each) that
     // take the ring's samples from `start`, at `ringPerFrame` ring samples a frame.
     void see(const float* samples, int frames, int channels, uint64_t start, size_t ringPerFrame);
-    // Stream thread: what was queued up to ring sample `end` went stale (a seek).
-    void flushed(uint64_t end) { stale_.store(end, std::memory_order_release); }
+    // Stream thread: what was queued up to ring sample `end` went stale (a seek), the slice
+    // being filled included: what follows starts a slice of its own.
+    void flushed(uint64_t end) {
+        stale_.store(end, std::memory_order_release);
+        open_[0] = open_[1] = 0;
+        openSamples_ = 0;
+    }
     // Control thread: the highest peaks (16-bit scale) of the slices heard since the last
     // call, that is those that end at or before ring sample `heard`.
     void take(uint64_t heard, int32_t& left, int32_t& right);
