@@ -131,8 +131,10 @@ private:
         DBusMessage* reply = dbus_connection_send_with_reply_and_block(bus_, call, kTimeoutMs, &error);
         dbus_message_unref(call);
         if (reply) return reply;
-        why = std::string("rtkit: ") + (error.message ? error.message : "no answer");
-        const bool hopeless = dbus_error_has_name(&error, DBUS_ERROR_NO_REPLY) ||
+        const bool late = dbus_error_has_name(&error, DBUS_ERROR_NO_REPLY);
+        why = "rtkit: " + (late ? "no answer within " + std::to_string(kTimeoutMs) + " ms"
+                                : std::string(error.message ? error.message : "refused"));
+        const bool hopeless = late ||
                               dbus_error_has_name(&error, DBUS_ERROR_SERVICE_UNKNOWN) ||
                               dbus_error_has_name(&error, DBUS_ERROR_DISCONNECTED) ||
                               !dbus_connection_get_is_connected(bus_);
@@ -199,9 +201,10 @@ RealtimeGrant requestRealtime() {
     return grant;
 }
 
-bool firstRealtimeNote() {
-    static std::atomic<bool> said{false};
-    return !said.exchange(true);
+bool realtimeNoteIsNew(const RealtimeGrant& grant) {
+    static std::atomic<bool> saidGranted{false};
+    static std::atomic<bool> saidRefused{false};
+    return !(grant.granted ? saidGranted : saidRefused).exchange(true);
 }
 
 } // namespace corvid::native

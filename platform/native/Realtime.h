@@ -17,7 +17,8 @@ struct RealtimeGrant {
 // thread's start, never on the device callback: the bus round trip is bounded but not free.
 RealtimeGrant requestRealtime();
 
-// True for the first caller in the process only: how the feeding threads run is said once.
-bool firstRealtimeNote();
+// True the first time in the process that a grant, or a refusal, is seen: each is said once,
+// so a process granted at its start still hears when rtkit's rate limit later refuses.
+bool realtimeNoteIsNew(const RealtimeGrant& grant);
 
 } // namespace corvid::native

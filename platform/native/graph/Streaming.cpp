@@ -50,7 +50,7 @@ void NativeGraph::headLoop(HeadRunner& runner) {
     pthread_setname_np(pthread_self(), "corvid-stream");
     // This thread refills the device: it must not wait behind other work.
     const RealtimeGrant grant = requestRealtime();
-    if (firstRealtimeNote()) postReport(grant.note);
+    if (realtimeNoteIsNew(grant)) postReport(grant.note);
     uint64_t generation = this->generation();
     bool ended = false;
     for (;;) {
