@@ -51,7 +51,7 @@ public:
             why = failure_;
             return false;
         }
-        priority = std::min(kWantedPriority, maxPriority_);
+        priority = maxPriority_;
         const dbus_uint64_t thread = dbus_uint64_t(gettid());
         const dbus_uint32_t wanted = dbus_uint32_t(priority);
         DBusMessage* call = newCall(kService, "MakeThreadRealtime");
