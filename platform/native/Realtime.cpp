@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -88,7 +89,15 @@ private:
             return;
         }
         dbus_connection_set_exit_on_disconnect(bus_, FALSE);
-        // The bus's own greeting, sent by hand: the library's would wait 25 s for a stuck bus.
+        // The handshake and the bus's greeting are ours to time: the library's own waits
+        // (15 s and more for a socket that never answers) ignore a call's time limit.
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kTimeoutMs);
+        while (!dbus_connection_get_is_authenticated(bus_) && dbus_connection_get_is_connected(bus_)) {
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                deadline - std::chrono::steady_clock::now()).count();
+            if (left <= 0) return giveUp("rtkit: no system bus answered within " + std::to_string(kTimeoutMs) + " ms");
+            dbus_connection_read_write(bus_, int(left));
+        }
         std::string why;
         DBusMessage* hello = dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS,
                                                           DBUS_INTERFACE_DBUS, "Hello");
