@@ -95,7 +95,8 @@ private:
         while (!dbus_connection_get_is_authenticated(bus_) && dbus_connection_get_is_connected(bus_)) {
             const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
                 deadline - std::chrono::steady_clock::now()).count();
-            if (left <= 0) return giveUp("rtkit: no system bus answered within " + std::to_string(kTimeoutMs) + " ms");
+            if (left <= 0)
+                return giveUp("rtkit: no system bus answered within " + std::to_string(kTimeoutMs) + " ms");
             dbus_connection_read_write(bus_, int(left));
         }
         std::string why;
@@ -114,7 +115,8 @@ private:
         // RTTimeUSecMax of CPU without a blocking call; ours block on the ring long before.
         rlimit limit{};
         getrlimit(RLIMIT_RTTIME, &limit);
-        if (limit.rlim_max == RLIM_INFINITY || limit.rlim_max > rlim_t(rttime)) limit.rlim_max = rlim_t(rttime);
+        if (limit.rlim_max == RLIM_INFINITY || limit.rlim_max > rlim_t(rttime))
+            limit.rlim_max = rlim_t(rttime);
         limit.rlim_cur = limit.rlim_max;
         if (setrlimit(RLIMIT_RTTIME, &limit) != 0)
             return giveUp(std::string("rtkit: RLIMIT_RTTIME cannot be set: ") + std::strerror(errno));
@@ -167,11 +169,12 @@ private:
         bool read = false;
         if (dbus_message_iter_init(reply, &it) && dbus_message_iter_get_arg_type(&it) == DBUS_TYPE_VARIANT) {
             dbus_message_iter_recurse(&it, &variant);
-            DBusBasicValue v{};
-            switch (dbus_message_iter_get_arg_type(&variant)) {
-            case DBUS_TYPE_INT32: dbus_message_iter_get_basic(&variant, &v); value = v.i32; read = true; break;
-            case DBUS_TYPE_INT64: dbus_message_iter_get_basic(&variant, &v); value = v.i64; read = true; break;
-            default: break;
+            const int type = dbus_message_iter_get_arg_type(&variant);
+            if (type == DBUS_TYPE_INT32 || type == DBUS_TYPE_INT64) {
+                DBusBasicValue v{};
+                dbus_message_iter_get_basic(&variant, &v);
+                value = type == DBUS_TYPE_INT32 ? v.i32 : v.i64;
+                read = true;
             }
         }
         dbus_message_unref(reply);
