@@ -32,6 +32,12 @@ install(DIRECTORY include/corvid DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
 set(CORVID_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/Corvid)
 install(EXPORT CorvidTargets NAMESPACE Corvid:: DESTINATION ${CORVID_CMAKE_DIR})
+# A static runtime that asks rtkit brings libdbus-1 with it.
+if(DBUS_FOUND)
+  set(CORVID_WITH_DBUS ON)
+else()
+  set(CORVID_WITH_DBUS OFF)
+endif()
 configure_package_config_file(cmake/CorvidConfig.cmake.in
   ${CMAKE_CURRENT_BINARY_DIR}/CorvidConfig.cmake INSTALL_DESTINATION ${CORVID_CMAKE_DIR})
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/CorvidConfigVersion.cmake
@@ -43,6 +49,9 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/CorvidConfig.cmake
 set(CORVID_PC_LIBS_PRIVATE "-pthread")
 set(CORVID_PC_NATIVE_REQUIRES_PRIVATE
   "libavformat libavcodec libavutil libswresample libpulse soundtouch taglib openssl")
+if(CORVID_WITH_DBUS)
+  string(APPEND CORVID_PC_NATIVE_REQUIRES_PRIVATE " dbus-1")
+endif()
 foreach(pc corvid corvid-sim corvid-native)
   if(pc STREQUAL corvid-native AND NOT CORVID_NATIVE)
     continue()

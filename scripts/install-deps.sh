@@ -7,7 +7,7 @@ packages=(
   build-essential cmake ninja-build pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
   libavformat-dev libavcodec-dev libavutil-dev libswresample-dev
-  libpulse-dev libsoundtouch-dev libtag1-dev libssl-dev
+  libpulse-dev libsoundtouch-dev libtag1-dev libssl-dev libdbus-1-dev
   pulseaudio pulseaudio-utils icecast2 ffmpeg sox openssl ca-certificates
   qt6-base-dev xvfb xauth libgl-dev
   pybind11-dev python3-dev python3-pytest

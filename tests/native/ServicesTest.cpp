@@ -1,16 +1,24 @@
 // The native services outside the graph that the contract suite does not share with the
 // simulation: the event loop's blocking run, the tick counter, the operator, the files' places,
-// and the silent fallback when no sound server answers.
+// the silent fallback when no sound server answers, and real-time scheduling without a grant.
 
 #include "NativeTestSupport.h"
 
 #include "platform/native/NativeCatalogue.h"
+#include "platform/native/Realtime.h"
 
+#include <csignal>
+#include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 
 #include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace corvid::native::test {
@@ -118,6 +126,35 @@ TEST(NativeServicesTest, WithoutASoundServerTheDefaultDeviceIsTheSilentOneSaidOn
         EXPECT_TRUE(pumpUntil(platform, [&] { return ends > 0; }, 5000));
     }
     ::setenv("PULSE_SERVER", saved.c_str(), 1);
+}
+
+// A system bus that takes the connection and never answers: an unprivileged child without
+// RLIMIT_RTPRIO asks twice, is refused, and is not held up by the bus library's own waits.
+TEST(NativeServicesTest, RealtimeFromABusThatNeverAnswersIsRefusedWithoutHanging) {
+    const std::string name = "corvid-mute-bus-" + std::to_string(::getpid());
+    const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path + 1, name.data(), name.size()); // abstract: no file rights
+    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address),
+                     socklen_t(offsetof(sockaddr_un, sun_path) + 1 + name.size())), 0);
+    ASSERT_EQ(::listen(listener, 4), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const rlimit none{0, 0};
+        ::setrlimit(RLIMIT_RTPRIO, &none);
+        if (::geteuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) ::_exit(2);
+        ::setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:abstract=" + name).c_str(), 1);
+        const bool granted = requestRealtime().granted || requestRealtime().granted;
+        ::_exit(granted ? 1 : 0);
+    }
+    int status = 0;
+    pid_t done = 0;
+    for (int i = 0; i < 100 && (done = ::waitpid(child, &status, WNOHANG)) == 0; ++i) ::usleep(50000);
+    if (done == 0) ::kill(child, SIGKILL), ::waitpid(child, &status, 0);
+    ::close(listener);
+    EXPECT_NE(done, 0) << "the thread's start waited on the bus for 5 s and more";
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 }
 
 } // namespace

@@ -48,7 +48,9 @@ Status NativeGraph::startStreaming(GraphState target) {
 
 void NativeGraph::headLoop(HeadRunner& runner) {
     pthread_setname_np(pthread_self(), "corvid-stream");
-    requestRealtime(); // this thread refills the device: it must not wait behind other work
+    // This thread refills the device: it must not wait behind other work.
+    const RealtimeGrant grant = requestRealtime();
+    if (realtimeNoteIsNew(grant)) postReport(grant.note);
     uint64_t generation = this->generation();
     bool ended = false;
     for (;;) {
