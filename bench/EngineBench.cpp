@@ -5,7 +5,7 @@
 //   start WAV SINK      Play to the first loud sample at SINK's monitor, against a bare
 //                       libpulse stream that starts writing the same tone at once;
 //   idle WAV            100 loaded, stopped players (threads, CPU, context switches per
-//                       second), then 16 of them playing (ticks missed, worst tick gap,
+//                       second), the same paused after playing, then 16 of them playing (ticks missed, worst tick gap,
 //                       memory per player);
 //   gaps RAW            the dropouts in a recording (float32 stereo, 48 kHz) of a steady tone.
 // bench/engine.sh makes the media, starts a private sound server with null sinks and runs all
@@ -443,6 +443,22 @@ int idleCommand(int argc, char** argv) {
                 "%.1f context switches/s, %.2f MB per player\n",
                 window, threadCount(), baseThreads, (after.cpu - before.cpu) / elapsed * 100,
                 double(after.switches - before.switches) / elapsed, (loadedMb - baseMb) / 100);
+
+    // Paused after playing: the rings full, the devices held, and still no thread of their own.
+    for (auto& p : players) p->Play();
+    pump(*platform, 0.5, [] { return false; });
+    for (auto& p : players) p->Pause();
+    pump(*platform, 1, [] { return false; });
+    before = Usage::now();
+    started = Clock::now();
+    pump(*platform, window, [] { return false; });
+    after = Usage::now();
+    elapsed = seconds(Clock::now() - started);
+    std::printf("100 players paused after playing over %.0f s: threads %d (the platform alone: %d), CPU %.2f %% of a "
+                "core, %.1f context switches/s\n",
+                window, threadCount(), baseThreads, (after.cpu - before.cpu) / elapsed * 100,
+                double(after.switches - before.switches) / elapsed);
+    for (auto& p : players) p->StopPlaying();
 
     for (int i = 0; i < 16; ++i) players[size_t(i)]->Play();
     pump(*platform, 0.5, [] { return false; });

@@ -353,7 +353,7 @@ TEST_P(GraphContract, FiltersLeaveAndReturnAndAGraphDroppedWhilePlayingSaysNothi
     EXPECT_EQ(ends, 0) << "a graph that is gone reports nothing";
 }
 
-TEST_P(GraphContract, TheEndComesOnceAndAgainAfterASeekBackAndVolumeAndRateKeepTheirRange) {
+TEST_P(GraphContract, TheEndWaitsOutAPauseComesOnceAndAgainAfterASeekBackAndVolumeAndRateKeepTheirRange) {
     ASSERT_TRUE(out(source("File Source (Async.)", "wav"))->connect(in(add(kDefaultDevice))));
     ASSERT_TRUE(graph->setVolume(-600));
     int32_t volume = 0;
@@ -362,6 +362,10 @@ TEST_P(GraphContract, TheEndComesOnceAndAgainAfterASeekBackAndVolumeAndRateKeepT
     EXPECT_FALSE(graph->setVolume(1) || graph->setVolume(-10001) || graph->setRate(0));
     EXPECT_EQ(position(), 0.0) << "nothing moves before the run";
     ASSERT_TRUE(graph->setCurrentPosition(kSeconds - 0.3));
+    ASSERT_TRUE(graph->run());
+    machine->runUntil([] { return false; }, 100);
+    ASSERT_TRUE(graph->pause()); // with the last samples queued: the end waits for the resume
+    EXPECT_FALSE(machine->runUntil([&] { return ends > 0; }, 500));
     ASSERT_TRUE(graph->run());
     ASSERT_TRUE(machine->runUntil([&] { return ends > 0; }, 5000));
     ASSERT_TRUE(graph->setCurrentPosition(1.8));
