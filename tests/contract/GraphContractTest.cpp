@@ -368,7 +368,11 @@ TEST_P(GraphContract, TheEndWaitsOutAPauseComesOnceAndAgainAfterASeekBackAndVolu
     EXPECT_FALSE(machine->runUntil([&] { return ends > 0; }, 500));
     ASSERT_TRUE(graph->run());
     ASSERT_TRUE(machine->runUntil([&] { return ends > 0; }, 5000));
+    ASSERT_TRUE(graph->pause());
     ASSERT_TRUE(graph->setCurrentPosition(1.8));
+    machine->runUntil([] { return false; }, 200);
+    ASSERT_TRUE(graph->run());
+    EXPECT_NEAR(position(), 1.8, 0.05) << "a seek while paused holds until the resume";
     EXPECT_TRUE(machine->runUntil([&] { return ends > 1; }, 5000)) << "the rest plays and ends again";
     ASSERT_TRUE(graph->stop());
     EXPECT_NEAR(position(), kSeconds, 0.2) << "a stop keeps the position";
