@@ -6,7 +6,8 @@
 #include <algorithm>
 #include <pthread.h>
 
-// Streaming threads: one per stream head, from the start of the streaming to its stop.
+// Streaming threads: one per stream head, while it has audio to move (from a start, resume or
+// seek until its stream has ended and been heard, or, paused, until a ring is full).
 
 namespace corvid::native {
 
