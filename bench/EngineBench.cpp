@@ -3,9 +3,10 @@
 //                       against decoding the same file with libavcodec in this process (and,
 //                       for the sink, plus a bare libpulse stream of the same PCM);
 //   start WAV SINK      Play to the first loud sample at SINK's monitor, against a bare
-//                       libpulse stream that starts writing the same tone at once;
+//                       libpulse stream that starts writing the same tone at once; and Play
+//                       after a pause;
 //   idle WAV            100 loaded, stopped players (threads, CPU, context switches per
-//                       second), then 16 of them playing (ticks missed, worst tick gap,
+//                       second), the same paused after playing, then 16 of them playing (ticks missed, worst tick gap,
 //                       memory per player);
 //   gaps RAW            the dropouts in a recording (float32 stereo, 48 kHz) of a steady tone.
 // bench/engine.sh makes the media, starts a private sound server with null sinks and runs all
@@ -408,7 +409,7 @@ int startCommand(int argc, char** argv) {
     bareDecode(file, length, &pcm, &rate, &channels);
     FirstSound monitor(sink);
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    std::vector<double> corvid, bare;
+    std::vector<double> corvid, bare, resumed;
     auto platform = makePlatform(OutputBackend::Auto);
     std::string device;
     for (int round = 0; round < 10; ++round) {
@@ -423,6 +424,15 @@ int startCommand(int argc, char** argv) {
             player.Play();
             pump(*platform, 3, [&] { return monitor.heard(); });
             if (monitor.heard()) corvid.push_back(seconds(monitor.when() - t0) * 1000);
+            // Resumed after a pause (its streaming thread gone): the device plays its full ring.
+            pump(*platform, 0.3, [] { return false; });
+            player.Pause();
+            pump(*platform, 0.5, [] { return false; });
+            monitor.arm();
+            const auto t1 = Clock::now();
+            player.Play();
+            pump(*platform, 3, [&] { return monitor.heard(); });
+            if (monitor.heard()) resumed.push_back(seconds(monitor.when() - t1) * 1000);
             player.StopPlaying();
         }
         pump(*platform, 0.3, [] { return false; });
@@ -447,6 +457,8 @@ int startCommand(int argc, char** argv) {
                 corvid.size(), bare.size());
     std::printf("  corvid Play: %.1f ms   bare libpulse stream (60 ms target): %.1f ms   difference: %.1f ms\n",
                 median(corvid), median(bare), median(corvid) - median(bare));
+    std::printf("  corvid Play after a pause (no thread while paused): %.1f ms (median of %zu rounds)\n",
+                median(resumed), resumed.size());
     return 0;
 }
 
@@ -476,6 +488,22 @@ int idleCommand(int argc, char** argv) {
                 "%.1f context switches/s, %.2f MB per player\n",
                 window, threadCount(), baseThreads, (after.cpu - before.cpu) / elapsed * 100,
                 double(after.switches - before.switches) / elapsed, (loadedMb - baseMb) / 100);
+
+    // Paused after playing: the rings full, the devices held, and still no thread of their own.
+    for (auto& p : players) p->Play();
+    pump(*platform, 0.5, [] { return false; });
+    for (auto& p : players) p->Pause();
+    pump(*platform, 1, [] { return false; });
+    before = Usage::now();
+    started = Clock::now();
+    pump(*platform, window, [] { return false; });
+    after = Usage::now();
+    elapsed = seconds(Clock::now() - started);
+    std::printf("100 players paused after playing over %.0f s: threads %d (the platform alone: %d), CPU %.2f %% of a "
+                "core, %.1f context switches/s\n",
+                window, threadCount(), baseThreads, (after.cpu - before.cpu) / elapsed * 100,
+                double(after.switches - before.switches) / elapsed);
+    for (auto& p : players) p->StopPlaying();
 
     for (int i = 0; i < 16; ++i) players[size_t(i)]->Play();
     pump(*platform, 0.5, [] { return false; });

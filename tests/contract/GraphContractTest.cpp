@@ -353,7 +353,7 @@ TEST_P(GraphContract, FiltersLeaveAndReturnAndAGraphDroppedWhilePlayingSaysNothi
     EXPECT_EQ(ends, 0) << "a graph that is gone reports nothing";
 }
 
-TEST_P(GraphContract, TheEndComesOnceAndAgainAfterASeekBackAndVolumeAndRateKeepTheirRange) {
+TEST_P(GraphContract, TheEndWaitsOutAPauseComesOnceAndAgainAfterASeekBackAndVolumeAndRateKeepTheirRange) {
     ASSERT_TRUE(out(source("File Source (Async.)", "wav"))->connect(in(add(kDefaultDevice))));
     ASSERT_TRUE(graph->setVolume(-600));
     int32_t volume = 0;
@@ -363,8 +363,16 @@ TEST_P(GraphContract, TheEndComesOnceAndAgainAfterASeekBackAndVolumeAndRateKeepT
     EXPECT_EQ(position(), 0.0) << "nothing moves before the run";
     ASSERT_TRUE(graph->setCurrentPosition(kSeconds - 0.3));
     ASSERT_TRUE(graph->run());
+    machine->runUntil([] { return false; }, 100);
+    ASSERT_TRUE(graph->pause()); // with the last samples queued: the end waits for the resume
+    EXPECT_FALSE(machine->runUntil([&] { return ends > 0; }, 500));
+    ASSERT_TRUE(graph->run());
     ASSERT_TRUE(machine->runUntil([&] { return ends > 0; }, 5000));
+    ASSERT_TRUE(graph->pause());
     ASSERT_TRUE(graph->setCurrentPosition(1.8));
+    machine->runUntil([] { return false; }, 200);
+    ASSERT_TRUE(graph->run());
+    EXPECT_NEAR(position(), 1.8, 0.05) << "a seek while paused holds until the resume";
     EXPECT_TRUE(machine->runUntil([&] { return ends > 1; }, 5000)) << "the rest plays and ends again";
     ASSERT_TRUE(graph->stop());
     EXPECT_NEAR(position(), kSeconds, 0.2) << "a stop keeps the position";

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 #include <functional>
 #include <memory>
@@ -95,9 +96,14 @@ inline NativeOptions testOptions(bool silent = false) {
 // Pumps the loop until `done` holds or `timeoutMs` passes.
 bool pumpUntil(NativePlatform& platform, const std::function<bool()>& done, int timeoutMs);
 
-inline int threadCount() {
+// The process's threads, or those whose name starts with `prefix`.
+inline int threadCount(const std::string& prefix = {}) {
     int n = 0;
-    for ([[maybe_unused]] auto& e : std::filesystem::directory_iterator("/proc/self/task")) ++n;
+    for (auto& e : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string name;
+        if (!prefix.empty()) std::getline(std::ifstream(e.path() / "comm"), name);
+        n += name.starts_with(prefix);
+    }
     return n;
 }
 // Waits (bounded) until the process is back to `threads` threads, pumping the loop meanwhile.

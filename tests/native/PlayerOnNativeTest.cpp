@@ -134,7 +134,8 @@ TEST_F(PlayerOnNative, PauseHoldsThePositionAndASeekMovesIt) {
     pumpUntil(*platform_, [] { return false; }, 600);
     player_->Pause();
     EXPECT_EQ(player_->get_Playstate(), mpPaused);
-    pumpUntil(*platform_, [] { return false; }, 200);
+    auto threadless = [&] { return pump([] { return threadCount("corvid-stream") == 0; }, 2000); };
+    EXPECT_TRUE(threadless()) << "a paused player keeps no thread of its own";
     const double held = player_->get_GraphPosition();
     pumpUntil(*platform_, [] { return false; }, 500);
     EXPECT_NEAR(player_->get_GraphPosition(), held, 0.05) << "paused audio does not move";
@@ -143,6 +144,7 @@ TEST_F(PlayerOnNative, PauseHoldsThePositionAndASeekMovesIt) {
     double to = 1.5;
     player_->put_CurrentPosition(to);
     EXPECT_NEAR(player_->get_GraphPosition(), 1.5, 0.1);
+    EXPECT_TRUE(threadless()) << "a seek while paused refills the ring and parks again";
     const auto rest = left(playToEnd(kSinkA, 2, 5000));
     EXPECT_NEAR(rest.loudSeconds, kToneSeconds - 1.5, 0.25) << "only what follows the seek plays";
 }

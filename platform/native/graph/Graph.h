@@ -16,7 +16,6 @@
 #include "platform/native/graph/MediaType.h"
 
 #include <atomic>
-#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -210,14 +209,21 @@ public:
     const std::shared_ptr<platform::EventLoop>& loop() const { return context_.loop; }
 
 private:
-    // One stream head's streaming thread and what the control thread asks of it.
+    // One stream head's streaming thread and what the control thread asks of it. The thread
+    // lives only while the head has audio to move: it ends once its stream has ended (and been
+    // heard), and, while the graph is paused, once a renderer's ring is full; a seek, a resume
+    // or a stop starts or joins it again.
     struct HeadRunner {
         NativeFilter* filter = nullptr;
         std::thread thread;
-        std::mutex mutex;
-        std::condition_variable wake;
+        std::mutex mutex; // guards the requests and `running`
         std::optional<double> seek;
         bool stop = false;
+        bool park = false;    // paused: end once a renderer holds what does not fit
+        bool running = false; // the thread has not yet decided to end
+        // The head's thread (one at a time, so no guard): where its stream stands.
+        bool ended = false;
+        uint64_t generation = 0;
     };
 
     Status startStreaming(platform::GraphState target);
@@ -227,8 +233,13 @@ private:
     // Into Running or Paused, starting the streaming when stopped.
     Status enter(platform::GraphState target);
     void headLoop(HeadRunner& runner);
+    // Control thread: the head's thread takes up what was just asked of it, or a new one starts.
+    void startHead(HeadRunner& runner);
+    // Stream thread, under the runner's mutex: whether the head has nothing to do now.
+    bool headIdle(const HeadRunner& runner) const;
     // Every stream head seeks to `seconds` on its own thread.
     void seekStreaming(double seconds);
+    void parkStreaming(bool park);
     std::vector<AudioRenderer*> activeRenderers() const;
     void raise(platform::GraphEvent event);
     std::string uniqueName(const std::string& name) const;
@@ -248,6 +259,7 @@ private:
     uint64_t filtersVersion_ = 0;
     std::atomic<uint64_t> generation_{1};
     std::vector<std::unique_ptr<HeadRunner>> runners_;
+    std::vector<AudioRenderer*> streamRenderers_; // while streaming, for the streaming threads
     double stoppedPosition_ = 0;
     double rate_ = 1.0;
     int32_t volume_ = 0;

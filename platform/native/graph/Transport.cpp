@@ -10,14 +10,21 @@ namespace corvid::native {
 
 using platform::GraphState;
 
-// Running and paused both stream; they differ only in whether the renderers consume.
+// Running and paused both hold the filters active, the rings filled and the devices open;
+// they differ in whether the renderers consume and whether the streaming threads go on once
+// the rings are full. The streaming threads park before the renderers pause and resume after
+// them, so that no thread goes on stashing behind a paused renderer.
 Status NativeGraph::enter(GraphState target) {
     if (state_ == target) return Status::success();
+    const bool paused = target == GraphState::Paused;
     if (state_ == GraphState::Stopped) {
         Status s = startStreaming(target);
         if (!s) return s;
+    } else if (paused) {
+        parkStreaming(true);
     }
-    for (auto* r : activeRenderers()) r->setPaused(target == GraphState::Paused);
+    for (auto* r : activeRenderers()) r->setPaused(paused);
+    if (!paused) parkStreaming(false);
     setState(target);
     return Status::success();
 }

@@ -56,6 +56,8 @@ Status AudioRenderer::activate() {
     seeking_.store(false);
     endQueued_.store(false);
     drained_.store(false);
+    dropStash();
+    parkedEnd_.store(0);
     refusedGeneration_ = 0;
     Status s = openDevice(input_.rate, streamChannels_);
     if (s && rateFactor() != 1.0) applyRate(rateFactor());
@@ -65,6 +67,8 @@ Status AudioRenderer::activate() {
 void AudioRenderer::deactivate() {
     if (streamChannels_ == 0) return;
     closeDevice();
+    dropStash();
+    parkedEnd_.store(0);
     basePosition_.store(position());
     mediaFrames_.store(0);
     streamChannels_ = 0;
@@ -111,21 +115,31 @@ void AudioRenderer::receive(NativePin&, Buffer& buffer) {
     if (buffer.format != input_) return refuse(buffer);
     toDeviceLayout(buffer);
     speed_.store(buffer.speed, std::memory_order_release);
+    // What a pause left over goes first; while it cannot, the new samples queue behind it.
+    if (!writeStash(buffer.generation)) return keep(mapped_.data(), mapped_.size(), buffer.generation);
+    const size_t written = queue(mapped_.data(), mapped_.size(), buffer.generation);
+    if (written < mapped_.size() && buffer.generation == g->generation())
+        keep(mapped_.data() + written, mapped_.size() - written, buffer.generation);
+    dataQueued();
+}
+
+size_t AudioRenderer::queue(const float* samples, size_t count, uint64_t generation) {
+    NativeGraph* g = graph();
     size_t offset = 0;
-    const size_t total = mapped_.size();
     const size_t ch = size_t(streamChannels_);
     const size_t chunk = std::max(ch, ring_.capacity() / kRefillDivisor / ch * ch);
-    while (offset < total) {
+    while (offset < count) {
         size_t room = ring_.writable() / ch * ch;
-        if (room < std::min(chunk, total - offset)) {
-            // Full: sleep until the device has taken a good part, or a stop or seek.
+        const size_t wanted = std::min(chunk, count - offset);
+        if (room < wanted && !paused()) {
+            // Full: sleep until the device has taken a good part, or a pause, stop or seek.
             const uint32_t seen = space_.prepare();
             room = ring_.writable() / ch * ch;
-            if (buffer.generation != g->generation()) {
+            if (generation != g->generation()) {
                 space_.done();
-                return;
+                return offset;
             }
-            if (room < std::min(chunk, total - offset)) {
+            if (room < wanted && !paused()) {
                 dataQueued(); // a device that waits for data must see what is there
                 space_.wait(seen);
                 space_.done();
@@ -133,24 +147,81 @@ void AudioRenderer::receive(NativePin&, Buffer& buffer) {
             }
             space_.done();
         }
-        const size_t n = std::min(room, total - offset);
-        ring_.write(mapped_.data() + offset, n);
+        if (room == 0) return offset; // paused with a full ring: the rest waits for the resume
+        const size_t n = std::min(room, count - offset);
+        ring_.write(samples + offset, n);
         offset += n;
     }
-    dataQueued();
+    return offset;
+}
+
+bool AudioRenderer::writeStash(uint64_t generation) {
+    if (stash_.empty()) return true;
+    if (stashGeneration_ != generation) {
+        dropStash();
+        return true;
+    }
+    const size_t written = queue(stash_.data(), stash_.size(), generation);
+    if (written < stash_.size() && generation == graph()->generation()) {
+        stash_.erase(stash_.begin(), stash_.begin() + std::ptrdiff_t(written));
+        return false;
+    }
+    dropStash();
+    return true;
+}
+
+void AudioRenderer::keep(const float* samples, size_t count, uint64_t generation) {
+    stash_.insert(stash_.end(), samples, samples + count);
+    stashGeneration_ = generation;
+    stashed_.store(true, std::memory_order_release);
+}
+
+void AudioRenderer::dropStash() {
+    stash_.clear();
+    stashed_.store(false, std::memory_order_release);
 }
 
 void AudioRenderer::endOfStream(NativePin&, uint64_t generation) {
     NativeGraph* g = graph();
-    if (!g || streamChannels_ == 0) return;
-    endQueued_.store(true, std::memory_order_release);
-    endQueued();
+    if (!g || streamChannels_ == 0 || generation != g->generation()) return;
+    finishEnd(generation);
+}
+
+void AudioRenderer::resumeEnd() {
+    const uint64_t generation = parkedEnd_.exchange(0, std::memory_order_acq_rel);
+    NativeGraph* g = graph();
+    if (generation != 0 && g && streamChannels_ != 0 && generation == g->generation()) finishEnd(generation);
+}
+
+void AudioRenderer::finishEnd(uint64_t generation) {
+    if (!writeStash(generation)) {
+        parkedEnd_.store(generation, std::memory_order_release);
+        return;
+    }
+    if (!endQueued_.load(std::memory_order_acquire)) {
+        dataQueued();
+        lastSample_ = ring_.written();
+        endQueued_.store(true, std::memory_order_release);
+        endQueued();
+    }
+    awaitEnd(generation);
+}
+
+void AudioRenderer::awaitEnd(uint64_t generation) {
+    NativeGraph* g = graph();
+    // A pause does not keep the streaming thread waiting for the device: the end waits for the
+    // resume instead.
+    auto gone = [&] { return generation != g->generation(); };
+    auto park = [&] {
+        if (!paused()) return false;
+        parkedEnd_.store(generation, std::memory_order_release);
+        return true;
+    };
     // The end is reached when the device has taken the last sample, not when it was queued.
-    const uint64_t last = ring_.written();
     for (;;) {
         const uint32_t seen = space_.prepare();
-        if (generation != g->generation() || (!ring_.flushPending() && ring_.consumed() >= last))
-            break;
+        if (gone() || (!ring_.flushPending() && ring_.consumed() >= lastSample_)) break;
+        if (park()) return space_.done();
         space_.wait(seen);
     }
     space_.done();
@@ -158,11 +229,12 @@ void AudioRenderer::endOfStream(NativePin&, uint64_t generation) {
     if (drainsItself()) {
         for (;;) {
             const uint32_t seen = space_.prepare();
-            if (generation != g->generation() || drained_.load(std::memory_order_acquire)) break;
+            if (gone() || drained_.load(std::memory_order_acquire)) break;
+            if (park()) return space_.done();
             space_.wait(seen);
         }
         space_.done();
-        if (generation == g->generation()) g->postRendererEnd(this, generation);
+        if (!gone()) g->postRendererEnd(this, generation);
         return;
     }
     const auto heard = std::chrono::steady_clock::now() +
@@ -170,15 +242,18 @@ void AudioRenderer::endOfStream(NativePin&, uint64_t generation) {
                            std::chrono::duration<double>(latency_.load(std::memory_order_acquire)));
     for (;;) {
         const uint32_t seen = space_.prepare();
-        if (generation != g->generation() || std::chrono::steady_clock::now() >= heard) break;
+        if (gone() || std::chrono::steady_clock::now() >= heard) break;
+        if (park()) return space_.done();
         space_.waitUntil(seen, heard);
     }
     space_.done();
-    if (generation == g->generation()) g->postRendererEnd(this, generation);
+    if (!gone()) g->postRendererEnd(this, generation);
 }
 
 void AudioRenderer::flush(NativePin&, double newPosition) {
     if (streamChannels_ == 0) return;
+    dropStash();
+    parkedEnd_.store(0, std::memory_order_release);
     ring_.requestFlush();
     peaks_.flushed(ring_.written());
     endQueued_.store(false, std::memory_order_release);
@@ -226,6 +301,10 @@ void AudioRenderer::setPaused(bool paused) {
         restartClock(from);
     }
     paused_.store(paused, std::memory_order_release);
+    // A streaming thread waiting for ring space or for the end parks at once; a resumed
+    // device may take the ring on a new thread.
+    if (paused) space_.notify();
+    else handOver();
     if (streamChannels_ != 0) applyPaused(paused);
 }
 

@@ -37,6 +37,17 @@ public:
     // for the end to be heard.
     void unblock() override { space_.notify(); }
 
+    // While paused the streaming thread does not wait for the device: what does not fit in the
+    // ring is kept here (the stash) and written first when the play goes on, and an end of
+    // stream that is not yet heard waits for the resume. Any thread: whether this renderer
+    // holds such a stash or end, so that the streaming thread may end.
+    bool parked() const { return stashed_.load(std::memory_order_acquire) || endParked(); }
+    bool endParked() const { return parkedEnd_.load(std::memory_order_acquire) != 0; }
+    // Stream thread, after a resume: carries on with a parked end of stream, once.
+    void resumeEnd();
+    // Control thread: the thread that fed (or drained) the ring has ended; another takes over.
+    void handOver() { ring_.handOver(); }
+
     // Control thread.
     void setStartPosition(double seconds) {
         basePosition_.store(seconds);
@@ -107,6 +118,17 @@ private:
     void took(size_t frames, bool flushed);
     // Stream thread: a buffer whose format is not the pin's stops the item, loudly.
     void refuse(const Buffer& buffer);
+    // Stream thread: writes what fits of `count` samples, waiting for room while the device
+    // plays; returns how many it wrote. It stops short when `generation` is no longer live, and
+    // while paused once the ring is full.
+    size_t queue(const float* samples, size_t count, uint64_t generation);
+    // Stream thread: writes the stash; false when some of it is still held (paused).
+    bool writeStash(uint64_t generation);
+    void keep(const float* samples, size_t count, uint64_t generation);
+    void dropStash();
+    // Stream thread: queues the end (after the stash) and waits until it is heard, or parks it.
+    void finishEnd(uint64_t generation);
+    void awaitEnd(uint64_t generation);
 
     const int deviceChannels_;
     const int pair_;
@@ -119,6 +141,11 @@ private:
     uint64_t refusedGeneration_ = 0; // stream thread
     std::vector<float> converted_; // stream thread scratch
     std::vector<float> mapped_;    // stream thread scratch
+    std::vector<float> stash_;     // stream thread (whichever runs the head; they never overlap)
+    uint64_t stashGeneration_ = 0;
+    std::atomic<bool> stashed_{false};
+    std::atomic<uint64_t> parkedEnd_{0}; // the generation whose end waits for the resume
+    uint64_t lastSample_ = 0;            // stream thread: the ring index the end comes after
     std::atomic<bool> paused_{true};
     std::atomic<float> gain_{1.0f};
     std::atomic<double> rate_{1.0};

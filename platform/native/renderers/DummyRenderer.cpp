@@ -34,22 +34,26 @@ public:
     ~DummyRenderer() override { closeDevice(); }
 
 protected:
-    Status openDevice(int rate, int) override {
-        stop_.store(false);
+    Status openDevice(int, int) override {
+        held_ = 0;
         hungry_.store(false);
         heldUntil_.store(0);
-        device_ = std::thread([this, rate] { pace(rate); });
+        if (!paused()) startPacing();
         return Status::success();
     }
 
     void closeDevice() override {
         stop_.store(true);
-        wake_.notify();
-        if (device_.joinable()) device_.join();
+        joinPacing();
     }
 
     double ringSeconds() const override { return kPeriodSeconds; }
-    void applyPaused(bool) override { wake_.notify(); }
+    // Paused, the device has no thread: woken, the pacing thread settles what it played, keeps
+    // what it holds for the resume, and ends.
+    void applyPaused(bool paused) override {
+        if (paused) joinPacing();
+        else startPacing();
+    }
     void applyRate(double) override { wake_.notify(); }
 
     // Stream thread: a device that ran dry, or a flush, must not wait for its next period.
@@ -66,6 +70,17 @@ protected:
     }
 
 private:
+    void startPacing() {
+        if (device_.joinable()) return;
+        stop_.store(false);
+        device_ = std::thread([this] { pace(streamRate()); });
+    }
+
+    void joinPacing() {
+        wake_.notify();
+        if (device_.joinable()) device_.join();
+    }
+
     // The device holds frames it took from the ring and plays them at the stream's rate; it
     // wakes when they have played out (an absolute deadline: a late wake-up is made up by
     // taking more, at most a period's worth), or when the host or the stream needs it.
@@ -73,7 +88,7 @@ private:
         pthread_setname_np(pthread_self(), "corvid-silent");
         using namespace std::chrono;
         static_assert(std::is_same_v<steady_clock::duration, nanoseconds>);
-        double held = 0;  // frames taken and not yet played (below zero: owed after a late wake)
+        double& held = held_;
         double speed = 0; // frames a second they played at since `since` (0: paused)
         auto since = steady_clock::now();
         for (;;) {
@@ -107,7 +122,7 @@ private:
                 if (ringEmpty()) wake_.wait(seen);
                 hungry_.store(false, std::memory_order_relaxed);
             } else {
-                wake_.wait(seen); // paused: until resumed, stopped or flushed
+                break; // paused: the resume starts a new thread
             }
             wake_.done();
         }
@@ -115,6 +130,9 @@ private:
     }
 
     Wakeup wake_;
+    // Frames taken and not yet played (below zero: owed after a late wake), kept across a
+    // pause; only the pacing thread touches it while it runs.
+    double held_ = 0;
     std::atomic<bool> stop_{false};
     std::atomic<bool> hungry_{false};
     std::atomic<std::chrono::steady_clock::rep> heldUntil_{0};

@@ -28,12 +28,17 @@ public:
         flushSeq_.store(0);
         flushAck_.store(0);
         flushTarget_.store(0);
+        handOver();
+    }
+    size_t capacity() const { return capacity_; }
+    // Control thread: a side may go on on a new thread (its old thread has ended: a pause
+    // ends the streaming thread and the silent device's).
+    void handOver() {
 #ifndef NDEBUG
         producer_.store(std::thread::id{});
         consumer_.store(std::thread::id{});
 #endif
     }
-    size_t capacity() const { return capacity_; }
 
     // --- producer ---
     size_t writable() const {
