@@ -225,26 +225,12 @@ void AudioRenderer::awaitEnd(uint64_t generation) {
         space_.wait(seen);
     }
     space_.done();
-    // And then until the device has played out what it still held.
-    if (drainsItself()) {
-        for (;;) {
-            const uint32_t seen = space_.prepare();
-            if (gone() || drained_.load(std::memory_order_acquire)) break;
-            if (park()) return space_.done();
-            space_.wait(seen);
-        }
-        space_.done();
-        if (!gone()) g->postRendererEnd(this, generation);
-        return;
-    }
-    const auto heard = std::chrono::steady_clock::now() +
-                       std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                           std::chrono::duration<double>(latency_.load(std::memory_order_acquire)));
+    // And then until the device says it has played out what it still held.
     for (;;) {
         const uint32_t seen = space_.prepare();
-        if (gone() || std::chrono::steady_clock::now() >= heard) break;
+        if (gone() || drained_.load(std::memory_order_acquire)) break;
         if (park()) return space_.done();
-        space_.waitUntil(seen, heard);
+        space_.wait(seen);
     }
     space_.done();
     if (!gone()) g->postRendererEnd(this, generation);

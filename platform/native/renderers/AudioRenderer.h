@@ -94,10 +94,8 @@ protected:
     bool flushWaiting() const { return ring_.flushPending(); }
     // Any thread: whether the streaming thread has put the item's last sample in the ring.
     bool endIsQueued() const { return endQueued_.load(std::memory_order_acquire); }
-    // A device that says itself when it has played everything out (playedOut()); the others
-    // are waited for by the latency they report.
-    virtual bool drainsItself() const { return false; }
-    // Any thread: the device has played out the item's last sample.
+    // Any thread: the device has played out the item's last sample. Every device says so
+    // itself: the item's end waits for it.
     void playedOut() {
         drained_.store(true, std::memory_order_release);
         space_.notify();

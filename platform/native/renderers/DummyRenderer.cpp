@@ -62,6 +62,10 @@ protected:
         if (hungry_.load(std::memory_order_relaxed) || flushWaiting()) wake_.notify();
     }
 
+    // The device says itself when the last sample has played out (a pause while it still
+    // holds them holds the end too), so a dry device must see the end queued.
+    void endQueued() override { wake_.notify(); }
+
     // Control thread: how long what the device took still plays.
     double deviceLatencyNow() const override {
         const auto until = heldUntil_.load(std::memory_order_acquire);
@@ -108,6 +112,7 @@ private:
                 if (flushed) held = 0;
                 held = std::max(held, 0.0); // what it owed and could not take played as silence
             }
+            if (fps > 0 && held <= 0 && endIsQueued() && ringEmpty()) playedOut();
             const double left = held / (double(rate) * rateFactor());
             const auto until = now + duration_cast<nanoseconds>(duration<double>(left));
             heldUntil_.store(fps > 0 ? until.time_since_epoch().count() : 0, std::memory_order_release);

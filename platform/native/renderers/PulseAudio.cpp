@@ -210,7 +210,6 @@ protected:
     }
 
     void endQueued() override { kick(); }
-    bool drainsItself() const override { return true; }
 
     double deviceLatencyNow() const override {
         if (stream_) {
