@@ -52,7 +52,6 @@ Status AudioRenderer::activate() {
     peaks_.reset(size_t(input_.rate * kPeakSliceSeconds) * size_t(streamChannels_));
     heardAt_.store(0);
     mediaFrames_.store(0);
-    latency_.store(0);
     seeking_.store(false);
     endQueued_.store(false);
     drained_.store(false);
@@ -250,7 +249,6 @@ void AudioRenderer::flush(NativePin&, double newPosition) {
 }
 
 void AudioRenderer::setDeviceLatency(double seconds) {
-    latency_.store(seconds, std::memory_order_release);
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
     heardAt_.store((now + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
                               std::chrono::duration<double>(seconds)))
@@ -258,13 +256,16 @@ void AudioRenderer::setDeviceLatency(double seconds) {
                    std::memory_order_release);
 }
 
+double AudioRenderer::deviceLatencyNow() const {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
+    return std::max<double>(0, double(heardAt_.load(std::memory_order_acquire) - now) / 1e9);
+}
+
 void AudioRenderer::takePeaks(int32_t& left, int32_t& right) {
     left = right = 0;
     if (streamChannels_ == 0 || input_.rate <= 0) return;
     // What the device took, less what it still holds at this moment.
-    const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
-    const double holdsSeconds = std::max<double>(0, double(heardAt_.load(std::memory_order_acquire) - now) / 1e9);
-    const double holds = holdsSeconds * input_.rate * rateFactor() * streamChannels_;
+    const double holds = AudioRenderer::deviceLatencyNow() * input_.rate * rateFactor() * streamChannels_;
     const uint64_t consumed = ring_.consumed();
     const uint64_t heard = consumed - std::min<uint64_t>(consumed, uint64_t(holds));
     peaks_.take(heard, left, right);

@@ -104,8 +104,9 @@ protected:
     bool ringEmpty() const { return ring_.readable() == 0 && !ring_.flushPending(); }
     // Device thread: how long what was handed over takes to reach the speakers.
     void setDeviceLatency(double seconds);
-    // Control thread: the same, as the device knows it now (the last value set by default).
-    virtual double deviceLatencyNow() const { return latency_.load(std::memory_order_acquire); }
+    // Control thread: the same, as the device knows it now (by default: what is left of the
+    // last value set, as time has passed since).
+    virtual double deviceLatencyNow() const;
     int streamChannels() const { return streamChannels_; }
     int streamRate() const { return input_.rate; }
     double rateFactor() const { return rate_.load(std::memory_order_acquire); }
@@ -150,7 +151,6 @@ private:
     std::atomic<double> speed_{1.0};
     std::atomic<double> basePosition_{0};
     std::atomic<double> mediaFrames_{0}; // consumer's count since the last flush, in media frames
-    std::atomic<double> latency_{0};
     double pausedAt_ = -1; // control thread: the position a pause holds (-1: not paused)
     // Control thread: the reported position never goes back and never runs ahead of the time
     // that passed since the play started, resumed or sought (a device's latency estimate

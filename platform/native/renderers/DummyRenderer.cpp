@@ -37,7 +37,6 @@ protected:
     Status openDevice(int, int) override {
         held_ = 0;
         hungry_.store(false);
-        heldUntil_.store(0);
         if (!paused()) startPacing();
         return Status::success();
     }
@@ -65,13 +64,6 @@ protected:
     // The device says itself when the last sample has played out (a pause while it still
     // holds them holds the end too), so a dry device must see the end queued.
     void endQueued() override { wake_.notify(); }
-
-    // Control thread: how long what the device took still plays.
-    double deviceLatencyNow() const override {
-        const auto until = heldUntil_.load(std::memory_order_acquire);
-        const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
-        return until > now ? double(until - now) / 1e9 : 0.0;
-    }
 
 private:
     void startPacing() {
@@ -115,7 +107,6 @@ private:
             if (fps > 0 && held <= 0 && endIsQueued() && ringEmpty()) playedOut();
             const double left = held / (double(rate) * rateFactor());
             const auto until = now + duration_cast<nanoseconds>(duration<double>(left));
-            heldUntil_.store(fps > 0 ? until.time_since_epoch().count() : 0, std::memory_order_release);
             setDeviceLatency(left);
             if (fps > 0 && held > 0) {
                 wake_.waitUntil(seen, until);
@@ -140,7 +131,6 @@ private:
     double held_ = 0;
     std::atomic<bool> stop_{false};
     std::atomic<bool> hungry_{false};
-    std::atomic<std::chrono::steady_clock::rep> heldUntil_{0};
     std::thread device_;
 };
 
